@@ -15,9 +15,10 @@
  * Overlap. The result is always the one of the plain order: at each position every input sample is
  * read before any output sample is written, outputs are written in ascending plane order, and
  * positions go from left to right and from top to bottom. An output plane may be the input plane
- * of the same component (in place) at full speed; any other overlap, of planes with each other, with
- * a lookup buffer or with a parameter block, is honoured byte for byte at the speed of plain code. The
- * RastArea, the RastPlaneSet and its pointers are read once, before the first sample.
+ * of the same component (in place) at full speed; any other overlap, of planes with each other or of an
+ * output with a curve or lookup buffer, is honoured byte for byte at the speed of plain code. The
+ * RastArea, the RastPlaneSet and the parameter block are read once, before anything is written; curves
+ * and lookup buffers are read sample by sample.
  *
  * Null pointers. A record or buffer that a function needs and is not given is answered with
  * RAST_ERR_INVALID_ARG at the point where it would first be read.
@@ -81,6 +82,16 @@ extern void *fp_tbl1;
 extern void *fp_tbl2;
 extern void *fp_tbl3;
 
+/*
+ * Comparison tables for two samples a and b, at [a * 256 + b]: the smaller one, the larger one, and the
+ * low 8 bits of the quotient b * 255 / a, truncated (0 where a is 0). For b <= a the last is the ratio
+ * b / a on a scale of 0 .. 255: with a the largest and b the range of a pixel's components, its
+ * saturation.
+ */
+extern const uint8_t g_rastMinCompareTbl[65536];
+extern const uint8_t g_rastMaxCompareTbl[65536];
+extern const uint8_t g_SatCompareTbl[65536];
+
 /* The threshold-gain curve of rastExpGamma. */
 typedef struct RastExpGammaParam {
   uint8_t nThreshold; /* samples less than or equal to this become 0 */
@@ -114,6 +125,162 @@ typedef struct RastExpGammaParam {
  */
 uint32_t rastExpGamma(const RastArea *pArea, const RastPlaneSet *pPlanes,
                       const RastExpGammaParam *pParam, uint8_t *pLut);
+
+/*
+ * A 256-entry curve applied to the three colour planes, or to the mono plane: out = pCurve[in].
+ *
+ *   pArea    the rectangle
+ *   pPlanes  pIn[0] set: three-plane mode, from pIn[0 .. 2] to pOut[0 .. 2]; pIn[3] and pOut[3] must be
+ *            null. pIn[0] null: mono mode, from pIn[3] to pOut[3]; no other pointer is looked at.
+ *   pCurve   256 bytes, the output sample for each input sample
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. pCurve is null
+ *   2. nLineWidth < nStartX + nWidth (the sum wraps at 32 bits)
+ *   3. pIn[0] and pIn[3] are both set, or both null
+ *   4. mono mode: pOut[3] is null
+ *   5. three-plane mode: pOut[3] is set; any of pIn[0 .. 2], pOut[0 .. 2] is null
+ *   6. nSize < 1; prints one line to standard output
+ *   7. nLineWidth < 1; nWidth < 1; nHeight < 1
+ */
+uint32_t rastColGamma(const RastArea *pArea, const RastPlaneSet *pPlanes, const uint8_t *pCurve);
+
+/*
+ * Two-colour conversion. Every pixel is split between a first ink, for neutral pixels, and a second ink,
+ * for saturated ones, by a weight that rises with the pixel's saturation up to a limit that depends on
+ * its hue. Six built-in colour records say what the inks are; in all of them the first ink feeds
+ * none of the written planes (neutral pixels come out as 0) and the second carries the pixel's
+ * luminance (77 R + 150 G + 29 B) / 256 less 30, times the weight: the weights are those of ITU-R
+ * BT.601 (0.299, 0.587, 0.114) in 1/256.
+ *
+ *   pArea    the rectangle; its width is not held against the line pitch
+ *   pPlanes  pIn[0 .. 2] (red, green, blue) are read, pOut[0 .. 2] written; pIn[3] must be null,
+ *            pOut[3] is not looked at
+ *   nColor   which output planes the second ink feeds: 0: 0; 1: 1; 2: 2; 3: 1 and 2; 4: 0 and 2;
+ *            5: 0 and 1. Any other value counts as 0.
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. any of pIn[0 .. 2], pOut[0 .. 2] is null
+ *   2. pIn[3] is set
+ *   3. nSize < 1; prints one line to standard output
+ *   4. nLineWidth < 1; nWidth < 1; nHeight < 1
+ */
+uint32_t rastBinConv(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_t nColor);
+
+/*
+ * Colour saturation lowered or raised by a quarter: each component moves a quarter of the way towards
+ * (mode 0) or away from (mode 1) the pixel's grey level Y = (70 c0 + 150 c1 + 29 c2) >> 8, truncating
+ * towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: greys get a little darker
+ * in mode 0, and in mode 1 the upper ones a little lighter.
+ *
+ * Within a line every whole group of four pixels comes out mirrored: the result of the group's column
+ * x + j is written to column x + 3 - j. All twelve samples of a group are read before any is written.
+ * The one, two or three pixels left at the end of a line stay in their columns.
+ *
+ *   pArea    the rectangle; neither held against the line pitch nor checked for its extent. A height or
+ *            width below 1 writes nothing and is no error.
+ *   pPlanes  pIn[0 .. 2] (red, green, blue) are read, pOut[0 .. 2] written; pIn[3] must be null,
+ *            pOut[3] is not looked at
+ *   nMode    0 lowers, 1 raises
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. any of pIn[0 .. 2], pOut[0 .. 2] is null
+ *   2. pIn[3] is set
+ *   3. nSize < 1; prints one line to standard output
+ *   4. nMode > 1; prints one line to standard output
+ */
+uint32_t rastSatAdjust(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_t nMode);
+
+/* The colour matrix of rastHueAdjust. */
+typedef struct RastHueParam {
+  /* Row k makes output k: [k][0 .. 2] the coefficients of the inputs in 1/256 (256 is 1.0), [k][3] an
+   * offset added to input k before it is multiplied, in every row, [k][4] an offset added to output k
+   * at the end. */
+  int16_t nMatrix[3][5];
+  int16_t nReverse; /* exactly 1: outputs are inverted, 255 - v */
+  int16_t nMirror;  /* not 0: lines are mirrored left to right within the rectangle */
+} RastHueParam;
+
+/* One output's part of a RastHueLut. */
+typedef struct RastHueLutRow {
+  int32_t nProd[3][256]; /* [j][i] = (i + nMatrix[j][3]) * nMatrix[k][j] for output k */
+  int32_t nOutOffset;    /* nMatrix[k][4] */
+} RastHueLutRow;
+
+/* The caller's buffer of products for rastHueAdjust. */
+typedef struct RastHueLut {
+  RastHueLutRow row[3];
+  int16_t nReverse; /* exactly 1: outputs are inverted; set by the caller, never written */
+  int16_t nBuilt;   /* 0: the next call fills the rows and sets it to 1; else they are trusted */
+} RastHueLut;
+
+/*
+ * Hue adjustment by a colour matrix. With every input c_j shifted to a_j = c_j + nMatrix[j][3], output k
+ * is (a_0 * nMatrix[k][0] + a_1 * nMatrix[k][1] + a_2 * nMatrix[k][2]) / 256 + nMatrix[k][4]: the
+ * sum wraps at 32 bits, the division truncates towards zero, the result is clamped to 0 .. 255 and, on
+ * request, inverted. The mono plane uses row 0's first coefficient and offsets alone.
+ *
+ *   pArea    the rectangle
+ *   pPlanes  checked by pIn[3]: set, pOut[3] must be set and nothing else is looked at; null, all of
+ *            pIn[0 .. 2] and pOut[0 .. 2] must be set. Computed by pIn[0]: null, mono from pIn[3] to
+ *            pOut[3]; set, colour from pIn[0 .. 2] to pOut[0 .. 2], whatever pIn[3] holds: a caller
+ *            who sets both answers for the six.
+ *   pParam   always required. nReverse and nMirror count only when pLut is null.
+ *   pLut     null: computed from pParam; three trace lines go to standard output first. Set: the
+ *            buffer's products and nReverse are used, filled from pParam first if nBuilt is 0;
+ *            nothing is mirrored and nothing printed. A built buffer is never compared with pParam.
+ *
+ * In place is fine unless mirrored: a mirrored line in place reads, in its second half, what its first
+ * half has written.
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. nLineWidth < nStartX + nWidth (the sum wraps at 32 bits)
+ *   2. a plane that pPlanes must have is null
+ *   3. nSize < 1
+ *   4. pParam is null
+ *   5. nLineWidth < 1; nWidth < 1; nHeight < 1
+ *
+ * Threads that share a buffer build it first.
+ */
+uint32_t rastHueAdjust(const RastArea *pArea, const RastPlaneSet *pPlanes,
+                       const RastHueParam *pParam, RastHueLut *pLut);
+
+/* The curves of rastColBalance. */
+typedef struct RastColBalanceParam {
+  uint8_t nCurve;    /* 0 .. 4: tone curve of all four channels; 4 is the identity */
+  int16_t nLevel[4]; /* 0 .. 11: level of components 0 to 2 and of the grey part; 5 is neutral, a step
+                        is 5 sample values, 11 is the same as 10 */
+} RastColBalanceParam;
+
+/*
+ * Colour balance. A pixel is split into its grey part mn, the smallest component, and what each component
+ * has above it, scaled to the room left: X' = (X - mn) * 256 / (255 - mn), at most 255 (255 where
+ * mn is 255). Each passes through its own curve, tone curve then level; the pixel is put together as
+ * ((255 - k) * X'' >> 8) + k with k the curved grey part. All divisions truncate.
+ *
+ *   pArea    the rectangle
+ *   pPlanes  pIn[0 .. 2] are read, pOut[0 .. 2] written; pIn[3] and pOut[3] must be null
+ *   pParam   always required and checked
+ *   pLut     null, or 1025 bytes: the curves of components 0, 1, 2 and of the grey part, 256 bytes each,
+ *            then the built flag. Flag 0: the curves are filled and the flag set to 1. Any other
+ *            value: the curves are used as they stand.
+ *
+ * Without pLut pixels are handled in pairs from the start of each line, both read before either is
+ * written: this shows only where planes overlap.
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. nLineWidth < nStartX + nWidth (the sum wraps at 32 bits)
+ *   2. any of pIn[0 .. 2], pOut[0 .. 2] is null
+ *   3. pIn[3] is set; pOut[3] is set
+ *   4. nSize < 1
+ *   5. pParam is null
+ *   6. nLineWidth < 1; nWidth < 1; nHeight < 1
+ *   7. nCurve > 4; any of nLevel[0 .. 3] is outside 0 .. 11
+ *
+ * Threads that share a buffer build it first.
+ */
+uint32_t rastColBalance(const RastArea *pArea, const RastPlaneSet *pPlanes,
+                        const RastColBalanceParam *pParam, uint8_t *pLut);
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "frame/rows.h"
 #include "rast.h"
 
 namespace rast {
@@ -19,6 +20,46 @@ constexpr ptrdiff_t lineOffset(const RastArea& area, int32_t r) {
   const auto line = static_cast<uint32_t>(wrappingAdd(area.nStartY, r));
   const auto start = static_cast<uint32_t>(area.nStartX);
   return static_cast<int32_t>(line * static_cast<uint32_t>(area.nLineWidth) + start);
+}
+
+/// Calls `work` with the offset of each line, top to bottom.
+template <class Work>
+void eachLine(const RastArea& area, Work work) {
+  for (int32_t r = 0; r < area.nHeight; ++r) work(lineOffset(area, r));
+}
+
+/// The colour planes of a call, as they were before anything was written.
+struct ColorPlanes {
+  const uint8_t* in[3];
+  uint8_t* out[3];
+
+  explicit ColorPlanes(const RastPlaneSet& set)
+      : in{set.pIn[0], set.pIn[1], set.pIn[2]}, out{set.pOut[0], set.pOut[1], set.pOut[2]} {}
+};
+
+/// True when all six colour planes are there.
+constexpr bool hasColorPlanes(const RastPlaneSet& set) {
+  return set.pIn[0] && set.pIn[1] && set.pIn[2] && set.pOut[0] && set.pOut[1] && set.pOut[2];
+}
+
+/// The row that starts at offset `line` of each plane.
+template <size_t N>
+Row<N> rowOf(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], ptrdiff_t line, int32_t width) {
+  Row<N> row;
+  for (size_t k = 0; k < N; ++k) {
+    row.in[k] = in[k] + line;
+    row.out[k] = out[k] + line;
+  }
+  row.width = static_cast<size_t>(width);
+  return row;
+}
+
+inline ColorRow rowOf(const ColorPlanes& planes, ptrdiff_t line, int32_t width) {
+  return rowOf(planes.in, planes.out, line, width);
+}
+
+constexpr uint8_t clampToSample(int32_t v) {
+  return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
 }
 
 /// The line-fit check: the rectangle's right edge lies within the pitch.

@@ -19,16 +19,19 @@ inline bool apart(const void* a, size_t aSize, const void* b, size_t bSize) {
   return distance >= aSize && uintptr_t{0} - distance >= bSize;
 }
 
-/// True when no output shares a byte of a line with another output or with an input other than its
-/// own, and shares its own input's only by being that very plane. All planes have the same lines, so
-/// one distance per pair decides for the whole call.
+enum class InPlace { refused, served };
+
+/// True when no output shares a byte of a line with an input or with another output. An output that is
+/// the very plane of its own input passes where the kernel serves that. All planes have the same lines,
+/// so one distance per pair decides for the whole call.
 template <size_t N>
-bool planesApart(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], int32_t lineSize) {
-  const auto size = static_cast<size_t>(lineSize);
+bool planesApart(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], int32_t width,
+                 InPlace inPlace = InPlace::served) {
+  const auto size = static_cast<size_t>(width);
   for (size_t o = 0; o < N; ++o) {
     for (size_t i = 0; i < N; ++i) {
-      const bool inPlace = i == o && out[o] == in[i];
-      if (!inPlace && !apart(out[o], size, in[i], size)) return false;
+      if (i == o && out[o] == in[i] && inPlace == InPlace::served) continue;
+      if (!apart(out[o], size, in[i], size)) return false;
     }
     for (size_t other = o + 1; other < N; ++other) {
       if (!apart(out[o], size, out[other], size)) return false;
@@ -37,13 +40,17 @@ bool planesApart(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], int32_
   return true;
 }
 
-/// True when no line of the rectangle in `out` touches the block: what is read throughout a call (a
-/// table, a parameter block) then stays as it was before the first sample.
-inline bool linesApart(const RastArea& area, const uint8_t* out, const void* block, size_t size) {
+/// True when no line of the rectangle in any output touches the block, so that what a kernel reads of it
+/// beforehand stays true to the end.
+template <size_t N>
+bool linesApart(const RastArea& area, uint8_t* const (&out)[N], const void* block, size_t size) {
   const auto width = static_cast<size_t>(area.nWidth);
   for (int32_t r = 0; r < area.nHeight; ++r) {
-    const auto line = reinterpret_cast<uintptr_t>(out) + static_cast<uintptr_t>(lineOffset(area, r));
-    if (!apart(reinterpret_cast<const void*>(line), width, block, size)) return false;
+    const auto offset = static_cast<uintptr_t>(lineOffset(area, r));
+    for (uint8_t* plane : out) {
+      const uintptr_t line = reinterpret_cast<uintptr_t>(plane) + offset;
+      if (!apart(reinterpret_cast<const void*>(line), width, block, size)) return false;
+    }
   }
   return true;
 }

@@ -4,13 +4,60 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "rast.h"
+
 namespace rast {
 
-/// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
-/// row, and its output may be its own input but overlap nothing else.
+/// A row of N planes.
+template <size_t N>
+struct Row {
+  const uint8_t* in[N];
+  uint8_t* out[N];
+  size_t width;
+};
+using MonoRow = Row<1>;
+using ColorRow = Row<3>;
+
+/// out_k = clamp((sum over j of in_j * weight[k][j] + constant[k]) / 256 + offset[k]) ^ invert, the sum
+/// and the last addition wrapping at 32 bits, the division truncating towards zero.
+struct ColorMatrix {
+  int16_t weight[3][3];
+  int32_t constant[3];
+  int32_t offset[3];
+  uint8_t invert;
+};
+
+/// What the two-colour conversion needs where only the second ink is written: its amount, a sum of the
+/// components weighted in 1/256 (at most 256 together) plus an offset in -255 .. 255, and the
+/// outputs it feeds, the others being 0.
+struct Ink {
+  uint8_t weight[3];
+  int16_t offset;
+  bool feeds[3];
+  const uint8_t* saturationLimit;  // 256 bytes by hue, each above 15
+};
+
+/// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its row in
+/// each plane. An output may be its own input, except where mirrored, and overlaps nothing else.
 struct Rows {
-  /// out[x] = table[in[x]] for a table of 256 bytes.
-  void (*curve)(uint8_t* out, const uint8_t* in, size_t width, const uint8_t* table);
+  /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].
+  void (*curve)(const MonoRow& row, const uint8_t* table);
+  void (*curveMirrored)(const MonoRow& row, const uint8_t* table);
+
+  /// Saturation lowered (0) or raised (1) by a quarter, whole groups of four pixels mirrored.
+  void (*saturation)(const ColorRow& row, uint32_t mode);
+
+  void (*matrix)(const ColorRow& row, const ColorMatrix& matrix);
+  void (*matrixMirrored)(const ColorRow& row, const ColorMatrix& matrix);
+
+  /// Hue adjustment through a built buffer of any content. Null where a level has nothing faster than the
+  /// definition.
+  void (*products)(const ColorRow& row, const RastHueLut& lut);
+
+  /// Colour balance with the curves of the three components and of the grey part.
+  void (*balance)(const ColorRow& row, const uint8_t* curves);
+
+  void (*ink)(const ColorRow& row, const Ink& ink);
 };
 
 namespace baseline {

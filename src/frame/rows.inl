@@ -7,9 +7,21 @@ namespace {
 #include "frame/simd.h"
 
 #include "tone/curve.rows.inl"
+#include "color/saturation.rows.inl"
+#include "color/matrix.rows.inl"
+#include "color/products.rows.inl"
+#include "color/balance.rows.inl"
+#include "tone/ink.rows.inl"
 
 constexpr Rows table{
-    .curve = curve,
+    .curve = curveRow<Order::straight>,
+    .curveMirrored = curveRow<Order::mirrored>,
+    .saturation = saturationRow,
+    .matrix = matrixRow<Order::straight>,
+    .matrixMirrored = matrixRow<Order::mirrored>,
+    .products = productsRow,
+    .balance = balanceRow,
+    .ink = inkRow,
 };
 
 }  // namespace

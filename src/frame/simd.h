@@ -1,5 +1,9 @@
 // The vector types and primitives that row kernels are written in, at the width of the level that
-// includes this file. Compiler vector extensions carry what they can; intrinsics the rest.
+// includes this file. Compiler vector extensions carry what they can; the rest is intrinsics, with a
+// plain loop for machines that have none.
+//
+// widen splits a register of samples into a low and a high half and zip merges two halves; which samples
+// a half holds differs between machines, and narrow puts them back where they were.
 
 #if defined(__AVX512VBMI__)
 constexpr size_t kBytes = 64;
@@ -10,6 +14,11 @@ constexpr size_t kBytes = 16;
 #endif
 
 typedef uint8_t U8 __attribute__((vector_size(kBytes)));
+typedef uint16_t U16 __attribute__((vector_size(kBytes)));
+typedef int16_t I16 __attribute__((vector_size(kBytes)));
+typedef uint32_t U32 __attribute__((vector_size(kBytes)));
+typedef int32_t I32 __attribute__((vector_size(kBytes)));
+typedef float F32 __attribute__((vector_size(kBytes)));
 
 inline U8 load(const uint8_t* p) {
   U8 v;
@@ -19,30 +28,158 @@ inline U8 load(const uint8_t* p) {
 
 inline void store(uint8_t* p, U8 v) { __builtin_memcpy(p, &v, kBytes); }
 
-#if defined(__AVX512VBMI__)
-inline __mmask64 firstLanes(size_t n) { return ~0ULL >> (kBytes - n); }
-#endif
+inline U8 splat(uint8_t v) { return U8{} + v; }
+inline U16 splat(uint16_t v) { return U16{} + v; }
+inline U32 splat(uint32_t v) { return U32{} + v; }
 
-// The first n samples (0 < n < kBytes), zeros behind them; nothing past them is touched.
-inline U8 loadPart(const uint8_t* p, size_t n) {
+inline U8 lesser(U8 a, U8 b) { return a < b ? a : b; }
+inline U8 greater(U8 a, U8 b) { return a > b ? a : b; }
+inline U8 select(U8 mask, U8 a, U8 b) { return (mask & a) | (~mask & b); }
+inline U16 select(U16 mask, U16 a, U16 b) { return (mask & a) | (~mask & b); }
+
 #if defined(__AVX512VBMI__)
-  return (U8)_mm512_maskz_loadu_epi8(firstLanes(n), p);
-#else
-  uint8_t whole[kBytes] = {};
-  __builtin_memcpy(whole, p, n);
-  return load(whole);
-#endif
+
+inline U16 widenLow(U8 a) { return (U16)_mm512_unpacklo_epi8((__m512i)a, _mm512_setzero_si512()); }
+inline U16 widenHigh(U8 a) { return (U16)_mm512_unpackhi_epi8((__m512i)a, _mm512_setzero_si512()); }
+inline I16 zipLow(I16 a, I16 b) { return (I16)_mm512_unpacklo_epi16((__m512i)a, (__m512i)b); }
+inline I16 zipHigh(I16 a, I16 b) { return (I16)_mm512_unpackhi_epi16((__m512i)a, (__m512i)b); }
+inline U8 narrow(I16 a, I16 b) { return (U8)_mm512_packus_epi16((__m512i)a, (__m512i)b); }
+inline I16 narrow(I32 a, I32 b) { return (I16)_mm512_packs_epi32((__m512i)a, (__m512i)b); }
+inline I32 dotPairs(I16 a, I16 b) { return (I32)_mm512_madd_epi16((__m512i)a, (__m512i)b); }
+inline U16 mulHigh(U16 a, U16 b) { return (U16)_mm512_mulhi_epu16((__m512i)a, (__m512i)b); }
+
+inline U8 mirrorGroups(U8 v) {
+  const __m128i order = _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+  return (U8)_mm512_shuffle_epi8((__m512i)v, _mm512_broadcast_i32x4(order));
 }
 
-inline void storePart(uint8_t* p, U8 v, size_t n) {
-#if defined(__AVX512VBMI__)
-  _mm512_mask_storeu_epi8(p, firstLanes(n), (__m512i)v);
-#else
-  uint8_t whole[kBytes];
-  store(whole, v);
-  __builtin_memcpy(p, whole, n);
-#endif
+inline U8 mirror(U8 v) {
+  U8 order;
+  for (size_t i = 0; i < kBytes; ++i) order[i] = (uint8_t)(kBytes - 1 - i);
+  return (U8)_mm512_permutexvar_epi8((__m512i)order, (__m512i)v);
 }
+
+#elif defined(__AVX2__)
+
+inline U16 widenLow(U8 a) { return (U16)_mm256_unpacklo_epi8((__m256i)a, _mm256_setzero_si256()); }
+inline U16 widenHigh(U8 a) { return (U16)_mm256_unpackhi_epi8((__m256i)a, _mm256_setzero_si256()); }
+inline I16 zipLow(I16 a, I16 b) { return (I16)_mm256_unpacklo_epi16((__m256i)a, (__m256i)b); }
+inline I16 zipHigh(I16 a, I16 b) { return (I16)_mm256_unpackhi_epi16((__m256i)a, (__m256i)b); }
+inline U8 narrow(I16 a, I16 b) { return (U8)_mm256_packus_epi16((__m256i)a, (__m256i)b); }
+inline I16 narrow(I32 a, I32 b) { return (I16)_mm256_packs_epi32((__m256i)a, (__m256i)b); }
+inline I32 dotPairs(I16 a, I16 b) { return (I32)_mm256_madd_epi16((__m256i)a, (__m256i)b); }
+inline U16 mulHigh(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (__m256i)b); }
+
+inline U8 mirrorGroups(U8 v) {
+  const __m128i order = _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+  return (U8)_mm256_shuffle_epi8((__m256i)v, _mm256_broadcastsi128_si256(order));
+}
+
+inline U8 mirror(U8 v) {
+  const __m128i order = _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  const __m256i lanes = _mm256_shuffle_epi8((__m256i)v, _mm256_broadcastsi128_si256(order));
+  return (U8)_mm256_permute2x128_si256(lanes, lanes, 1);
+}
+
+#else
+
+inline U8 mirrorGroups(U8 v) {
+  return __builtin_shufflevector(v, v, 3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+}
+
+inline U8 mirror(U8 v) {
+  return __builtin_shufflevector(v, v, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+}
+
+#if defined(__SSE2__)
+
+inline U16 widenLow(U8 a) { return (U16)_mm_unpacklo_epi8((__m128i)a, _mm_setzero_si128()); }
+inline U16 widenHigh(U8 a) { return (U16)_mm_unpackhi_epi8((__m128i)a, _mm_setzero_si128()); }
+inline I16 zipLow(I16 a, I16 b) { return (I16)_mm_unpacklo_epi16((__m128i)a, (__m128i)b); }
+inline I16 zipHigh(I16 a, I16 b) { return (I16)_mm_unpackhi_epi16((__m128i)a, (__m128i)b); }
+inline U8 narrow(I16 a, I16 b) { return (U8)_mm_packus_epi16((__m128i)a, (__m128i)b); }
+inline I16 narrow(I32 a, I32 b) { return (I16)_mm_packs_epi32((__m128i)a, (__m128i)b); }
+inline I32 dotPairs(I16 a, I16 b) { return (I32)_mm_madd_epi16((__m128i)a, (__m128i)b); }
+inline U16 mulHigh(U16 a, U16 b) { return (U16)_mm_mulhi_epu16((__m128i)a, (__m128i)b); }
+
+#elif defined(__ARM_NEON)
+
+inline U16 widenLow(U8 a) { return (U16)vmovl_u8(vget_low_u8((uint8x16_t)a)); }
+inline U16 widenHigh(U8 a) { return (U16)vmovl_u8(vget_high_u8((uint8x16_t)a)); }
+inline I16 zipLow(I16 a, I16 b) { return (I16)vzipq_s16((int16x8_t)a, (int16x8_t)b).val[0]; }
+inline I16 zipHigh(I16 a, I16 b) { return (I16)vzipq_s16((int16x8_t)a, (int16x8_t)b).val[1]; }
+inline U8 narrow(I16 a, I16 b) {
+  return (U8)vcombine_u8(vqmovun_s16((int16x8_t)a), vqmovun_s16((int16x8_t)b));
+}
+inline I16 narrow(I32 a, I32 b) {
+  return (I16)vcombine_s16(vqmovn_s32((int32x4_t)a), vqmovn_s32((int32x4_t)b));
+}
+inline I32 dotPairs(I16 a, I16 b) {
+  const int32x4_t low = vmull_s16(vget_low_s16((int16x8_t)a), vget_low_s16((int16x8_t)b));
+  const int32x4_t high = vmull_s16(vget_high_s16((int16x8_t)a), vget_high_s16((int16x8_t)b));
+  return (I32)vcombine_s32(vpadd_s32(vget_low_s32(low), vget_high_s32(low)),
+                           vpadd_s32(vget_low_s32(high), vget_high_s32(high)));
+}
+inline U16 mulHigh(U16 a, U16 b) {
+  const uint32x4_t low = vmull_u16(vget_low_u16((uint16x8_t)a), vget_low_u16((uint16x8_t)b));
+  const uint32x4_t high = vmull_u16(vget_high_u16((uint16x8_t)a), vget_high_u16((uint16x8_t)b));
+  return (U16)vcombine_u16(vshrn_n_u32(low, 16), vshrn_n_u32(high, 16));
+}
+
+#else
+
+constexpr size_t kHalf = kBytes / 2;
+constexpr size_t kQuarter = kBytes / 4;
+
+inline U16 widenLow(U8 a) {
+  U16 v;
+  for (size_t i = 0; i < kHalf; ++i) v[i] = a[i];
+  return v;
+}
+inline U16 widenHigh(U8 a) {
+  U16 v;
+  for (size_t i = 0; i < kHalf; ++i) v[i] = a[i + kHalf];
+  return v;
+}
+inline I16 zipLow(I16 a, I16 b) {
+  I16 v;
+  for (size_t i = 0; i < kHalf; ++i) v[i] = i % 2 ? b[i / 2] : a[i / 2];
+  return v;
+}
+inline I16 zipHigh(I16 a, I16 b) {
+  I16 v;
+  for (size_t i = 0; i < kHalf; ++i) v[i] = i % 2 ? b[i / 2 + kQuarter] : a[i / 2 + kQuarter];
+  return v;
+}
+inline U8 narrow(I16 a, I16 b) {
+  U8 v;
+  for (size_t i = 0; i < kBytes; ++i) {
+    const int16_t wide = i < kHalf ? a[i] : b[i - kHalf];
+    v[i] = (uint8_t)(wide < 0 ? 0 : wide > 255 ? 255 : wide);
+  }
+  return v;
+}
+inline I16 narrow(I32 a, I32 b) {
+  I16 v;
+  for (size_t i = 0; i < kHalf; ++i) {
+    const int32_t wide = i < kQuarter ? a[i] : b[i - kQuarter];
+    v[i] = (int16_t)(wide < INT16_MIN ? INT16_MIN : wide > INT16_MAX ? INT16_MAX : wide);
+  }
+  return v;
+}
+inline I32 dotPairs(I16 a, I16 b) {
+  I32 v;
+  for (size_t i = 0; i < kQuarter; ++i) v[i] = a[2 * i] * b[2 * i] + a[2 * i + 1] * b[2 * i + 1];
+  return v;
+}
+inline U16 mulHigh(U16 a, U16 b) {
+  U16 v;
+  for (size_t i = 0; i < kHalf; ++i) v[i] = (uint16_t)((uint32_t)a[i] * b[i] >> 16);
+  return v;
+}
+
+#endif
+#endif
 
 // A table of 256 bytes, ready to be looked up for a register of samples at once. Each level has the
 // form its instructions allow; where they allow none, samples are looked up one by one.
@@ -66,8 +203,9 @@ class Lookup {
 #elif defined(__AVX2__)
 
 // A byte shuffle looks up 16 entries and gives 0 where the index is negative. Each half of the table is
-// a chain of eight shuffles, 16 subtracted (saturating) from the index between them; entry k of the
-// chain holds part k XOR part k - 1, so that what a sample gathers until it goes negative is its entry.
+// a chain of eight shuffles, with 16 subtracted (saturating) from the index between them; entry k of
+// the chain holds part k XOR part k - 1, so that what a sample has gathered when it goes negative is
+// its entry.
 class Lookup {
  public:
   explicit Lookup(const uint8_t* table) {
@@ -80,7 +218,8 @@ class Lookup {
   U8 operator()(U8 x) const {
     __m256i low = (__m256i)x;
     __m256i high = (__m256i)(x ^ 0x80);
-    __m256i sum = _mm256_xor_si256(_mm256_shuffle_epi8(link[0], low), _mm256_shuffle_epi8(link[8], high));
+    __m256i sum =
+        _mm256_xor_si256(_mm256_shuffle_epi8(link[0], low), _mm256_shuffle_epi8(link[8], high));
     for (int i = 1; i < 8; ++i) {
       low = _mm256_subs_epi8(low, _mm256_set1_epi8(16));
       high = _mm256_subs_epi8(high, _mm256_set1_epi8(16));
@@ -120,7 +259,14 @@ class Lookup {
  public:
   explicit Lookup(const uint8_t* entries) : table(entries) {}
   U8 operator()(U8 x) const {
-    for (size_t i = 0; i < kBytes; ++i) x[i] = table[x[i]];
+    uint64_t words[kBytes / 8];
+    __builtin_memcpy(words, &x, kBytes);
+    for (uint64_t& word : words) {
+      uint64_t found = 0;
+      for (int bit = 0; bit < 64; bit += 8) found |= (uint64_t)table[(uint8_t)(word >> bit)] << bit;
+      word = found;
+    }
+    __builtin_memcpy(&x, words, kBytes);
     return x;
   }
 
@@ -129,3 +275,116 @@ class Lookup {
 };
 
 #endif
+
+// 65536 / d, truncated, for every sample d > 1; 65535 for d = 1; anything for d = 0.
+#if defined(__AVX512VBMI__)
+
+struct ReciprocalBytes {
+  uint8_t low[256];
+  uint8_t high[256];
+};
+
+constexpr ReciprocalBytes makeReciprocalBytes() {
+  ReciprocalBytes bytes{};
+  for (uint32_t d = 1; d < 256; ++d) {
+    const uint32_t reciprocal = d == 1 ? 65535 : 65536 / d;
+    bytes.low[d] = (uint8_t)reciprocal;
+    bytes.high[d] = (uint8_t)(reciprocal >> 8);
+  }
+  return bytes;
+}
+
+constexpr ReciprocalBytes kReciprocalBytes = makeReciprocalBytes();
+
+class Reciprocals {
+ public:
+  Reciprocals() : low(kReciprocalBytes.low), high(kReciprocalBytes.high) {}
+  void operator()(U8 d, U16& ofLow, U16& ofHigh) const {
+    const __m512i l = (__m512i)low(d);
+    const __m512i h = (__m512i)high(d);
+    ofLow = (U16)_mm512_unpacklo_epi8(l, h);
+    ofHigh = (U16)_mm512_unpackhi_epi8(l, h);
+  }
+
+ private:
+  Lookup low;
+  Lookup high;
+};
+
+#else
+
+// A float quotient, truncated: 65536 / d is an integer or at least 1 / d away from the next one, and its
+// rounding error, in whatever mode the caller has set, is less than 1 / (64 d).
+class Reciprocals {
+ public:
+  void operator()(U8 d, U16& ofLow, U16& ofHigh) const {
+    d = greater(d, splat(uint8_t{1}));  // no division by zero, which the caller may have made to trap
+    ofLow = ofHalf((I16)widenLow(d));
+    ofHigh = ofHalf((I16)widenHigh(d));
+  }
+
+ private:
+  // Narrowing saturates as signed, hence the shift of the range by 32768 and back; it also takes the
+  // 65536 of d = 1 to 65535.
+  static I32 ofQuarter(I16 d) {
+    const F32 quotient = 65536.0f / __builtin_convertvector((I32)d, F32);
+    return __builtin_convertvector(quotient, I32) - 32768;
+  }
+  static U16 ofHalf(I16 d) {
+    const I16 zero{};
+    return (U16)narrow(ofQuarter(zipLow(d, zero)), ofQuarter(zipHigh(d, zero))) ^ 0x8000;
+  }
+};
+
+#endif
+
+// n / d, truncated, for any n and a sample d > 0, given d's reciprocal. The estimate is the quotient or
+// one less, since n * (65536 / d - reciprocal) < 65536.
+inline U16 quotient(U16 n, U16 d, U16 reciprocal) {
+  const U16 estimate = mulHigh(n, reciprocal);
+  const U16 rest = n - estimate * d;
+  return estimate - (U16)((I16)rest >= (I16)d);
+}
+
+enum class Order {
+  straight,       // out[x] from in[x]
+  mirrored,       // out[width - 1 - x] from in[x]
+  groupsMirrored  // whole groups of four mirrored in themselves, what is left of the row straight
+};
+
+// Runs a row through `body`, which takes rows of whole registers and applies the order itself. What is
+// left of the row goes through it as a zero-filled copy: nothing outside the row is read or written.
+template <Order order, size_t N, class Body>
+inline void sweep(const Row<N>& row, Body body) {
+  const size_t rest = row.width % kBytes;
+  const size_t whole = row.width - rest;
+  if (whole) {
+    Row<N> part = row;
+    part.width = whole;
+    if (order == Order::mirrored) {
+      for (uint8_t*& out : part.out) out += rest;
+    }
+    body(part);
+  }
+  if (rest) {
+    uint8_t copy[N][kBytes] = {};
+    Row<N> part;
+    part.width = kBytes;
+    for (size_t k = 0; k < N; ++k) {
+      __builtin_memcpy(copy[k], row.in[k] + whole, rest);
+      part.in[k] = part.out[k] = copy[k];
+    }
+    body(part);
+    for (size_t k = 0; k < N; ++k) {
+      if (order == Order::mirrored) {
+        __builtin_memcpy(row.out[k], copy[k] + kBytes - rest, rest);
+        continue;
+      }
+      __builtin_memcpy(row.out[k] + whole, copy[k], rest);
+      if (order == Order::groupsMirrored) {
+        const size_t groups = rest / 4 * 4;
+        for (size_t j = 0; j < rest % 4; ++j) row.out[k][whole + groups + j] = copy[k][groups + 3 - j];
+      }
+    }
+  }
+}

@@ -1,7 +1,14 @@
-// out[x] = table[in[x]]
-void curve(uint8_t* out, const uint8_t* in, size_t width, const uint8_t* table) {
+template <Order order>
+void curveRow(const MonoRow& whole, const uint8_t* table) {
   const Lookup lookup(table);
-  size_t x = 0;
-  for (; x + kBytes <= width; x += kBytes) store(out + x, lookup(load(in + x)));
-  if (x < width) storePart(out + x, lookup(loadPart(in + x, width - x)), width - x);
+  sweep<order>(whole, [&lookup](MonoRow row) {
+    for (size_t x = 0; x < row.width; x += kBytes) {
+      const U8 v = lookup(load(row.in[0] + x));
+      if (order == Order::mirrored) {
+        store(row.out[0] + row.width - kBytes - x, mirror(v));
+      } else {
+        store(row.out[0] + x, v);
+      }
+    }
+  });
 }

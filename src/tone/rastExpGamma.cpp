@@ -1,5 +1,5 @@
 // Threshold-gain curve on the mono plane.
-#include "tone/rastExpGamma.h"
+#include "frame/operations.h"
 
 #include <stdio.h>
 
@@ -24,23 +24,12 @@ void fillTable(const RastExpGammaParam& param, uint8_t* table) {
   for (size_t i = 0; i < kTableSize; ++i) table[i] = curveSample(param, static_cast<uint8_t>(i));
 }
 
-namespace definition {
-
-void direct(const RastArea& area, uint8_t* out, const uint8_t* in, const RastExpGammaParam& param) {
-  for (int32_t r = 0; r < area.nHeight; ++r) {
-    const ptrdiff_t line = lineOffset(area, r);
-    for (int32_t x = 0; x < area.nWidth; ++x) out[line + x] = curveSample(param, in[line + x]);
-  }
+template <class Curve>
+void definition(const RastArea& area, uint8_t* out, const uint8_t* in, Curve curve) {
+  eachLine(area, [&](ptrdiff_t line) {
+    for (ptrdiff_t x = line; x < line + area.nWidth; ++x) out[x] = curve(in[x]);
+  });
 }
-
-void applyTable(const RastArea& area, uint8_t* out, const uint8_t* in, const uint8_t* table) {
-  for (int32_t r = 0; r < area.nHeight; ++r) {
-    const ptrdiff_t line = lineOffset(area, r);
-    for (int32_t x = 0; x < area.nWidth; ++x) out[line + x] = table[in[line + x]];
-  }
-}
-
-}  // namespace definition
 
 }  // namespace
 
@@ -61,28 +50,20 @@ uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
   const RastArea area = *pArea;
   const uint8_t* const in[] = {pPlanes->pIn[3]};
   uint8_t* const out[] = {pPlanes->pOut[3]};
+  const RastExpGammaParam param = built ? RastExpGammaParam{} : *pParam;
+  if (pLut && !built) fillTable(param, pLut);
 
-  if (pLut && !built) fillTable(*pParam, pLut);
-
-  // Without a buffer the curve is read from pParam at every sample, so the kernel's own table stands for
-  // it as long as no output touches pParam.
-  const void* const source = pLut ? static_cast<const void*>(pLut) : pParam;
-  const size_t sourceSize = pLut ? kTableSize : sizeof *pParam;
-  if (!rows || !planesApart(in, out, area.nWidth) || !linesApart(area, out[0], source, sourceSize)) {
-    if (pLut) {
-      definition::applyTable(area, out[0], in[0], pLut);
-    } else {
-      definition::direct(area, out[0], in[0], *pParam);
-    }
-    return RAST_OK;
-  }
-
-  uint8_t own[kTableSize];
-  if (!pLut) fillTable(*pParam, own);
-  const uint8_t* const table = pLut ? pLut : own;
-  for (int32_t r = 0; r < area.nHeight; ++r) {
-    const ptrdiff_t line = lineOffset(area, r);
-    rows->curve(out[0] + line, in[0] + line, static_cast<size_t>(area.nWidth), table);
+  const bool served = rows && planesApart(in, out, area.nWidth) &&
+                      (!pLut || linesApart(area, out, pLut, kTableSize));
+  if (served) {
+    uint8_t own[kTableSize];
+    if (!pLut) fillTable(param, own);
+    const uint8_t* const table = pLut ? pLut : own;
+    eachLine(area, [&](ptrdiff_t line) { rows->curve(rowOf(in, out, line, area.nWidth), table); });
+  } else if (pLut) {
+    definition(area, out[0], in[0], [pLut](uint8_t x) { return pLut[x]; });
+  } else {
+    definition(area, out[0], in[0], [&param](uint8_t x) { return curveSample(param, x); });
   }
   return RAST_OK;
 }

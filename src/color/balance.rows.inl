@@ -1,0 +1,64 @@
+// A block of a row in short stages, each with few enough constants for the registers; the block stays in
+// the first-level cache.
+constexpr size_t kBlock = 512;
+
+// In place on whole registers.
+inline void lookUpBlock(uint8_t* block, size_t width, const uint8_t* table) {
+  const Lookup lookup(table);
+  for (size_t x = 0; x < width; x += kBytes) store(block + x, lookup(load(block + x)));
+}
+
+// Calls `work` with each block of a row of whole registers.
+template <class Work>
+inline void eachBlock(const ColorRow& row, Work work) {
+  ColorRow block = row;
+  for (size_t x = 0; x < row.width; x += kBlock) {
+    for (size_t k = 0; k < 3; ++k) {
+      block.in[k] = row.in[k] + x;
+      block.out[k] = row.out[k] + x;
+    }
+    block.width = row.width - x < kBlock ? row.width - x : kBlock;
+    work(block);
+  }
+}
+
+// (above * 256) / room, at most 255.
+inline U8 scaledChroma(U8 above, const U16 (&room)[2], const U16 (&reciprocal)[2]) {
+  return narrow((I16)quotient(widenLow(above) << 8, room[0], reciprocal[0]),
+                (I16)quotient(widenHigh(above) << 8, room[1], reciprocal[1]));
+}
+
+inline U16 mixed(U16 grey, U16 chroma) { return (((255 - grey) * chroma) >> 8) + grey; }
+
+void balanceRow(const ColorRow& whole, const uint8_t* curves) {
+  const Reciprocals reciprocals;
+  sweep<Order::straight>(whole, [&](const ColorRow& row) {
+    eachBlock(row, [&](ColorRow block) {
+      uint8_t chroma[3][kBlock];
+      uint8_t grey[kBlock];
+      for (size_t x = 0; x < block.width; x += kBytes) {
+        const U8 c[3] = {load(block.in[0] + x), load(block.in[1] + x), load(block.in[2] + x)};
+        const U8 least = lesser(c[0], lesser(c[1], c[2]));
+        const U8 above = 255 - least;
+        const U16 room[2] = {widenLow(above), widenHigh(above)};
+        U16 reciprocal[2];
+        reciprocals(above, reciprocal[0], reciprocal[1]);
+        const U8 white = (U8)(least == 255);
+        for (size_t k = 0; k < 3; ++k) {
+          store(chroma[k] + x, scaledChroma(c[k] - least, room, reciprocal) | white);
+        }
+        store(grey + x, least);
+      }
+      for (size_t k = 0; k < 3; ++k) lookUpBlock(chroma[k], block.width, curves + 256 * k);
+      lookUpBlock(grey, block.width, curves + 256 * 3);
+      for (size_t x = 0; x < block.width; x += kBytes) {
+        const U8 g = load(grey + x);
+        for (size_t k = 0; k < 3; ++k) {
+          const U8 c = load(chroma[k] + x);
+          store(block.out[k] + x, narrow((I16)mixed(widenLow(g), widenLow(c)),
+                                         (I16)mixed(widenHigh(g), widenHigh(c))));
+        }
+      }
+    });
+  });
+}

@@ -1,0 +1,30 @@
+// The operations with the choice of row kernels as an argument: the exported functions pass the best
+// level's, tests and benchmarks any level's. Null stands for the sample-by-sample definition.
+#pragma once
+
+#include <stdint.h>
+
+#include "frame/rows.h"
+#include "rast.h"
+
+namespace rast {
+
+uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                  const RastExpGammaParam* pParam, uint8_t* pLut);
+
+uint32_t colGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                  const uint8_t* pCurve);
+
+uint32_t binConv(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                 uint32_t nColor);
+
+uint32_t satAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                   uint32_t nMode);
+
+uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                   const RastHueParam* pParam, RastHueLut* pLut);
+
+uint32_t colBalance(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                    const RastColBalanceParam* pParam, uint8_t* pLut);
+
+}  // namespace rast

@@ -1,0 +1,531 @@
+"""End-to-end tests of the rast command; the environment variable RAST names the binary."""
+
+import os
+import shutil
+import signal
+import stat
+import struct
+import subprocess
+import tempfile
+import unittest
+import zlib
+from pathlib import Path
+
+RAST = os.path.abspath(os.environ.get("RAST", "rast"))
+DONE, RUN_TIME, USAGE, DAMAGED, OUTPUT, UNSUPPORTED, MEMORY = range(7)
+PARAMETERS = ("--threshold", "30", "--offset", "9", "--gain", "300")
+
+
+def curve(samples, threshold=30, offset=9, gain=300):
+    return bytes(
+        0 if x <= threshold else min(255, ((x - threshold) * gain >> 8) + offset) for x in samples
+    )
+
+
+def luma(rgb):
+    return bytes(
+        (299 * r + 587 * g + 114 * b + 500) // 1000
+        for r, g, b in zip(rgb[0::3], rgb[1::3], rgb[2::3])
+    )
+
+
+def ramp(size):
+    return bytes((i * 37 + i // 256) % 256 for i in range(size))
+
+
+def pgm(width, height, samples):
+    return b"P5\n%d %d\n255\n" % (width, height) + samples
+
+
+def ppm(width, height, samples):
+    return b"P6\n%d %d\n255\n" % (width, height) + samples
+
+
+def chunk(kind, data):
+    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+
+def png(width, height, depth, colour, rows, interlaced=0, before=b""):
+    head = struct.pack(">IIBBBBB", width, height, depth, colour, 0, 0, interlaced)
+    lines = b"".join(b"\0" + row for row in rows)
+    start = b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + before
+    return start + chunk(b"IDAT", zlib.compress(lines)) + chunk(b"IEND", b"")
+
+
+def gray_png(width, height, samples):
+    return png(width, height, 8, 0, [samples[i * width : (i + 1) * width] for i in range(height)])
+
+
+def decode_gray_png(data):
+    """Size and samples of an 8-bit gray PNG, by the five filter rules."""
+    data, width, height, packed = data[8:], 0, 0, b""
+    while data:
+        size, kind = struct.unpack(">I4s", data[:8])
+        body, data = data[8 : 8 + size], data[12 + size :]
+        if kind == b"IHDR":
+            width, height, depth, colour = struct.unpack(">IIBB", body[:10])
+            assert (depth, colour) == (8, 0)
+        elif kind == b"IDAT":
+            packed += body
+    lines, above, out = zlib.decompress(packed), bytes(width), b""
+    for y in range(height):
+        line = bytearray(lines[y * (width + 1) : (y + 1) * (width + 1)])
+        rule = line.pop(0)
+        for x in range(width):
+            a, b, c = (line[x - 1] if x else 0), above[x], (above[x - 1] if x else 0)
+            nearest = min((abs(b - c), 0, a), (abs(a - c), 1, b), (abs(a + b - 2 * c), 2, c))[2]
+            line[x] = (line[x] + (0, a, b, (a + b) // 2, nearest)[rule]) % 256
+        above, out = bytes(line), out + line
+    return width, height, out
+
+
+class RastTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+
+    def file(self, name, content):
+        path = self.folder / name
+        path.write_bytes(content)
+        return path
+
+    def run_rast(self, *arguments, **options):
+        options.setdefault("stdin" if "input" not in options else "input", subprocess.DEVNULL)
+        options.setdefault("stdout", subprocess.PIPE)
+        return subprocess.run(
+            [RAST, *map(str, arguments)], stderr=subprocess.PIPE, timeout=20, check=False, **options
+        )
+
+    def curve_of(self, content, *arguments):
+        """Standard input to standard output, expected to succeed in silence."""
+        done = self.run_rast("expgamma", *PARAMETERS, *arguments, input=content)
+        self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+        return done.stdout
+
+    def assert_fails(self, done, code, *words):
+        text = done.stderr.decode()
+        self.assertEqual(done.returncode, code, text)
+        self.assertRegex(text, r"\Arast: [^\n]+\n\Z")
+        for word in words:
+            self.assertIn(word, text)
+
+    def refuse(self, content, code, *words, arguments=()):
+        """Refused with the code, the words in its message, and an existing output left alone."""
+        source, target = self.file("in", content), self.file("out.pgm", b"before")
+        done = self.run_rast("expgamma", *arguments, source, target)
+        self.assert_fails(done, code, str(source), *words)
+        self.assertEqual(target.read_bytes(), b"before")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["in", "out.pgm"])
+
+
+class Usage(RastTest):
+    def test_help_and_version(self):
+        for arguments in (["--help"], ["-h"], ["help"]):
+            done = self.run_rast(*arguments)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assertIn(b"expgamma", done.stdout)
+            for code in range(7):
+                self.assertRegex(done.stdout, rb"\n  %d  \w" % code)
+        for arguments in (["help", "expgamma"], ["expgamma", "--help"], ["expgamma", "x", "-h"]):
+            done = self.run_rast(*arguments)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            for word in (b"--threshold", b"0..65535", b"default 256", b"1/256", b"BT.601"):
+                self.assertIn(word, done.stdout)
+        self.assertRegex(self.run_rast("--version").stdout, rb"\Arast \d+\.\d+\.\d+\n\Z")
+        with open("/dev/full", "wb") as full:
+            self.assert_fails(self.run_rast("--help", stdout=full), OUTPUT, "standard output")
+
+    def test_wrong_usage(self):
+        for arguments, words in (
+            ([], ["no operation"]),
+            (["expgama"], ["expgama", "did you mean 'expgamma'?"]),
+            (["sharpen"], ["sharpen", "rast help"]),
+            (["help", "expgama"], ["did you mean 'expgamma'?"]),
+            (["--gray", "expgamma"], ["--gray", "before the operation"]),
+            (["expgamma", "--treshold", "3"], ["--treshold", "did you mean '--threshold'?"]),
+            (["expgamma", "--treshold=3"], ["did you mean '--threshold'?"]),
+            (["expgamma", "--verbosity"], ["--verbosity", "rast help expgamma"]),
+            (["expgamma", "-gx"], ["'-x'"]),
+            (["expgamma", "-é"], ["unknown option"]),
+            (["expgamma", "--gray=1"], ["takes no value"]),
+            (["expgamma", "--gain"], ["--gain", "needs a value"]),
+            (["expgamma", "-b"], ["-b", "needs a value"]),
+            (["expgamma", "--format", "gif"], ["gif", "pnm or png"]),
+            (["expgamma", "a", "b", "c"], ["'c'"]),
+            (["expgamma", "a", "b.jpg"], ["b.jpg", ".pgm"]),
+        ):
+            with self.subTest(arguments):
+                self.assert_fails(self.run_rast(*arguments), USAGE, *words)
+
+    def test_values(self):
+        for option, high in (("threshold", 255), ("offset", 255), ("gain", 65535), ("band", 65536)):
+            low = 1 if option == "band" else 0
+            for value in (low, high):
+                done = self.run_rast("expgamma", f"--{option}={value}", input=pgm(1, 1, b"a"))
+                self.assertEqual(done.returncode, DONE, done.stderr)
+            for value in (low - 1, high + 1, 2**64, "", "1x", "0x1", " 1", "1.0", "+1", "many"):
+                with self.subTest(option=option, value=value):
+                    done = self.run_rast("expgamma", f"--{option}", value)
+                    self.assert_fails(done, USAGE, f"--{option}", f"'{value}'", f"{low}..{high}")
+
+    def test_message_stays_one_line(self):
+        self.assert_fails(self.run_rast("expgamma", "a\nb\x1b[31m"), RUN_TIME, "a?b?[31m")
+
+
+class Curve(RastTest):
+    def test_formula(self):
+        for threshold, offset, gain in (
+            (0, 0, 256), (0, 0, 0), (255, 255, 65535), (254, 255, 65535), (128, 7, 255), (0, 200, 1)
+        ):
+            with self.subTest(threshold=threshold, offset=offset, gain=gain):
+                done = self.run_rast(
+                    "expgamma", "--threshold", threshold, "--offset", offset, "--gain", gain,
+                    input=pgm(256, 1, bytes(range(256))),
+                )
+                expected = pgm(256, 1, curve(range(256), threshold, offset, gain))
+                self.assertEqual((done.returncode, done.stdout), (DONE, expected))
+
+    def test_defaults_change_nothing(self):
+        page = pgm(16, 16, bytes(range(256)))
+        self.assertEqual(self.run_rast("expgamma", input=page).stdout, page)
+
+    def test_bands(self):
+        gray, rgb = ramp(13 * 150), ramp(3 * 13 * 150)
+        for lines in (1, 7, 64, 1000, 65536):
+            with self.subTest(lines):
+                done = self.curve_of(pgm(13, 150, gray), "--band", lines)
+                self.assertEqual(done, pgm(13, 150, curve(gray)))
+                done = self.curve_of(ppm(13, 150, rgb), "--gray", "--band", lines)
+                self.assertEqual(done, pgm(13, 150, curve(luma(rgb))))
+                done = self.curve_of(pgm(13, 150, gray), "--format", "png", "--band", lines)
+                self.assertEqual(decode_gray_png(done), (13, 150, curve(gray)))
+
+    def test_gray_weights(self):
+        colours = bytes.fromhex("000000 ffffff ff0000 00ff00 0000ff 010101 7f8081 fe0102")
+        done = self.run_rast("expgamma", "--gray", input=ppm(8, 1, colours))
+        self.assertEqual(done.stdout, pgm(8, 1, luma(colours)))
+        self.assertEqual(luma(colours)[:5], bytes((0, 255, 76, 150, 29)))
+
+    def test_gray_option_leaves_gray_alone(self):
+        self.assertEqual(self.curve_of(pgm(2, 1, b"ab"), "-g"), pgm(2, 1, curve(b"ab")))
+
+    def test_colour_is_refused(self):
+        self.refuse(ppm(1, 1, b"rgb"), UNSUPPORTED, "page 1", "colour", "--gray")
+        self.refuse(pgm(1, 1, b"a") + ppm(1, 1, b"rgb"), UNSUPPORTED, "page 2", "colour", "--gray")
+
+
+class Pnm(RastTest):
+    def test_several_pages(self):
+        pages = [(4, 3, ramp(12)), (1, 1, b"z"), (70, 130, ramp(9100))]
+        expected = b"".join(pgm(w, h, curve(s)) for w, h, s in pages)
+        self.assertEqual(self.curve_of(b"".join(pgm(*page) for page in pages)), expected)
+        self.assertEqual(self.curve_of(b"\n \n".join(pgm(*p) for p in pages) + b"\r\n"), expected)
+
+    def test_kinds_may_be_mixed(self):
+        stream = pgm(2, 1, b"ab") + gray_png(2, 2, b"cdef") + ppm(1, 1, b"rgb")
+        expected = pgm(2, 1, curve(b"ab")) + pgm(2, 2, curve(b"cdef"))
+        expected += pgm(1, 1, curve(luma(b"rgb")))
+        self.assertEqual(self.curve_of(stream, "--gray"), expected)
+
+    def test_headers(self):
+        expected = pgm(2, 2, curve(b"#\n 9"))
+        for header in (
+            b"P5 2 2 255 ",
+            b"P5\r\n2\t2\v\f255\r",
+            b"P5#\n2 2 255\n",
+            b"P5 # 7 7\n# P6\r 2#\n\n2 # 9\n255\n",
+            b"P5\n#\n#\n2 2\n255# last\n",
+            b"P5 000000000000000000000002 2 0255\n",
+        ):
+            with self.subTest(header):
+                self.assertEqual(self.curve_of(header + b"#\n 9"), expected)
+
+    def test_truncated(self):
+        header = b"P5\n# note\n4 3\n255\n"
+        for size in range(len(header)):
+            with self.subTest(size):
+                self.refuse(header[:size], DAMAGED, "expected")
+        for size, line in ((0, 1), (1, 1), (3, 1), (4, 2), (11, 3)):
+            with self.subTest(size):
+                self.refuse(header + ramp(size), DAMAGED, f"page 1, line {line}:", "ends early")
+        self.refuse(header + ramp(11), DAMAGED, "line 3:", arguments=["--band", "1"])
+        self.refuse(ppm(4, 3, ramp(35)), DAMAGED, "line 3:", arguments=["--gray"])
+
+    def test_damaged_headers(self):
+        for header, word in (
+            (b"P5 x 1 255\n", "width"), (b"P5 -1 1 255\n", "width"), (b"P5 1x 1 255\n", "width"),
+            (b"P5 1 1.5 255\n", "height"), (b"P5 1 1 m\n", "maximum"), (b"P5 1 1 255a", "maximum"),
+            (b"P5x1 1 255\n", "P5"), (b"P51 1 255\n", "P5"),
+            (b"P5 0 1 255\n", "size"), (b"P5 1 0 255\n", "size"),
+            (b"P5 2147483648 1 255\n", "size"), (b"P5 1 %s 255\n" % (b"9" * 400), "size"),
+            (b"P5 18446744073709551617 1 255\n", "size"),
+            (b"P5 1 1 0\n", "maximum"), (b"P5 1 1 65536\n", "maximum"),
+        ):
+            with self.subTest(header):
+                self.refuse(header + b"abc", DAMAGED, "page 1", word)
+
+    def test_memory_cap(self):
+        for header in (b"P5 2147483647 1 255\n", b"P6 1431655766 2 255\n", b"P5 134217729 1 255\n"):
+            with self.subTest(header):
+                self.refuse(header, MEMORY, "page 1", "268435456", arguments=["--gray"])
+        self.refuse(b"P5 134217728 1 255\n", DAMAGED, "line 1")
+        self.refuse(b"P5 1000 2147483647 255\n", DAMAGED, "line 1", arguments=["-b", "65536"])
+
+    def test_unsupported_kinds(self):
+        for content, *words in (
+            (b"P1\n1 1\n0\n", "P1", "ASCII", "P5"), (b"P2\n1 1\n255\n0\n", "P2", "ASCII"),
+            (b"P3\n1 1\n255\n0 0 0\n", "P3", "ASCII"), (b"P4\n1 1\n\0", "P4", "P5"),
+            (b"P7\nWIDTH 1\n", "P7", "PAM"), (b"Pf\n1 1\n", "P5"), (b"GIF89a", "PNG"),
+            (b"P5 1 1 15\n\0", "15", "255"), (b"P5 1 1 65535\n\0\0", "65535", "255"),
+        ):
+            with self.subTest(content):
+                self.refuse(content, UNSUPPORTED, *words)
+
+    def test_damage_after_a_good_page(self):
+        good = pgm(2, 1, b"ab")
+        self.refuse(good + good[:-1], DAMAGED, "page 2, line 1:")
+        self.refuse(good + b"P5\n2", DAMAGED, "page 2:")
+        self.refuse(good + b"P9\n", DAMAGED, "page 2:")
+        for rest in (b"x", b"\n\0", b"\n# note\n", b"255"):
+            with self.subTest(rest):
+                self.refuse(good + rest, DAMAGED, "page 1:", "not an image")
+
+    def test_empty(self):
+        self.refuse(b"", DAMAGED, "empty")
+        self.assert_fails(self.run_rast("expgamma"), DAMAGED, "standard input", "empty")
+
+
+class Png(RastTest):
+    def test_gray_depths(self):
+        for depth in (1, 2, 4, 8):
+            with self.subTest(depth):
+                samples = bytes(i % 2**depth for i in ramp(8 * 5))
+                bits = "".join(f"{s:0{depth}b}" for s in samples)
+                packed = int(bits, 2).to_bytes(5 * depth, "big")
+                rows = [packed[i * depth : (i + 1) * depth] for i in range(5)]
+                expected = curve(s * 255 // (2**depth - 1) for s in samples)
+                self.assertEqual(self.curve_of(png(8, 5, depth, 0, rows)), pgm(8, 5, expected))
+
+    def test_colour_kinds(self):
+        rgb = ramp(3 * 6)
+        image = png(3, 2, 8, 2, [rgb[:9], rgb[9:]])
+        self.assertEqual(self.curve_of(image, "--gray"), pgm(3, 2, curve(luma(rgb))))
+        self.refuse(image, UNSUPPORTED, "page 1", "colour", "--gray")
+        palette = bytes((10, 20, 30, 200, 100, 50, 90, 80, 250, 255, 255, 255))
+        image = png(4, 1, 2, 3, [b"\x1b"], before=chunk(b"PLTE", palette))
+        self.assertEqual(self.curve_of(image, "--gray"), pgm(4, 1, curve(luma(palette))))
+        self.refuse(image, UNSUPPORTED, "colour", "--gray")
+
+    def test_refused_kinds(self):
+        gray_alpha, rgb_alpha = png(1, 1, 8, 4, [b"aA"]), png(1, 1, 8, 6, [b"rgbA"])
+        transparent = png(1, 1, 8, 0, [b"a"], before=chunk(b"tRNS", b"\0a"))
+        for image, *words in (
+            (png(1, 1, 8, 0, [b"a"], interlaced=1), "interlaced"),
+            (png(1, 1, 16, 0, [b"ab"]), "16-bit", "8 bits"),
+            (png(1, 1, 16, 2, [b"rrggbb"]), "16-bit"),
+            (gray_alpha, "transparency", "flatten"),
+            (rgb_alpha, "transparency"),
+            (transparent, "transparency"),
+        ):
+            with self.subTest(words):
+                self.refuse(image, UNSUPPORTED, "page 1", *words, arguments=["--gray"])
+
+    def test_damaged(self):
+        image = gray_png(5, 4, ramp(20))
+        body = len(image) - 16  # in the check sum of the image data
+        for size in (1, 4, 8, 20, 33, 45, body, len(image) - 1):
+            with self.subTest(size):
+                self.refuse(image[:size], DAMAGED, "page 1", "ends early")
+        for place in (1, 17, 30, 45, body, len(image) - 1):
+            with self.subTest(place):
+                broken = bytearray(image)
+                broken[place] ^= 0x40
+                self.refuse(bytes(broken), DAMAGED, "page 1", "PNG")
+        note = chunk(b"tEXt", b"a\0b")[:-1] + b"\0"
+        self.refuse(png(1, 1, 8, 0, [b"a"], before=note), DAMAGED, "CRC")
+        self.refuse(png(5, 4, 8, 0, [bytes(5)] * 3), DAMAGED, "line 4")
+        self.refuse(png(1, 1, 8, 3, [b"a"]), DAMAGED, "PNG")
+        self.refuse(png(0, 1, 8, 0, [b""]), DAMAGED, "PNG")
+        self.refuse(image + b"x", DAMAGED, "not an image")
+
+    def test_sizes(self):
+        self.refuse(png(2**31 - 1, 1, 8, 0, [b""]), MEMORY, "268435456")
+        self.refuse(png(2**28, 1, 8, 2, [b""]), MEMORY, "268435456")
+        self.refuse(png(2**31, 1, 8, 0, [b""]), DAMAGED, "PNG")
+
+    def test_written(self):
+        samples = ramp(31 * 90)
+        source, target = self.file("in.pgm", pgm(31, 90, samples)), self.folder / "out.PNG"
+        done = self.run_rast("expgamma", *PARAMETERS, source, target)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (DONE, b"", b""))
+        self.assertEqual(decode_gray_png(target.read_bytes()), (31, 90, curve(samples)))
+
+    def test_holds_one_page(self):
+        source, target = self.file("in.pgm", pgm(1, 1, b"a") * 2), self.folder / "out.png"
+        done = self.run_rast("expgamma", source, target)
+        self.assert_fails(done, UNSUPPORTED, str(target), "one page")
+        self.assertEqual(os.listdir(self.folder), ["in.pgm"])
+
+
+class Files(RastTest):
+    def setUp(self):
+        super().setUp()
+        self.source = self.file("in.pgm", pgm(40, 200, ramp(8000)))
+        self.expected = pgm(40, 200, curve(ramp(8000)))
+
+    def apply(self, *arguments, **options):
+        return self.run_rast("expgamma", *PARAMETERS, *arguments, **options)
+
+    def test_names(self):
+        for name in ("out.pgm", "out.ppm", "out.pnm", "out", "x" * 250 + ".pgm"):
+            self.assertEqual(self.apply(self.source, self.folder / name).returncode, DONE)
+            self.assertEqual((self.folder / name).read_bytes(), self.expected)
+        self.assertEqual(self.apply("in.pgm", "here.pgm", cwd=self.folder).returncode, DONE)
+        self.assertEqual((self.folder / "here.pgm").read_bytes(), self.expected)
+        self.assertEqual(self.apply(self.source, "-").stdout, self.expected)
+        content = self.source.read_bytes()
+        self.assertEqual(self.apply("-", self.folder / "out.pgm", input=content).stdout, b"")
+        self.assertEqual((self.folder / "out.pgm").read_bytes(), self.expected)
+        self.assertFalse([name for name in os.listdir(self.folder) if name.startswith(".")])
+
+    def test_in_place(self):
+        self.assertEqual(self.apply(self.source, self.source).returncode, DONE)
+        self.assertEqual(self.source.read_bytes(), self.expected)
+
+    def test_link_is_followed(self):
+        link = self.folder / "link.pgm"
+        link.symlink_to("in.pgm")
+        self.assertEqual(self.apply(link, link).returncode, DONE)
+        self.assertTrue(link.is_symlink())
+        self.assertEqual(self.source.read_bytes(), self.expected)
+        link.unlink()
+        link.symlink_to("nowhere.pgm")
+        self.assert_fails(self.apply(self.source, link), OUTPUT, str(link), "symbolic link")
+
+    def test_modes(self):
+        target = self.folder / "out.pgm"
+        self.apply(self.source, target, umask=0o027)
+        self.assertEqual(stat.S_IMODE(target.stat().st_mode), 0o640)
+        target.chmod(0o604)
+        self.apply(self.source, target)
+        self.assertEqual(stat.S_IMODE(target.stat().st_mode), 0o604)
+
+    def test_inputs_that_cannot_be_read(self):
+        target = self.folder / "out.pgm"
+        for source in (self.folder / "missing.pgm", self.folder):
+            self.assert_fails(self.apply(source, target), RUN_TIME, str(source))
+        self.assertFalse(target.exists())
+
+    def test_outputs_that_cannot_be_written(self):
+        for target in ("/dev/full", self.folder, self.folder / "missing" / "out.pgm"):
+            for more in ((), ("--format", "png"), ("--band", "1")):
+                done = self.apply(*more, self.source, target)
+                self.assert_fails(done, OUTPUT, str(target), "cannot be written")
+        with open("/dev/full", "wb") as full:
+            self.assert_fails(self.apply(self.source, stdout=full), OUTPUT, "standard output")
+        self.assertEqual(os.listdir(self.folder), ["in.pgm"])
+
+    def test_closed_pipe(self):
+        for more in ((), ("--format", "png")):
+            reader, writer = os.pipe()
+            os.close(reader)
+            self.assert_fails(self.apply(*more, self.source, stdout=writer), OUTPUT, "Broken pipe")
+            os.close(writer)
+
+    def test_closed_descriptors(self):
+        """A descriptor closed by the caller never becomes the output file."""
+        target = self.folder / "out.pgm"
+        command = f"'{RAST}' expgamma {' '.join(PARAMETERS)} '{self.source}'"
+        shell = lambda line: subprocess.run(["sh", "-c", line], check=False).returncode
+        self.assertEqual(shell(f"{command} '{target}' <&- >&- 2>&-"), DONE)
+        self.assertEqual(target.read_bytes(), self.expected)
+        self.assertEqual(shell(f"{command} >&- 2>/dev/null"), OUTPUT)
+        self.assertEqual(shell(f"'{RAST}' expgamma <&- 2>/dev/null"), RUN_TIME)
+
+    def test_pipes_are_written_straight(self):
+        fifo = self.folder / "fifo"
+        os.mkfifo(fifo)
+        with subprocess.Popen(["cat", fifo], stdout=subprocess.PIPE) as cat:
+            self.assertEqual(self.apply(self.source, fifo).returncode, DONE)
+            self.assertEqual(cat.communicate()[0], self.expected)
+        self.assertTrue(fifo.is_fifo())
+        self.assertEqual(self.apply(self.source, "/dev/null").returncode, DONE)
+        self.assertEqual(self.apply(self.source, "/dev/stdout").stdout, self.expected)
+
+    def test_file_size_limit(self):
+        done = subprocess.run(
+            ["sh", "-c", f"ulimit -f 1; exec '{RAST}' expgamma in.pgm out.pgm"],
+            cwd=self.folder, stderr=subprocess.PIPE, check=False,
+        )
+        self.assert_fails(done, OUTPUT, "out.pgm", "File too large")
+        self.assertEqual(os.listdir(self.folder), ["in.pgm"])
+
+    def start_half(self, *arguments):
+        """A process that waits for the second half of its page."""
+        command = [RAST, "expgamma", *PARAMETERS, "-b", "1", "-", *map(str, arguments)]
+        process = subprocess.Popen(command, stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdin.write(pgm(1000, 64000, bytes(32_000_000)))
+        process.stdin.flush()
+        return process
+
+    def test_signals_remove_the_temporary_file(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            with self.start_half(self.folder / "out.pgm") as process:
+                self.assertEqual(len(os.listdir(self.folder)), 2)
+                process.send_signal(number)
+                self.assertEqual(process.wait(), -number)
+                self.assertEqual(os.listdir(self.folder), ["in.pgm"])
+                process.stdin.close()
+
+    def test_memory_is_flat(self):
+        with self.start_half("/dev/null") as process:
+            lines = Path(f"/proc/{process.pid}/status").read_text().splitlines()
+            peak = next(int(line.split()[1]) for line in lines if line.startswith("VmHWM"))
+            process.kill()
+            self.assertLess(peak, 28_000)
+
+    def test_progress(self):
+        pages = self.source.read_bytes() * 2
+        for more in ((), ("--quiet",), ("--progress", "--quiet")):
+            self.assertEqual(self.apply(*more, input=pages).stderr, b"")
+        done = self.apply("--progress", input=pages)
+        self.assertEqual((done.returncode, done.stdout), (DONE, self.expected * 2))
+        for words in (b"\rpage 1:  32%\r", b"\rpage 1: 100%\r", b"\rpage 2: 100%\r"):
+            self.assertIn(words, done.stderr)
+        self.assertRegex(done.stderr, rb"\r +\r\Z")
+        self.assertNotIn(b"\n", done.stderr)
+        done = self.apply("--progress", input=pages[:-1])
+        self.assertRegex(done.stderr, rb"\r +\rrast: [^\r\n]+ page 2, line 200: [^\r\n]+\n\Z")
+
+
+@unittest.skipUnless(shutil.which("cc"), "needs a C compiler")
+class Library(RastTest):
+    """The command with another rastExpGamma loaded in front of the library's."""
+
+    def apply_with(self, body, *arguments):
+        code = f"#include <stdio.h>\n#include <unistd.h>\nunsigned rastExpGamma(void) {{ {body} }}"
+        source, library = self.file("front.c", code.encode()), self.folder / "front.so"
+        subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)
+        front = {"LD_PRELOAD": str(library), "ASAN_OPTIONS": "verify_asan_link_order=0"}
+        page = self.file("in.pgm", pgm(2, 2, b"page"))
+        return self.run_rast("expgamma", page, *arguments, env=os.environ | front)
+
+    def test_output_stays_out_of_the_pixels(self):
+        body = 'printf("printed\\n"); return write(1, "written\\n", 8) != 8;'
+        target = self.folder / "out.pgm"
+        for name, expected in (("-", pgm(2, 2, b"page")), ("/dev/stdout", pgm(2, 2, b"page")),
+                               (target, b"")):
+            done = self.apply_with(body, name)
+            self.assertEqual((done.returncode, done.stdout), (DONE, expected))
+            self.assertEqual(sorted(done.stderr.split()), [b"printed", b"written"])
+        self.assertEqual(target.read_bytes(), pgm(2, 2, b"page"))
+
+    def test_refusal_is_reported(self):
+        done = self.apply_with("return 0x8001;", self.folder / "out.pgm")
+        self.assert_fails(done, RUN_TIME, "page 1, line 1", "0x8001")
+        self.assertFalse((self.folder / "out.pgm").exists())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,48 @@
+// The byte stream that pages are written to. A regular file appears under its name only when whole.
+#ifndef RAST_TOOL_OUTPUT_H
+#define RAST_TOOL_OUTPUT_H
+
+#include <cstddef>
+#include <string>
+
+#include "error.h"
+#include "file.h"
+
+class Output {
+ public:
+  // "-" is standard output. Devices and pipes are written straight.
+  explicit Output(const std::string &path);
+  ~Output();
+  Output(const Output &) = delete;
+  Output &operator=(const Output &) = delete;
+
+  // False when the bytes did not go out; safe inside C callbacks.
+  bool tryWrite(const void *data, std::size_t size) noexcept;
+  void write(const void *data, std::size_t size);
+
+  // Makes everything written so far durable and gives it the final name.
+  void commit();
+
+  template <class... Parts>
+  [[noreturn]] void fail(ExitCode code, const Parts &...parts) const {
+    ::fail(code, name_, ": ", parts...);
+  }
+
+  // Reports the write that failed last.
+  [[noreturn]] void failWrite() const;
+
+ private:
+  void openTemporary(unsigned mode);
+  void dropTemporary() noexcept;
+
+  std::string name_;
+  std::string final_;
+  std::string temporary_;  // empty when written straight, or once renamed
+  File file_;
+  int error_ = 0;
+};
+
+// Lets SIGINT, SIGTERM and SIGHUP remove the temporary file before they end the process.
+void removeTemporaryOnSignals();
+
+#endif

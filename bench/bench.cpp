@@ -2,18 +2,23 @@
 // round times the operation, memcpy of the same bytes and the definition in turn, and the ratios
 // reported are medians over the rounds: what else the machine does hits all three alike.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iostream>
+#include <streambuf>
 #include <string>
 #include <vector>
 
+#include "frame/operations.h"
 #include "rast.h"
 #include "support/levels.h"
 #include "support/random.h"
-#include "frame/operations.h"
 
 namespace {
 
@@ -33,6 +38,7 @@ constexpr Size kSizes[] = {{"line", 1}, {"band", 32}, {"page", 7016}};
 struct Planes {
   explicit Planes(int32_t height) : area{kWidth, 0, kWidth, 0, height} {
     Random random(1);
+    random.fill(curve, sizeof curve);
     for (auto* side : {&in, &out}) {
       for (auto& plane : *side) {
         plane.resize(bytes());
@@ -48,8 +54,18 @@ struct Planes {
     set.nSize = 1;
     return set;
   }
+  RastPlaneSet color() {
+    RastPlaneSet set{};
+    for (size_t k = 0; k < 3; ++k) {
+      set.pIn[k] = in[k].data();
+      set.pOut[k] = out[k].data();
+    }
+    set.nSize = 1;
+    return set;
+  }
 
   RastArea area;
+  uint8_t curve[256];
   std::vector<uint8_t> in[3];
   std::vector<uint8_t> out[3];
 };
@@ -60,8 +76,26 @@ struct Operation {
   std::function<void(const Rows*, Planes&)> run;
 };
 
+RastHueParam hueParam(int16_t mirror) {
+  return {{{200, 80, -24, 3, -2}, {-30, 290, -4, 0, 5}, {10, -60, 306, -7, 0}}, 0, mirror};
+}
+
+/// A buffer whose tables are no straight lines, which only table look-ups can serve.
+RastHueLut bentHueLut() {
+  RastHueLut lut{};
+  Random random(2);
+  for (RastHueLutRow& row : lut.row) {
+    for (auto& table : row.nProd) {
+      for (int32_t& product : table) product = static_cast<int32_t>(random.pick(-30000, 60000));
+    }
+  }
+  lut.nBuilt = 1;
+  return lut;
+}
+
 const std::vector<Operation>& operations() {
   static const RastExpGammaParam expGammaParam{20, 4, 300};
+  static const RastColBalanceParam balanceParam{3, {6, 4, 7, 5}};
   static const std::vector<Operation> all = {
       {"expgamma", 1,
        [](const Rows* rows, Planes& p) {
@@ -75,9 +109,106 @@ const std::vector<Operation>& operations() {
          rast::expGamma(rows, &p.area, &set, &expGammaParam, table);
          table[256] = 1;
        }},
+      {"colgamma", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::colGamma(rows, &p.area, &set, p.curve);
+       }},
+      {"colgamma-mono", 1,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.mono();
+         rast::colGamma(rows, &p.area, &set, p.curve);
+       }},
+      {"binconv", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::binConv(rows, &p.area, &set, 3);
+       }},
+      {"satadjust", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::satAdjust(rows, &p.area, &set, 1);
+       }},
+      {"hueadjust", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+       }},
+      {"hueadjust-mirrored", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(1);
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+       }},
+      {"hueadjust-mono", 1,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         const RastPlaneSet set = p.mono();
+         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+       }},
+      {"hueadjust-buffer", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         static RastHueLut lut{};
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, &lut);
+       }},
+      {"hueadjust-any-buffer", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         static RastHueLut lut = bentHueLut();
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, &lut);
+       }},
+      {"colbalance", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::colBalance(rows, &p.area, &set, &balanceParam, nullptr);
+       }},
+      {"colbalance-buffer", 3,
+       [](const Rows* rows, Planes& p) {
+         static uint8_t lut[1025];
+         const RastPlaneSet set = p.color();
+         rast::colBalance(rows, &p.area, &set, &balanceParam, lut);
+       }},
   };
   return all;
 }
+
+/// Gives standard output to the reports alone: hue adjustment traces each direct call there.
+class ReportsAlone {
+ public:
+  ReportsAlone() : reports_(dup(STDOUT_FILENO)), buffer_(reports_), previous_(std::cout.rdbuf(&buffer_)) {
+    if (!freopen("/dev/null", "w", stdout)) abort();
+  }
+  ~ReportsAlone() {
+    std::cout.rdbuf(previous_);
+    close(reports_);
+  }
+
+ private:
+  class DescriptorBuffer : public std::streambuf {
+   public:
+    explicit DescriptorBuffer(int descriptor) : descriptor_(descriptor) {}
+
+   protected:
+    std::streamsize xsputn(const char* text, std::streamsize n) override {
+      return write(descriptor_, text, static_cast<size_t>(n));
+    }
+    int overflow(int c) override {
+      const char character = static_cast<char>(c);
+      return xsputn(&character, 1) == 1 ? c : EOF;
+    }
+
+   private:
+    int descriptor_;
+  };
+
+  int reports_;
+  DescriptorBuffer buffer_;
+  std::streambuf* previous_;
+};
 
 double seconds(const std::function<void()>& work) {
   const auto start = std::chrono::steady_clock::now();
@@ -133,6 +264,7 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  const ReportsAlone reportsAlone;
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 }

@@ -18,7 +18,7 @@
  * of the same component (in place) at full speed; any other overlap, of planes with each other or of an
  * output with a curve or lookup buffer, is honoured byte for byte at the speed of plain code. The
  * RastArea, the RastPlaneSet and the parameter block are read once, before anything is written; curves
- * and lookup buffers are read sample by sample.
+ * and lookup buffers are read as each output sample is made.
  *
  * Null pointers. A record or buffer that a function needs and is not given is answered with
  * RAST_ERR_INVALID_ARG at the point where it would first be read.
@@ -188,6 +188,7 @@ uint32_t rastBinConv(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_
  *   2. pIn[3] is set
  *   3. nSize < 1; prints one line to standard output
  *   4. nMode > 1; prints one line to standard output
+ *   5. pArea is null
  */
 uint32_t rastSatAdjust(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_t nMode);
 
@@ -217,15 +218,16 @@ typedef struct RastHueLut {
 /*
  * Hue adjustment by a colour matrix. With every input c_j shifted to a_j = c_j + nMatrix[j][3], output k
  * is (a_0 * nMatrix[k][0] + a_1 * nMatrix[k][1] + a_2 * nMatrix[k][2]) / 256 + nMatrix[k][4]: the
- * sum wraps at 32 bits, the division truncates towards zero, the result is clamped to 0 .. 255 and, on
- * request, inverted. The mono plane uses row 0's first coefficient and offsets alone.
+ * sum wraps at 32 bits, the division truncates towards zero, the last addition wraps too, and the
+ * result is clamped to 0 .. 255 and, on request, inverted. The mono plane uses row 0's first coefficient and offsets alone.
  *
  *   pArea    the rectangle
  *   pPlanes  checked by pIn[3]: set, pOut[3] must be set and nothing else is looked at; null, all of
  *            pIn[0 .. 2] and pOut[0 .. 2] must be set. Computed by pIn[0]: null, mono from pIn[3] to
  *            pOut[3]; set, colour from pIn[0 .. 2] to pOut[0 .. 2], whatever pIn[3] holds: a caller
  *            who sets both answers for the six.
- *   pParam   always required. nReverse and nMirror count only when pLut is null.
+ *   pParam   always required, but not read when pLut is built. nReverse and nMirror count only when
+ *            pLut is null.
  *   pLut     null: computed from pParam; three trace lines go to standard output first. Set: the
  *            buffer's products and nReverse are used, filled from pParam first if nBuilt is 0;
  *            nothing is mirrored and nothing printed. A built buffer is never compared with pParam.
@@ -265,8 +267,9 @@ typedef struct RastColBalanceParam {
  *            then the built flag. Flag 0: the curves are filled and the flag set to 1. Any other
  *            value: the curves are used as they stand.
  *
- * Without pLut pixels are handled in pairs from the start of each line, both read before either is
- * written: this shows only where planes overlap.
+ * All three outputs of a pixel are made before the first is written. Without pLut pixels are handled in
+ * pairs from the start of each line, both read before either is written. Either shows only where
+ * planes overlap each other or the buffer.
  *
  * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
  *   1. nLineWidth < nStartX + nWidth (the sum wraps at 32 bits)

@@ -201,10 +201,10 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
 
   const RastArea area = *pArea;
   const RastPlaneSet set = *pPlanes;
-  const RastHueParam param = *pParam;
   const bool color = set.pIn[0] != nullptr;
 
   if (!pLut) {
+    const RastHueParam param = *pParam;
     trace(color, param);
     if (color) {
       colorDirect(rows, area, ColorPlanes(set), param);
@@ -214,7 +214,7 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
     return RAST_OK;
   }
 
-  if (pLut->nBuilt == 0) build(param, *pLut);
+  if (pLut->nBuilt == 0) build(RastHueParam(*pParam), *pLut);
   if (color) {
     colorThroughLut(rows, area, ColorPlanes(set), *pLut);
   } else {

@@ -285,6 +285,106 @@ typedef struct RastColBalanceParam {
 uint32_t rastColBalance(const RastArea *pArea, const RastPlaneSet *pPlanes,
                         const RastColBalanceParam *pParam, uint8_t *pLut);
 
+/*
+ * The overlay image and the placement of both overlay functions. Widths, positions and pitches count
+ * pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay.
+ *
+ * Two half-open rectangles in the output: the base at (nBaseX, nBaseY), as large as the RastArea says, and
+ * the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite is 1, else 0.
+ *
+ * The output is composed from line top = min(nBaseX, nOvlY) on: it is the base's column, not its line,
+ * that enters. Above it everything is background, and the sources begin there: a base placed higher than
+ * top shows its first line at top.
+ *
+ * Nothing of the geometry is checked. The caller keeps positions non-negative, the left edge of the
+ * leftmost rectangle within nOutWidth, top within nOutHeight and the rectangles within their buffers.
+ */
+typedef struct RastOverlayParam {
+  const uint8_t *pOvl[4]; /* interleaved: [0] the image; planes: [0 .. 2]. [3] is never read */
+  int32_t nOvlLineWidth;  /* line pitch of the overlay image */
+  uint32_t nReserved0;    /* not read */
+  int32_t nOvlStartX;     /* first column of the overlay rectangle in its image */
+  int32_t nOvlWidth;
+  int32_t nOvlStartY; /* first line of the overlay rectangle in its image */
+  int32_t nOvlHeight;
+  uint32_t nReserved1; /* not read */
+  int32_t nBaseX;      /* output column of the base's left edge */
+  int32_t nBaseY;      /* output line of the base's top edge */
+  int32_t nOvlX;       /* output column of the overlay's left edge */
+  int32_t nOvlY;       /* output line of the overlay's top edge */
+  int32_t nOutWidth;   /* output width and line pitch: lines are packed */
+  int32_t nOutHeight;  /* output height in lines */
+} RastOverlayParam;
+
+/*
+ * Two interleaved RGB images, 3 bytes a pixel, composed into a third. Pixels are copied as they stand.
+ *
+ * Each source is read as one run of pixels from its start, (nStartX, nStartY) of the base and (nOvlStartX,
+ * nOvlStartY) of the overlay: no line pitch is added between lines. A pixel covered by the base
+ * alone takes the overlay's next pixel, one covered by the overlay alone the base's next pixel; where both
+ * cover, the overlay's next pixel is shown without being consumed, and one pixel of the base is
+ * consumed.
+ *
+ *   pArea      the base image and rectangle, in pixels; none of its fields is checked
+ *   ppRgb      [0] the base image, only read; [1] the output, nOutHeight packed lines of nOutWidth pixels,
+ *              written completely. The output must not overlap a source.
+ *   pOvlParam  the overlay image and the placement
+ *   nPlaneMode 0 or 1, without difference
+ *   nReserved  not read
+ *   nBlendMode 0 or 1, without effect
+ *   nDensity   1 .. 10, without effect
+ *   nBgWhite   0 or 1: the background
+ *
+ * Returns RAST_OK; RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. pArea or ppRgb is null
+ *   2. pOvlParam is null; nPlaneMode > 2
+ *   3. nBlendMode > 1
+ *   4. nDensity is outside 1 .. 10
+ *   5. nBgWhite > 1
+ *   6. pOvl[0] is null
+ *   7. ppRgb[0] is null
+ *   8. ppRgb[1] is null
+ * and then RAST_ERR_GENERIC where nPlaneMode is 2, the single plane that only rastOverlay has.
+ */
+uint32_t rastOverlayRGB24bpp(const RastArea *pArea, uint8_t *const *ppRgb,
+                             const RastOverlayParam *pOvlParam, uint32_t nPlaneMode,
+                             uint32_t nReserved, uint32_t nBlendMode, uint32_t nDensity,
+                             uint32_t nBgWhite);
+
+/*
+ * Two images in planes composed into a third. Overlay samples are first weakened to
+ * (v * ((nDensity * 256 + 50) / 100)) >> 8; a pixel whose largest weakened sample is below the blend
+ * mode's threshold is transparent. Where both images cover, a transparent pixel shows the base and any
+ * other the weakened overlay, or with mode 1 the larger of both, sample by sample. Where the overlay
+ * covers alone, a transparent pixel is 0 in every plane, whatever the background.
+ *
+ *   pArea      the base image and rectangle; none of its fields is checked
+ *   pPlanes    pIn[0 .. 2] the base, pOut[0 .. 2] the output, nOutHeight packed lines of nOutWidth
+ *              samples each, written completely; only index 0 is checked, and in single-plane mode
+ *              only index 0 is used. pIn[3], pOut[3] and nSize are not read. Outputs must not overlap
+ *              sources.
+ *   pOvlParam  the overlay image and the placement
+ *   nPlaneMode 0 or 1: three planes; 2: a single plane. Where a rectangle is cut at the output's right
+ *              edge, three planes skip what is cut off; the single plane does not, and drifts left by
+ *              as much on every line.
+ *   nReserved  not read
+ *   nBlendMode 0: threshold 16; 1: threshold 0 (nothing is transparent), larger of both; 2: threshold 1
+ *   nDensity   10 .. 100 percent
+ *   nBgWhite   0 or 1: the background
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. pArea or pPlanes is null
+ *   2. pOvlParam is null; nPlaneMode > 2
+ *   3. nBlendMode > 2
+ *   4. nDensity is outside 10 .. 100; nBgWhite > 1
+ *   5. pOvl[0] is null
+ *   6. pIn[0] is null
+ *   7. pOut[0] is null
+ */
+uint32_t rastOverlay(const RastArea *pArea, const RastPlaneSet *pPlanes,
+                     const RastOverlayParam *pOvlParam, uint32_t nPlaneMode, uint32_t nReserved,
+                     uint32_t nBlendMode, uint32_t nDensity, uint32_t nBgWhite);
+
 #ifdef __cplusplus
 }
 #endif

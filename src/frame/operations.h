@@ -27,4 +27,12 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
 uint32_t colBalance(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
                     const RastColBalanceParam* pParam, uint8_t* pLut);
 
+uint32_t overlayRGB24bpp(const Rows* rows, const RastArea* pArea, uint8_t* const* ppRgb,
+                         const RastOverlayParam* pOvlParam, uint32_t nPlaneMode,
+                         uint32_t nBlendMode, uint32_t nDensity, uint32_t nBgWhite);
+
+uint32_t overlay(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                 const RastOverlayParam* pOvlParam, uint32_t nPlaneMode, uint32_t nBlendMode,
+                 uint32_t nDensity, uint32_t nBgWhite);
+
 }  // namespace rast

@@ -8,11 +8,11 @@
 
 namespace rast {
 
-/// A row of N planes.
-template <size_t N>
+/// A row of N planes in and M planes out.
+template <size_t N, size_t M = N>
 struct Row {
   const uint8_t* in[N];
-  uint8_t* out[N];
+  uint8_t* out[M];
   size_t width;
 };
 using MonoRow = Row<1>;
@@ -37,6 +37,14 @@ struct Ink {
   const uint8_t* saturationLimit;  // 256 bytes by hue, each above 15
 };
 
+/// How an overlay is weakened and put over a base: v * scale / 256, transparent where the largest of a
+/// pixel's weakened samples is below the threshold.
+struct Blend {
+  uint16_t scale;  // at most 256
+  uint8_t threshold;
+  bool maximum;  // the larger of overlay and base instead of the overlay
+};
+
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its row in
 /// each plane. An output may be its own input, except where mirrored, and overlaps nothing else.
 struct Rows {
@@ -58,6 +66,13 @@ struct Rows {
   void (*balance)(const ColorRow& row, const uint8_t* curves);
 
   void (*ink)(const ColorRow& row, const Ink& ink);
+
+  /// An overlay alone: weakened, 0 where transparent. And an overlay (first inputs) on a base (last
+  /// inputs), which shows where it is transparent.
+  void (*overlay)(const ColorRow& row, const Blend& blend);
+  void (*overlayMono)(const MonoRow& row, const Blend& blend);
+  void (*overlayOnBase)(const Row<6, 3>& row, const Blend& blend);
+  void (*overlayOnBaseMono)(const Row<2, 1>& row, const Blend& blend);
 };
 
 namespace baseline {

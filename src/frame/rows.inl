@@ -12,6 +12,7 @@ namespace {
 #include "color/products.rows.inl"
 #include "color/balance.rows.inl"
 #include "tone/ink.rows.inl"
+#include "overlay/overlay.rows.inl"
 
 constexpr Rows table{
     .curve = curveRow<Order::straight>,
@@ -22,6 +23,10 @@ constexpr Rows table{
     .products = productsRow,
     .balance = balanceRow,
     .ink = inkRow,
+    .overlay = overlayRow<3, false>,
+    .overlayMono = overlayRow<1, false>,
+    .overlayOnBase = overlayRow<3, true>,
+    .overlayOnBaseMono = overlayRow<1, true>,
 };
 
 }  // namespace

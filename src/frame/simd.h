@@ -354,12 +354,12 @@ enum class Order {
 
 // Runs a row through `body`, which takes rows of whole registers and applies the order itself. What is
 // left of the row goes through it as a zero-filled copy: nothing outside the row is read or written.
-template <Order order, size_t N, class Body>
-inline void sweep(const Row<N>& row, Body body) {
+template <Order order, size_t N, size_t M, class Body>
+inline void sweep(const Row<N, M>& row, Body body) {
   const size_t rest = row.width % kBytes;
   const size_t whole = row.width - rest;
   if (whole) {
-    Row<N> part = row;
+    Row<N, M> part = row;
     part.width = whole;
     if (order == Order::mirrored) {
       for (uint8_t*& out : part.out) out += rest;
@@ -368,22 +368,24 @@ inline void sweep(const Row<N>& row, Body body) {
   }
   if (rest) {
     uint8_t copy[N][kBytes] = {};
-    Row<N> part;
+    uint8_t result[M][kBytes];
+    Row<N, M> part;
     part.width = kBytes;
     for (size_t k = 0; k < N; ++k) {
       __builtin_memcpy(copy[k], row.in[k] + whole, rest);
-      part.in[k] = part.out[k] = copy[k];
+      part.in[k] = copy[k];
     }
+    for (size_t k = 0; k < M; ++k) part.out[k] = result[k];
     body(part);
-    for (size_t k = 0; k < N; ++k) {
+    for (size_t k = 0; k < M; ++k) {
       if (order == Order::mirrored) {
-        __builtin_memcpy(row.out[k], copy[k] + kBytes - rest, rest);
+        __builtin_memcpy(row.out[k], result[k] + kBytes - rest, rest);
         continue;
       }
-      __builtin_memcpy(row.out[k] + whole, copy[k], rest);
+      __builtin_memcpy(row.out[k] + whole, result[k], rest);
       if (order == Order::groupsMirrored) {
         const size_t groups = rest / 4 * 4;
-        for (size_t j = 0; j < rest % 4; ++j) row.out[k][whole + groups + j] = copy[k][groups + 3 - j];
+        for (size_t j = 0; j < rest % 4; ++j) row.out[k][whole + groups + j] = result[k][groups + 3 - j];
       }
     }
   }

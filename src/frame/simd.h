@@ -81,17 +81,7 @@ inline U8 mirror(U8 v) {
   return (U8)_mm256_permute2x128_si256(lanes, lanes, 1);
 }
 
-#else
-
-inline U8 mirrorGroups(U8 v) {
-  return __builtin_shufflevector(v, v, 3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
-}
-
-inline U8 mirror(U8 v) {
-  return __builtin_shufflevector(v, v, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-}
-
-#if defined(__SSE2__)
+#elif defined(__SSE2__)
 
 inline U16 widenLow(U8 a) { return (U16)_mm_unpacklo_epi8((__m128i)a, _mm_setzero_si128()); }
 inline U16 widenHigh(U8 a) { return (U16)_mm_unpackhi_epi8((__m128i)a, _mm_setzero_si128()); }
@@ -102,7 +92,31 @@ inline I16 narrow(I32 a, I32 b) { return (I16)_mm_packs_epi32((__m128i)a, (__m12
 inline I32 dotPairs(I16 a, I16 b) { return (I32)_mm_madd_epi16((__m128i)a, (__m128i)b); }
 inline U16 mulHigh(U16 a, U16 b) { return (U16)_mm_mulhi_epu16((__m128i)a, (__m128i)b); }
 
-#elif defined(__ARM_NEON)
+// Without a byte shuffle: bytes within words, then words.
+inline U16 swapBytes(U8 v) { return ((U16)v << 8) | ((U16)v >> 8); }
+
+inline U8 mirrorGroups(U8 v) {
+  const U32 words = (U32)swapBytes(v);
+  return (U8)((words << 16) | (words >> 16));
+}
+
+inline U8 mirror(U8 v) {
+  const __m128i quarters = _mm_shuffle_epi32((__m128i)swapBytes(v), _MM_SHUFFLE(0, 1, 2, 3));
+  const __m128i low = _mm_shufflelo_epi16(quarters, _MM_SHUFFLE(2, 3, 0, 1));
+  return (U8)_mm_shufflehi_epi16(low, _MM_SHUFFLE(2, 3, 0, 1));
+}
+
+#else
+
+inline U8 mirrorGroups(U8 v) {
+  return __builtin_shufflevector(v, v, 3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+}
+
+inline U8 mirror(U8 v) {
+  return __builtin_shufflevector(v, v, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+}
+
+#if defined(__ARM_NEON)
 
 inline U16 widenLow(U8 a) { return (U16)vmovl_u8(vget_low_u8((uint8x16_t)a)); }
 inline U16 widenHigh(U8 a) { return (U16)vmovl_u8(vget_high_u8((uint8x16_t)a)); }

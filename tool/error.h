@@ -21,14 +21,14 @@ struct Failure {
 };
 
 template <class... Parts>
-std::string join(const Parts &...parts) {
+std::string join(const Parts&... parts) {
   std::ostringstream stream;
   (stream << ... << parts);
   return stream.str();
 }
 
 template <class... Parts>
-[[noreturn]] void fail(ExitCode code, const Parts &...parts) {
+[[noreturn]] void fail(ExitCode code, const Parts&... parts) {
   throw Failure{code, join(parts...)};
 }
 

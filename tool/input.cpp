@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-Input::Input(const std::string &path) : name_(path == "-" ? "standard input" : path) {
+Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path) {
   // A private descriptor, so that closing the stream leaves descriptor 0 taken.
   file_.reset(path == "-" ? fdopen(dup(STDIN_FILENO), "rb") : std::fopen(path.c_str(), "rbe"));
   if (!file_) ::fail(ExitCode::runTime, name_, ": cannot be opened: ", std::strerror(errno));
@@ -26,13 +26,13 @@ int Input::peek() {
   return byte;
 }
 
-std::size_t Input::read(std::uint8_t *data, std::size_t size) noexcept {
+std::size_t Input::read(std::uint8_t* data, std::size_t size) noexcept {
   const std::size_t got = std::fread(data, 1, size, file_.get());
   if (got != size && std::ferror(file_.get()) != 0) error_ = errno;
   return got;
 }
 
-void Input::failShort(std::uint64_t line, const std::string &expected) const {
+void Input::failShort(std::uint64_t line, const std::string& expected) const {
   if (error_ != 0) fail(ExitCode::runTime, line, "cannot be read: ", std::strerror(error_));
   fail(ExitCode::damaged, line, "ends early; expected ", expected);
 }

@@ -24,7 +24,7 @@ void fillStandardDescriptors() {
   }
 }
 
-void print(const std::string &text) {
+void print(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
     fail(ExitCode::output, "standard output: cannot be written: ", std::strerror(errno));
   }
@@ -32,7 +32,7 @@ void print(const std::string &text) {
 
 // One line whatever is in it: names of files may hold line ends and terminal commands.
 int report(ExitCode code, std::string text) {
-  for (char &c : text) {
+  for (char& c : text) {
     if (static_cast<unsigned char>(c) < ' ' || c == 127) c = '?';
   }
   std::fprintf(stderr, "rast: %s\n", text.c_str());
@@ -41,7 +41,7 @@ int report(ExitCode code, std::string text) {
 
 }  // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   fillStandardDescriptors();
   // Writing to a closed pipe, or beyond the file size limit, fails like any other write.
   std::signal(SIGPIPE, SIG_IGN);
@@ -55,11 +55,11 @@ int main(int argc, char **argv) {
       print(command.text);
     }
     return 0;
-  } catch (const Failure &failure) {
+  } catch (const Failure& failure) {
     return report(failure.code, failure.text);
-  } catch (const std::bad_alloc &) {
+  } catch (const std::bad_alloc&) {
     return report(ExitCode::memory, "not enough memory for a band; try a smaller --band");
-  } catch (const std::exception &error) {
+  } catch (const std::exception& error) {
     return report(ExitCode::runTime, error.what());
   }
 }

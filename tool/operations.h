@@ -10,38 +10,32 @@
 #include <string>
 #include <vector>
 
-// A whole-number parameter, given as --name N.
-struct Parameter {
-  const char *name;
-  std::int64_t low;
-  std::int64_t high;
-  std::int64_t preset;
-  const char *help;
-};
+#include "parameters.h"
 
-using Values = std::vector<std::int64_t>;  // in the order of Operation::parameters
+using Values = std::vector<Value>;  // in the order of Operation::parameters
 
-// Applies an operation in place to one band of planes; keeps what it needs from band to band.
-using Filter = std::function<std::uint32_t(const RastArea &, const RastPlaneSet &)>;
+// Applies an operation from the input planes of a band to its output planes, which lie apart;
+// keeps what it needs from band to band.
+using Filter = std::function<std::uint32_t(const RastArea&, const RastPlaneSet&)>;
 
 enum class Takes { gray, colour, both };
 
 struct Operation {
-  const char *name;
-  const char *summary;
-  const char *details;
+  const char* name;
+  const char* summary;
+  const char* details;
   Takes takes;
   std::span<const Parameter> parameters;
-  const char *example;
-  Filter (*makeFilter)(const Values &values);
+  const char* example;
+  Filter (*makeFilter)(const Values& values);
 };
 
 std::span<const Operation> operations();
 
 // Null when there is no such operation.
-const Operation *findOperation(const std::string &name);
+const Operation* findOperation(const std::string& name);
 
-bool takesPage(const Operation &operation, bool colour);
-const char *takenPages(const Operation &operation);
+bool takesPage(const Operation& operation, bool colour);
+const char* takenPages(const Operation& operation);
 
 #endif

@@ -3,30 +3,30 @@
 #include <getopt.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <iomanip>
-#include <numeric>
 #include <optional>
 #include <utility>
 
+#include "advice.h"
 #include "error.h"
 
 namespace {
 
 struct CommonOption {
   char letter;
-  const char *name;
-  const char *argument;  // null for a switch
-  const char *help;
+  const char* name;
+  const char* argument;  // null for a switch
+  const char* help;
 };
+
+constexpr char formats[] = "pnm|png";  // in the order of Format
 
 constexpr CommonOption commonOptions[] = {
     {'g', "gray", nullptr,
      "convert colour to gray first, by ITU-R BT.601 luma:\n"
      "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
-    {'f', "format", "pnm|png",
+    {'f', "format", formats,
      "output format; default by the ending of OUT (.pgm .ppm\n"
      ".pnm .png), pnm when there is none"},
     {'b', "band", "LINES", "lines worked on at a time, 1..65536; default 64"},
@@ -49,18 +49,18 @@ constexpr char exitHelp[] =
     "Exit status:\n"
     "  0  done\n"
     "  1  run-time failure\n"
-    "  2  wrong usage\n"
+    "  2  wrong usage, or a wrong curve or matrix file\n"
     "  3  damaged or truncated input\n"
     "  4  output cannot be written\n"
     "  5  input or conversion not supported\n"
     "  6  memory cap exceeded (256 MiB for a band)\n";
 
-// Two columns: a term, and help lines that start under each other.
-std::string helpRow(const std::string &term, const std::string &help) {
+// Two columns: a term, and help lines that start under each other; below a term that is too long.
+std::string helpRow(const std::string& term, const std::string& help) {
   constexpr int column = 24;
   std::ostringstream row;
   row << "  " << std::left << std::setw(column) << term;
-  for (const char c : help) {
+  for (const char c : (term.size() < column ? "" : "\n") + help) {
     row << c;
     if (c == '\n') row << std::string(column + 2, ' ');
   }
@@ -74,76 +74,37 @@ std::string generalHelp() {
       "       rast --help | --version\n\n"
       "Applies a raster filter to page images, band by band.\n\n"
       "Operations ('rast help OPERATION' describes one):\n";
-  for (const Operation &operation : operations()) {
+  for (const Operation& operation : operations()) {
     text += helpRow(operation.name, join(operation.summary, " (", takenPages(operation), ")"));
   }
   return join(text, '\n', filesHelp, '\n', exitHelp);
 }
 
-std::string operationHelp(const Operation &operation) {
+std::string operationHelp(const Operation& operation) {
   std::string text = join("usage: rast ", operation.name, " [OPTION]... [IN [OUT]]\n\n",
                           operation.name, ": ", operation.summary, ", for ", takenPages(operation),
                           ".\n", operation.details, "\n\nParameters:\n");
-  for (const Parameter &p : operation.parameters) {
-    text += helpRow(join("    --", p.name, " N"),
-                    join(p.help, "\n", p.low, "..", p.high, ", default ", p.preset));
+  for (const Parameter& p : operation.parameters) {
+    if (p.argument == nullptr) {
+      text += helpRow(join("    --", p.name), p.help);
+      continue;
+    }
+    const std::string range = p.read == readNumbers ? join(p.low, "..", p.high, ", ") : "";
+    const std::string preset = p.preset != nullptr ? join("default ", p.preset) : "required";
+    text += helpRow(join("    --", p.name, ' ', p.argument), join(p.help, '\n', range, preset));
   }
   text += "\nOptions:\n";
-  for (const CommonOption &o : commonOptions) {
+  for (const CommonOption& o : commonOptions) {
+    if (o.letter == 'g' && !takesPage(operation, false)) continue;
     const std::string argument = o.argument != nullptr ? join(' ', o.argument) : "";
     text += helpRow(join('-', o.letter, ", --", o.name, argument), o.help);
   }
   return join(text, "\nExample:\n  ", operation.example, "\n\n", filesHelp, '\n', exitHelp);
 }
 
-// Levenshtein distance.
-std::size_t distance(const std::string &a, const std::string &b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < b.size(); ++j) {
-      const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
-    }
-  }
-  return row.back();
-}
-
-// "; did you mean 'x'?" when a known name is close, else the way to the help.
-std::string advice(const std::string &given, const std::vector<std::string> &known,
-                   const std::string &help) {
-  const auto far = [&given](const std::string &name) { return distance(given, name); };
-  const auto best = std::ranges::min_element(known, {}, far);
-  if (best != known.end() && far(*best) <= std::min<std::size_t>(3, best->size() / 2)) {
-    return join("; did you mean '", *best, "'?");
-  }
-  return join("; see '", help, "'");
-}
-
-std::int64_t parseNumber(const std::string &option, const std::string &text, std::int64_t low,
-                         std::int64_t high) {
-  std::int64_t value = 0;
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  const bool whole = stop == end && error != std::errc::invalid_argument;
-  if (!whole || error == std::errc::result_out_of_range || value < low || value > high) {
-    fail(ExitCode::usage, option, ": '", text, whole ? "' is out of range" : "' is no whole number",
-         "; expected ", low, "..", high);
-  }
-  return value;
-}
-
-Format parseFormat(const std::string &text) {
-  if (text == "pnm") return Format::pnm;
-  if (text == "png") return Format::png;
-  fail(ExitCode::usage, "--format: '", text, "' is unknown; expected pnm or png");
-}
-
-Format formatOf(const std::string &path) {
+Format formatOf(const std::string& path) {
   std::string ending = std::filesystem::path(path).extension();
-  for (char &c : ending) {
+  for (char& c : ending) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
   if (ending == ".png") return Format::png;
@@ -156,16 +117,17 @@ Format formatOf(const std::string &path) {
 
 class JobParser {
  public:
-  JobParser(const Operation &operation, int argc, char **argv) : argc_(argc), argv_(argv) {
+  JobParser(const Operation& operation, int argc, char** argv) : argc_(argc), argv_(argv) {
     job_.operation = &operation;
-    for (const CommonOption &o : commonOptions) {
+    for (const CommonOption& o : commonOptions) {
       const int argument = o.argument != nullptr ? required_argument : no_argument;
       options_.push_back({o.name, argument, nullptr, o.letter});
     }
-    for (const Parameter &p : operation.parameters) {
+    for (const Parameter& p : operation.parameters) {
       const int code = firstParameterCode + static_cast<int>(job_.values.size());
-      options_.push_back({p.name, required_argument, nullptr, code});
-      job_.values.push_back(p.preset);
+      const int argument = p.argument != nullptr ? required_argument : no_argument;
+      options_.push_back({p.name, argument, nullptr, code});
+      job_.values.push_back(p.preset != nullptr ? p.read(p, p.preset) : Value());
     }
     options_.push_back({});
   }
@@ -178,6 +140,7 @@ class JobParser {
       take(code);
     }
     takePaths();
+    requireParameters();
     job_.format = format_ ? *format_ : formatOf(job_.outPath);
     return {"", std::move(job_)};
   }
@@ -186,10 +149,13 @@ class JobParser {
   void take(int code) {
     switch (code) {
       case 'g':
+        if (!takesPage(*job_.operation, false)) {
+          fail(ExitCode::usage, "--gray: ", job_.operation->name, " works on colour pages only");
+        }
         job_.toGray = true;
         break;
       case 'f':
-        format_ = parseFormat(optarg);
+        format_ = static_cast<Format>(parseChoice("--format", optarg, formats));
         break;
       case 'b':
         job_.bandLines = static_cast<std::uint32_t>(parseNumber("--band", optarg, 1, 65536));
@@ -206,8 +172,8 @@ class JobParser {
         refuseOption();
       default: {
         const auto index = static_cast<std::size_t>(code - firstParameterCode);
-        const Parameter &p = job_.operation->parameters[index];
-        job_.values[index] = parseNumber(join("--", p.name), optarg, p.low, p.high);
+        const Parameter& p = job_.operation->parameters[index];
+        job_.values[index] = p.read(p, optarg != nullptr ? optarg : "1");
       }
     }
   }
@@ -222,11 +188,11 @@ class JobParser {
     }
     if (optopt != 0) fail(ExitCode::usage, "option '", given, "' takes no value", seeHelp());
     std::vector<std::string> known;
-    for (const option &o : options_) {
+    for (const option& o : options_) {
       if (o.name != nullptr) known.push_back(join("--", o.name));
     }
     fail(ExitCode::usage, "unknown or ambiguous option '", given, "'",
-         advice(given.substr(0, given.find('=')), known, helpCommand()));
+         advice(given.substr(0, given.find('=')), known, seeHelp()));
   }
 
   void takePaths() {
@@ -237,26 +203,34 @@ class JobParser {
     }
   }
 
-  std::string helpCommand() const { return join("rast help ", job_.operation->name); }
-  std::string seeHelp() const { return join("; see '", helpCommand(), "'"); }
+  void requireParameters() const {
+    for (std::size_t i = 0; i < job_.values.size(); ++i) {
+      const Parameter& p = job_.operation->parameters[i];
+      if (job_.values[i].empty()) {
+        fail(ExitCode::usage, optionName(p), ' ', p.argument, " is missing", seeHelp());
+      }
+    }
+  }
+
+  std::string seeHelp() const { return join("; see 'rast help ", job_.operation->name, "'"); }
 
   int argc_;
-  char **argv_;
+  char** argv_;
   Job job_;
   std::optional<Format> format_;
   std::vector<option> options_;
 };
 
-const Operation &requireOperation(const std::string &name) {
-  if (const Operation *found = findOperation(name)) return *found;
+const Operation& requireOperation(const std::string& name) {
+  if (const Operation* found = findOperation(name)) return *found;
   std::vector<std::string> known = {"help"};
-  for (const Operation &operation : operations()) known.emplace_back(operation.name);
-  fail(ExitCode::usage, "unknown operation '", name, "'", advice(name, known, "rast help"));
+  for (const Operation& operation : operations()) known.emplace_back(operation.name);
+  fail(ExitCode::usage, "unknown operation '", name, "'", advice(name, known, "; see 'rast help'"));
 }
 
 }  // namespace
 
-CommandLine parseCommandLine(int argc, char **argv) {
+CommandLine parseCommandLine(int argc, char** argv) {
   if (argc < 2) fail(ExitCode::usage, "no operation given; see 'rast help'");
   const std::string first = argv[1];
   if (first == "--version" || first == "-V") return {"rast " RAST_TOOL_VERSION "\n", {}};

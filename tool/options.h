@@ -11,7 +11,7 @@
 enum class ProgressMode { whenTerminal, always, never };
 
 struct Job {
-  const Operation *operation = nullptr;
+  const Operation* operation = nullptr;
   Values values;
   std::string inPath = "-";
   std::string outPath = "-";
@@ -26,6 +26,6 @@ struct CommandLine {
   Job job;
 };
 
-CommandLine parseCommandLine(int argc, char **argv);
+CommandLine parseCommandLine(int argc, char** argv);
 
 #endif

@@ -16,11 +16,11 @@ namespace {
 constexpr int fatalSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 // Read by the signal handler: points into the Output whose temporary file exists.
-std::atomic<const char *> pendingTemporary = nullptr;
-static_assert(std::atomic<const char *>::is_always_lock_free);
+std::atomic<const char*> pendingTemporary = nullptr;
+static_assert(std::atomic<const char*>::is_always_lock_free);
 
 void onFatalSignal(int number) {
-  if (const char *path = pendingTemporary) unlink(path);
+  if (const char* path = pendingTemporary) unlink(path);
   std::signal(number, SIG_DFL);
   raise(number);
 }
@@ -40,7 +40,7 @@ void removeTemporaryOnSignals() {
   }
 }
 
-Output::Output(const std::string &path)
+Output::Output(const std::string& path)
     : name_(path == "-" ? "standard output" : path), final_(path) {
   struct stat status = {};
   if (path == "-") {
@@ -97,13 +97,13 @@ void Output::openTemporary(unsigned mode) {
   if (fd >= 0 && fchmod(fd, mode) == 0) file_.reset(fdopen(fd, "wb"));
 }
 
-bool Output::tryWrite(const void *data, std::size_t size) noexcept {
+bool Output::tryWrite(const void* data, std::size_t size) noexcept {
   if (std::fwrite(data, 1, size, file_.get()) == size) return true;
   error_ = errno;
   return false;
 }
 
-void Output::write(const void *data, std::size_t size) {
+void Output::write(const void* data, std::size_t size) {
   if (!tryWrite(data, size)) failWrite();
 }
 

@@ -11,20 +11,20 @@
 class Output {
  public:
   // "-" is standard output. Devices and pipes are written straight.
-  explicit Output(const std::string &path);
+  explicit Output(const std::string& path);
   ~Output();
-  Output(const Output &) = delete;
-  Output &operator=(const Output &) = delete;
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
 
   // False when the bytes did not go out; safe inside C callbacks.
-  bool tryWrite(const void *data, std::size_t size) noexcept;
-  void write(const void *data, std::size_t size);
+  bool tryWrite(const void* data, std::size_t size) noexcept;
+  void write(const void* data, std::size_t size);
 
   // Makes everything written so far durable and gives it the final name.
   void commit();
 
   template <class... Parts>
-  [[noreturn]] void fail(ExitCode code, const Parts &...parts) const {
+  [[noreturn]] void fail(ExitCode code, const Parts&... parts) const {
     ::fail(code, name_, ": ", parts...);
   }
 

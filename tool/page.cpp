@@ -3,7 +3,7 @@
 #include "png_page.h"
 #include "pnm_page.h"
 
-PageHead checkedHead(const Input &in, std::uint64_t width, std::uint64_t height, bool colour) {
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour) {
   if (width < 1 || width > INT32_MAX || height < 1 || height > INT32_MAX) {
     in.fail(ExitCode::damaged, 0, "the page size is out of range; expected 1 to ", INT32_MAX,
             " columns and lines");
@@ -17,7 +17,7 @@ PageHead checkedHead(const Input &in, std::uint64_t width, std::uint64_t height,
   return head;
 }
 
-std::unique_ptr<PageReader> nextPage(Input &in) {
+std::unique_ptr<PageReader> nextPage(Input& in) {
   const bool first = in.page() == 0;
   while (!first && isPnmSpace(in.peek())) in.get();
   switch (in.peek()) {
@@ -36,6 +36,6 @@ std::unique_ptr<PageReader> nextPage(Input &in) {
   }
 }
 
-std::unique_ptr<PageWriter> makeWriter(Format format, Output &out) {
+std::unique_ptr<PageWriter> makeWriter(Format format, Output& out) {
   return format == Format::png ? makePngWriter(out) : makePnmWriter(out);
 }

@@ -16,37 +16,37 @@ struct PageHead {
   bool colour;
 
   std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
-  // What a line takes while in work: once as stored, once as planes.
-  std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 6 : 2); }
+  // What a line takes while in work: as input planes, as output planes, and colour as stored.
+  std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 9 : 2); }
 };
 
 // The most that a band may take. It also keeps every offset inside a plane below 2^31.
 inline constexpr std::uint64_t memoryCap = 256 << 20;
 
 // The one gate for sizes that come from a file: refuses what is empty, absurd or above the cap.
-PageHead checkedHead(const Input &in, std::uint64_t width, std::uint64_t height, bool colour);
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour);
 
 class PageReader {
  public:
   virtual ~PageReader() = default;
-  virtual const PageHead &head() const = 0;
+  virtual const PageHead& head() const = 0;
   // The next count lines; the last line also reads what closes the image.
-  virtual void readLines(std::uint8_t *lines, std::uint32_t count) = 0;
+  virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
 };
 
 // The next page of the stream, or null after the last. A stream without pages is an error.
-std::unique_ptr<PageReader> nextPage(Input &in);
+std::unique_ptr<PageReader> nextPage(Input& in);
 
 class PageWriter {
  public:
   virtual ~PageWriter() = default;
-  virtual void beginPage(const PageHead &head) = 0;
+  virtual void beginPage(const PageHead& head) = 0;
   // The next count lines; the last line also writes what closes the image.
-  virtual void writeLines(const std::uint8_t *lines, std::uint32_t count) = 0;
+  virtual void writeLines(const std::uint8_t* lines, std::uint32_t count) = 0;
 };
 
 enum class Format { pnm, png };
 
-std::unique_ptr<PageWriter> makeWriter(Format format, Output &out);
+std::unique_ptr<PageWriter> makeWriter(Format format, Output& out);
 
 #endif

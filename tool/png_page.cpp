@@ -16,7 +16,7 @@ struct Fault {
 };
 
 [[noreturn]] void onError(png_structp png, png_const_charp text) {
-  auto &fault = *static_cast<Fault *>(png_get_error_ptr(png));
+  auto& fault = *static_cast<Fault*>(png_get_error_ptr(png));
   std::snprintf(fault.text, sizeof fault.text, "%s", text);
   png_longjmp(png, 1);
 }
@@ -24,11 +24,11 @@ struct Fault {
 void onWarning(png_structp, png_const_charp) {}
 
 void onRead(png_structp png, png_bytep data, std::size_t size) {
-  if (static_cast<Input *>(png_get_io_ptr(png))->read(data, size) != size) png_error(png, "");
+  if (static_cast<Input*>(png_get_io_ptr(png))->read(data, size) != size) png_error(png, "");
 }
 
 void onWrite(png_structp png, png_bytep data, std::size_t size) {
-  if (!static_cast<Output *>(png_get_io_ptr(png))->tryWrite(data, size)) png_error(png, "");
+  if (!static_cast<Output*>(png_get_io_ptr(png))->tryWrite(data, size)) png_error(png, "");
 }
 
 void onFlush(png_structp) {}
@@ -36,7 +36,7 @@ void onFlush(png_structp) {}
 // Every libpng call that can fail runs inside this frame. A failure jumps back to it past libpng,
 // the callbacks above and the calls given here, none of which own anything to destroy.
 template <class Calls>
-bool guarded(png_structp png, const Calls &calls) {
+bool guarded(png_structp png, const Calls& calls) {
   if (setjmp(png_jmpbuf(png)) != 0) return false;
   calls();
   return true;
@@ -51,25 +51,25 @@ void setLimits(png_structp png) {
 
 class PngReader final : public PageReader {
  public:
-  explicit PngReader(Input &in)
+  explicit PngReader(Input& in)
       : in_(in),
         png_(png_create_read_struct(PNG_LIBPNG_VER_STRING, &fault_, onError, onWarning)),
         info_(png_ != nullptr ? png_create_info_struct(png_) : nullptr) {
     if (info_ == nullptr) throw std::bad_alloc();
   }
   ~PngReader() override { png_destroy_read_struct(&png_, &info_, nullptr); }
-  PngReader(const PngReader &) = delete;
-  PngReader &operator=(const PngReader &) = delete;
+  PngReader(const PngReader&) = delete;
+  PngReader& operator=(const PngReader&) = delete;
 
   void readHead();
-  const PageHead &head() const override { return head_; }
-  void readLines(std::uint8_t *lines, std::uint32_t count) override;
+  const PageHead& head() const override { return head_; }
+  void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
  private:
   void refuseUnsupported() const;
   [[noreturn]] void failRead() const;
 
-  Input &in_;
+  Input& in_;
   Fault fault_;
   png_structp png_;
   png_infop info_;
@@ -100,7 +100,7 @@ void PngReader::readHead() {
 }
 
 void PngReader::refuseUnsupported() const {
-  const auto refuse = [this](const char *what, const char *hint) {
+  const auto refuse = [this](const char* what, const char* hint) {
     in_.fail(ExitCode::unsupported, 0, what, " is not supported; ", hint);
   };
   if (png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE) {
@@ -113,7 +113,7 @@ void PngReader::refuseUnsupported() const {
   }
 }
 
-void PngReader::readLines(std::uint8_t *lines, std::uint32_t count) {
+void PngReader::readLines(std::uint8_t* lines, std::uint32_t count) {
   const bool read = guarded(png_, [&] {
     for (std::uint32_t i = 0; i < count; ++i, ++done_) {
       png_read_row(png_, lines + i * head_.lineBytes(), nullptr);
@@ -131,23 +131,23 @@ void PngReader::failRead() const {
 
 class PngWriter final : public PageWriter {
  public:
-  explicit PngWriter(Output &out)
+  explicit PngWriter(Output& out)
       : out_(out),
         png_(png_create_write_struct(PNG_LIBPNG_VER_STRING, &fault_, onError, onWarning)),
         info_(png_ != nullptr ? png_create_info_struct(png_) : nullptr) {
     if (info_ == nullptr) throw std::bad_alloc();
   }
   ~PngWriter() override { png_destroy_write_struct(&png_, &info_); }
-  PngWriter(const PngWriter &) = delete;
-  PngWriter &operator=(const PngWriter &) = delete;
+  PngWriter(const PngWriter&) = delete;
+  PngWriter& operator=(const PngWriter&) = delete;
 
-  void beginPage(const PageHead &head) override;
-  void writeLines(const std::uint8_t *lines, std::uint32_t count) override;
+  void beginPage(const PageHead& head) override;
+  void writeLines(const std::uint8_t* lines, std::uint32_t count) override;
 
  private:
   void check(bool written) const;
 
-  Output &out_;
+  Output& out_;
   Fault fault_;
   png_structp png_;
   png_infop info_;
@@ -155,7 +155,7 @@ class PngWriter final : public PageWriter {
   std::uint32_t done_ = 0;
 };
 
-void PngWriter::beginPage(const PageHead &head) {
+void PngWriter::beginPage(const PageHead& head) {
   if (head_.height != 0) {
     out_.fail(ExitCode::unsupported, "PNG holds one page and the input has more; use --format pnm");
   }
@@ -170,7 +170,7 @@ void PngWriter::beginPage(const PageHead &head) {
   }));
 }
 
-void PngWriter::writeLines(const std::uint8_t *lines, std::uint32_t count) {
+void PngWriter::writeLines(const std::uint8_t* lines, std::uint32_t count) {
   check(guarded(png_, [&] {
     for (std::uint32_t i = 0; i < count; ++i, ++done_) {
       png_write_row(png_, lines + i * head_.lineBytes());
@@ -187,10 +187,10 @@ void PngWriter::check(bool written) const {
 
 }  // namespace
 
-std::unique_ptr<PageReader> makePngReader(Input &in) {
+std::unique_ptr<PageReader> makePngReader(Input& in) {
   auto reader = std::make_unique<PngReader>(in);
   reader->readHead();
   return reader;
 }
 
-std::unique_ptr<PageWriter> makePngWriter(Output &out) { return std::make_unique<PngWriter>(out); }
+std::unique_ptr<PageWriter> makePngWriter(Output& out) { return std::make_unique<PngWriter>(out); }

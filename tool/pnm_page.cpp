@@ -5,7 +5,7 @@
 namespace {
 
 // One header byte; a comment reads as the end of line that closes it.
-int headerByte(Input &in) {
+int headerByte(Input& in) {
   int byte = in.get();
   if (byte == '#') {
     while (byte != '\n' && byte != '\r' && byte != EOF) byte = in.get();
@@ -15,7 +15,7 @@ int headerByte(Input &in) {
 }
 
 // A number and the one white-space byte (or comment) that ends it.
-std::uint64_t headerNumber(Input &in, const char *what) {
+std::uint64_t headerNumber(Input& in, const char* what) {
   const auto isDigit = [](int byte) { return byte >= '0' && byte <= '9'; };
   constexpr std::uint64_t absurd = std::uint64_t{1} << 40;
   int byte = headerByte(in);
@@ -31,7 +31,7 @@ std::uint64_t headerNumber(Input &in, const char *what) {
   return value;
 }
 
-bool readMagic(Input &in) {
+bool readMagic(Input& in) {
   in.get();
   const int kind = in.get();
   switch (kind) {
@@ -61,7 +61,7 @@ bool readMagic(Input &in) {
   return kind == '6';
 }
 
-PageHead readHead(Input &in) {
+PageHead readHead(Input& in) {
   const bool colour = readMagic(in);
   const std::uint64_t width = headerNumber(in, "width");
   const std::uint64_t height = headerNumber(in, "height");
@@ -78,11 +78,11 @@ PageHead readHead(Input &in) {
 
 class PnmReader final : public PageReader {
  public:
-  explicit PnmReader(Input &in) : in_(in), head_(readHead(in)) {}
+  explicit PnmReader(Input& in) : in_(in), head_(readHead(in)) {}
 
-  const PageHead &head() const override { return head_; }
+  const PageHead& head() const override { return head_; }
 
-  void readLines(std::uint8_t *lines, std::uint32_t count) override {
+  void readLines(std::uint8_t* lines, std::uint32_t count) override {
     const std::size_t lineBytes = head_.lineBytes();
     const std::size_t got = in_.read(lines, count * lineBytes);
     if (got != count * lineBytes) {
@@ -94,33 +94,33 @@ class PnmReader final : public PageReader {
   }
 
  private:
-  Input &in_;
+  Input& in_;
   PageHead head_;
   std::uint64_t done_ = 0;
 };
 
 class PnmWriter final : public PageWriter {
  public:
-  explicit PnmWriter(Output &out) : out_(out) {}
+  explicit PnmWriter(Output& out) : out_(out) {}
 
-  void beginPage(const PageHead &head) override {
+  void beginPage(const PageHead& head) override {
     lineBytes_ = head.lineBytes();
     const std::string text =
         join(head.colour ? "P6\n" : "P5\n", head.width, ' ', head.height, "\n255\n");
     out_.write(text.data(), text.size());
   }
 
-  void writeLines(const std::uint8_t *lines, std::uint32_t count) override {
+  void writeLines(const std::uint8_t* lines, std::uint32_t count) override {
     out_.write(lines, count * lineBytes_);
   }
 
  private:
-  Output &out_;
+  Output& out_;
   std::size_t lineBytes_ = 0;
 };
 
 }  // namespace
 
-std::unique_ptr<PageReader> makePnmReader(Input &in) { return std::make_unique<PnmReader>(in); }
+std::unique_ptr<PageReader> makePnmReader(Input& in) { return std::make_unique<PnmReader>(in); }
 
-std::unique_ptr<PageWriter> makePnmWriter(Output &out) { return std::make_unique<PnmWriter>(out); }
+std::unique_ptr<PageWriter> makePnmWriter(Output& out) { return std::make_unique<PnmWriter>(out); }

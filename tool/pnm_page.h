@@ -10,7 +10,7 @@ inline constexpr int pnmFirstByte = 'P';
 
 constexpr bool isPnmSpace(int byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
-std::unique_ptr<PageReader> makePnmReader(Input &in);
-std::unique_ptr<PageWriter> makePnmWriter(Output &out);
+std::unique_ptr<PageReader> makePnmReader(Input& in);
+std::unique_ptr<PageWriter> makePnmWriter(Output& out);
 
 #endif

@@ -17,8 +17,8 @@ class Progress {
   ~Progress() {
     if (shown_) std::fprintf(stderr, "\r%*s\r", width, "");
   }
-  Progress(const Progress &) = delete;
-  Progress &operator=(const Progress &) = delete;
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
 
   void show(std::uint64_t page, std::uint64_t done, std::uint64_t height) {
     const auto percent = static_cast<int>(done * 100 / height);

@@ -15,70 +15,79 @@ using Bytes = std::unique_ptr<std::uint8_t[]>;
 Bytes makeBytes(std::size_t size) { return std::make_unique_for_overwrite<std::uint8_t[]>(size); }
 
 // ITU-R BT.601 luma: 0.299 R + 0.587 G + 0.114 B, rounded to nearest.
-std::uint8_t luma(const std::uint8_t *rgb) {
+std::uint8_t luma(const std::uint8_t* rgb) {
   return static_cast<std::uint8_t>((299 * rgb[0] + 587 * rgb[1] + 114 * rgb[2] + 500) / 1000);
 }
 
-// Some lines of a page, as planes for the library and interleaved for files.
+// Some lines of a page, interleaved for files and as planes for the library: those it reads and
+// those it writes lie apart, since not every operation works in place.
 class Band {
  public:
-  Band(const PageHead &from, const PageHead &to, std::uint32_t lines)
+  Band(const PageHead& from, const PageHead& to, std::uint32_t lines)
       : from_(from), to_(to), planeBytes_(std::size_t{lines} * from.width) {
     if (from.colour) stored_ = makeBytes(3 * planeBytes_);
-    planes_ = makeBytes((to.colour ? 3 : 1) * planeBytes_);
+    in_ = makeBytes((to.colour ? 3 : 1) * planeBytes_);
+    out_ = makeBytes((to.colour ? 3 : 1) * planeBytes_);
   }
 
-  void read(PageReader &reader, std::uint32_t lines) {
+  void read(PageReader& reader, std::uint32_t lines) {
     lines_ = lines;
-    reader.readLines(from_.colour ? stored_.get() : planes_.get(), lines);
+    reader.readLines(from_.colour ? stored_.get() : in_.get(), lines);
     if (!from_.colour) return;
-    const std::uint8_t *rgb = stored_.get();
+    const std::uint8_t* rgb = stored_.get();
     for (std::size_t i = 0; i < samples(); ++i, rgb += 3) {
       if (to_.colour) {
-        for (std::size_t c = 0; c < 3; ++c) plane(c)[i] = rgb[c];
+        for (std::size_t c = 0; c < 3; ++c) plane(in_, c)[i] = rgb[c];
       } else {
-        planes_[i] = luma(rgb);
+        in_[i] = luma(rgb);
       }
     }
   }
 
-  std::uint32_t apply(const Filter &filter) {
+  std::uint32_t apply(const Filter& filter) {
     const auto width = static_cast<std::int32_t>(to_.width);
     const RastArea area{width, 0, width, 0, static_cast<std::int32_t>(lines_)};
     RastPlaneSet set = {};
     set.nSize = static_cast<std::int32_t>(samples());
     if (to_.colour) {
-      for (std::size_t c = 0; c < 3; ++c) set.pIn[c] = set.pOut[c] = plane(c);
+      for (std::size_t c = 0; c < 3; ++c) {
+        set.pIn[c] = plane(in_, c);
+        set.pOut[c] = plane(out_, c);
+      }
     } else {
-      set.pIn[3] = set.pOut[3] = planes_.get();
+      set.pIn[3] = in_.get();
+      set.pOut[3] = out_.get();
     }
     return filter(area, set);
   }
 
-  void write(PageWriter &writer) {
-    if (!to_.colour) return writer.writeLines(planes_.get(), lines_);
-    std::uint8_t *rgb = stored_.get();
+  void write(PageWriter& writer) {
+    if (!to_.colour) return writer.writeLines(out_.get(), lines_);
+    std::uint8_t* rgb = stored_.get();
     for (std::size_t i = 0; i < samples(); ++i, rgb += 3) {
-      for (std::size_t c = 0; c < 3; ++c) rgb[c] = plane(c)[i];
+      for (std::size_t c = 0; c < 3; ++c) rgb[c] = plane(out_, c)[i];
     }
     writer.writeLines(stored_.get(), lines_);
   }
 
  private:
   std::size_t samples() const { return std::size_t{lines_} * to_.width; }
-  std::uint8_t *plane(std::size_t component) { return planes_.get() + component * planeBytes_; }
+  std::uint8_t* plane(const Bytes& planes, std::size_t component) const {
+    return planes.get() + component * planeBytes_;
+  }
 
   PageHead from_;
   PageHead to_;
   std::size_t planeBytes_;
   std::uint32_t lines_ = 0;
   Bytes stored_;  // colour only
-  Bytes planes_;
+  Bytes in_;
+  Bytes out_;
 };
 
-void runPage(const Job &job, const Filter &filter, const Input &in, PageReader &reader,
-             PageWriter &writer, Progress &progress) {
-  const PageHead &from = reader.head();
+void runPage(const Job& job, const Filter& filter, const Input& in, PageReader& reader,
+             PageWriter& writer, Progress& progress) {
+  const PageHead& from = reader.head();
   const PageHead to{from.width, from.height, from.colour && !job.toGray};
   if (!takesPage(*job.operation, to.colour)) {
     in.fail(ExitCode::unsupported, 0, job.operation->name, " works on ", takenPages(*job.operation),
@@ -104,7 +113,7 @@ void runPage(const Job &job, const Filter &filter, const Input &in, PageReader &
 
 }  // namespace
 
-void run(const Job &job) {
+void run(const Job& job) {
   Input in(job.inPath);
   Output out(job.outPath);
   // The library prints diagnostics on standard output, where the pixels may be going.

@@ -4,6 +4,6 @@
 
 #include "options.h"
 
-void run(const Job &job);
+void run(const Job& job);
 
 #endif

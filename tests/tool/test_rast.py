@@ -1,6 +1,10 @@
 """End-to-end tests of the rast command; the environment variable RAST names the binary."""
 
+import math
 import os
+import random
+import re
+import shlex
 import shutil
 import signal
 import stat
@@ -110,10 +114,10 @@ class RastTest(unittest.TestCase):
         for word in words:
             self.assertIn(word, text)
 
-    def refuse(self, content, code, *words, arguments=()):
+    def refuse(self, content, code, *words, operation="expgamma", arguments=()):
         """Refused with the code, the words in its message, and an existing output left alone."""
         source, target = self.file("in", content), self.file("out.pgm", b"before")
-        done = self.run_rast("expgamma", *arguments, source, target)
+        done = self.run_rast(operation, *arguments, source, target)
         self.assert_fails(done, code, str(source), *words)
         self.assertEqual(target.read_bytes(), b"before")
         self.assertEqual(sorted(os.listdir(self.folder)), ["in", "out.pgm"])
@@ -269,6 +273,9 @@ class Pnm(RastTest):
         for header in (b"P5 2147483647 1 255\n", b"P6 1431655766 2 255\n", b"P5 134217729 1 255\n"):
             with self.subTest(header):
                 self.refuse(header, MEMORY, "page 1", "268435456", arguments=["--gray"])
+        for width, code in ((29826162, MEMORY), (29826161, DAMAGED)):
+            head = b"P6 %d 1 255\n" % width
+            self.refuse(head, code, "page 1", operation="binconv")
         self.refuse(b"P5 134217728 1 255\n", DAMAGED, "line 1")
         self.refuse(b"P5 1000 2147483647 255\n", DAMAGED, "line 1", arguments=["-b", "65536"])
 
@@ -499,12 +506,406 @@ class Files(RastTest):
         self.assertRegex(done.stderr, rb"\r +\rrast: [^\r\n]+ page 2, line 200: [^\r\n]+\n\Z")
 
 
+def clamp(value):
+    return max(0, min(255, value))
+
+
+def tone_model(table):
+    return lambda line: [tuple(table[x] for x in pixel) for pixel in line]
+
+
+def gamma_table(gamma):
+    return [math.floor(255 * (i / 255) ** (1 / gamma) + 0.5) for i in range(256)]
+
+
+def saturation_model(quarters):
+    """The distance to the grey level becomes this many quarters of what it was."""
+
+    def adjusted(pixel):
+        grey = (70 * pixel[0] + 150 * pixel[1] + 29 * pixel[2]) >> 8
+        return tuple(clamp(grey + math.trunc((c - grey) * quarters / 4)) for c in pixel)
+
+    def model(line):
+        whole = len(line) // 4 * 4
+        groups = [line[x : x + 4][::-1] for x in range(0, whole, 4)] + [line[whole:]]
+        return [adjusted(pixel) for group in groups for pixel in group]
+
+    return model
+
+
+def matrix_model(numbers, reverse=False, mirror=False):
+    rows = [numbers[0:5], numbers[5:10], numbers[10:15]]
+
+    def component(pixel, row):
+        total = sum((c + rows[j][3]) * row[j] for j, c in enumerate(pixel))
+        wrapped = (total + 2**31) % 2**32 - 2**31
+        value = clamp(math.trunc(wrapped / 256) + row[4])
+        return 255 - value if reverse else value
+
+    def model(line):
+        out = [tuple(component(pixel, row) for row in rows[: len(pixel)]) for pixel in line]
+        return out[::-1] if mirror else out
+
+    return model
+
+
+def rotation_matrix(degrees):
+    """Without the rounding: rows of floating-point weights."""
+    c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
+    luma_weights = (0.213, 0.715, 0.072)
+    cosines = ((0.787, -0.715, -0.072), (-0.213, 0.285, -0.072), (-0.213, -0.715, 0.928))
+    sines = ((-0.213, -0.715, 0.928), (0.143, 0.140, -0.283), (-0.787, 0.715, 0.072))
+    return [
+        [luma_weights[j] + c * cosines[k][j] + s * sines[k][j] for j in range(3)] for k in range(3)
+    ]
+
+
+def balance_model(curves):
+    """Curves of red, green, blue and the grey part."""
+
+    def balanced(pixel):
+        grey = min(pixel)
+        k = curves[3][grey]
+        above = [min(255, (c - grey) * 256 // (255 - grey)) if grey < 255 else 255 for c in pixel]
+        return tuple(((255 - k) * curves[j][x] >> 8) + k for j, x in enumerate(above))
+
+    return lambda line: [balanced(pixel) for pixel in line]
+
+
+class Operation(RastTest):
+    """Base: a stream of pages, in several band sizes, against a model of what becomes of a line."""
+
+    SIZES = ((13, 70), (67, 9), (3, 2), (1, 1), (130, 3))
+
+    def pages(self, components):
+        source = random.Random(components)
+        for width, height in self.SIZES:
+            samples = bytearray(source.randbytes(width * height * components))
+            samples[:components] = samples[:1] * components  # a neutral pixel
+            samples[-1] = 0
+            yield width, height, bytes(samples)
+
+    def assert_same(self, actual, expected):
+        """Without the comparison that assertEqual prints, which takes minutes for pages."""
+        alike = len(os.path.commonprefix([actual, expected]))
+        self.assertTrue(actual == expected, f"differs from byte {alike} on")
+
+    def apply(self, *arguments, page):
+        done = self.run_rast(*arguments, input=page)
+        self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+        return done.stdout
+
+    def check(self, model, *arguments, kinds=(1, 3), stderr=rb"\A\Z"):
+        for components in kinds:
+            write = pgm if components == 1 else ppm
+            stream, expected = b"", b""
+            for width, height, samples in self.pages(components):
+                stream += write(width, height, samples)
+                pixels = list(zip(*[iter(samples)] * components))
+                lines = [model(pixels[y * width : (y + 1) * width]) for y in range(height)]
+                out = bytes(sample for line in lines for pixel in line for sample in pixel)
+                expected += write(width, height, out)
+            for band in (1, 7, 64):
+                with self.subTest(arguments=arguments, components=components, band=band):
+                    done = self.run_rast(*arguments, "--band", band, input=stream)
+                    self.assertEqual(done.returncode, DONE, done.stderr)
+                    self.assertRegex(done.stderr, stderr)
+                    self.assert_same(done.stdout, expected)
+
+    def refuse_values(self, operation, option, *values):
+        for value, *words in values:
+            with self.subTest(operation=operation, option=option, value=value):
+                done = self.run_rast(operation, f"--{option}", value)
+                self.assert_fails(done, USAGE, f"--{option}", str(value).split("=")[-1], *words)
+
+
+class EveryOperation(Operation):
+    def operations(self):
+        text = self.run_rast("help").stdout.decode()
+        return re.findall(r"^  (\w+) .*\((.*) pages\)$", text, re.MULTILINE)
+
+    def test_list(self):
+        names = [name for name, _ in self.operations()]
+        expected = ["expgamma", "colgamma", "binconv", "satadjust", "hueadjust", "colbalance"]
+        self.assertEqual(names, expected)
+
+    def test_help_and_its_example(self):
+        command = self.folder / "bin" / "rast"
+        command.parent.mkdir()
+        command.symlink_to(RAST)
+        path = {"PATH": f"{command.parent}:{os.environ['PATH']}"}
+        self.file("in.pgm", pgm(9, 5, ramp(45)))
+        self.file("in.ppm", ppm(9, 5, ramp(135)))
+        for name, _ in self.operations():
+            with self.subTest(name):
+                done = self.run_rast(name, "--help")
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                text = done.stdout.decode()
+                self.assertLessEqual(max(map(len, text.splitlines())), 100)
+                example = re.search(r"^Example:\n  (rast .*)$", text, re.MULTILINE)[1]
+                self.assertTrue(example.startswith(f"rast {name} --"))
+                target = self.folder / shlex.split(example)[-1]
+                done = subprocess.run(
+                    example, shell=True, cwd=self.folder, env=os.environ | path, check=False,
+                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                )
+                self.assertEqual((done.returncode, done.stdout), (DONE, b""))
+                self.assertRegex(target.read_bytes(), rb"\AP[56]\n9 5\n255\n")
+                self.assertNotEqual(target.read_bytes(), target.with_stem("in").read_bytes())
+                target.unlink()
+
+    def test_colour_operations_refuse_gray(self):
+        for name, takes in self.operations():
+            if takes != "colour":
+                continue
+            more = ["--mode", "raise"] if name == "satadjust" else []
+            gray, words = pgm(1, 1, b"a"), (name, "colour pages only", "is gray")
+            for content, page in ((gray, 1), (ppm(1, 1, b"rgb") + gray, 2)):
+                self.refuse(
+                    content, UNSUPPORTED, f"page {page}:", *words, operation=name, arguments=more
+                )
+            done = self.run_rast(name, *more, "--gray")
+            self.assert_fails(done, USAGE, "--gray", name, "colour pages only")
+            self.assertNotIn(b"--gray", self.run_rast(name, "--help").stdout)
+
+    def test_required_parameters(self):
+        for name, option in (("colgamma", "--curve"), ("satadjust", "--mode")):
+            self.assert_fails(self.run_rast(name), USAGE, option, "missing", f"rast help {name}")
+
+    def test_close_names(self):
+        for arguments, word in (
+            (["colbalnce"], "colbalance"), (["colgamma", "--crve", "x"], "--curve"),
+            (["hueadjust", "--miror"], "--mirror"), (["hueadjust", "--matrix", "sepai"], "sepia"),
+            (["colgamma", "--curve", "inverted"], "invert"),
+        ):
+            with self.subTest(arguments):
+                self.assert_fails(self.run_rast(*arguments), USAGE, f"did you mean '{word}'?")
+
+    def test_flags_take_no_value(self):
+        for option in ("--reverse=1", "--mirror="):
+            self.assert_fails(self.run_rast("hueadjust", option), USAGE, "takes no value")
+
+    def test_colour_png(self):
+        for width, height, samples in self.pages(3):
+            page = ppm(width, height, samples)
+            packed = self.apply("hueadjust", "--format", "png", page=page)
+            self.assertEqual(packed[:4], b"\x89PNG")
+            self.assert_same(self.apply("hueadjust", page=packed), page)
+
+
+class ColGamma(Operation):
+    def test_formulas(self):
+        self.check(tone_model(range(255, -1, -1)), "colgamma", "--curve", "invert")
+        for text in ("2.2", "0.1", "10", "1", ".45"):
+            self.check(tone_model(gamma_table(float(text))), "colgamma", "--curve", f"gamma={text}")
+
+    def test_file(self):
+        table = random.Random(1).choices(range(256), k=256)
+        rows = [", ".join(map(str, table[i : i + 16])) for i in range(0, 256, 16)]
+        for between, after in (("\n", "\n"), ("\r\n", "\t"), (",", ""), ("# 1 # 3\n#\n", "#4")):
+            path = self.file("curve.txt", (between.join(rows) + after).encode())
+            self.check(tone_model(table), "colgamma", "--curve", path, kinds=[1])
+        self.check(tone_model(table), "colgamma", "--curve", path, kinds=[3])
+        for name in ("invert", "gamma=1"):
+            self.file(name, path.read_bytes())
+            done = self.run_rast(
+                "colgamma", "--curve", f"./{name}", input=pgm(1, 1, b"\7"), cwd=self.folder
+            )
+            self.assertEqual(done.stdout, pgm(1, 1, bytes(table[7:8])))
+
+    def test_files_that_are_refused(self):
+        numbers = b"0\n" * 100 + b"7 " * 100
+        for content, *words in (
+            (b"", "holds 0 numbers", "256"),
+            (b"# 1 2 3", "holds 0 numbers"),
+            (numbers + b"9 " * 55, "holds 255 numbers", "expected 256"),
+            (numbers + b"9 " * 56 + b"\n8", "line 102", "'8'", "256"),
+            (numbers + b"256 " * 56, "line 101", "'256' is out of range", "0..255"),
+            (numbers + b"-1 " * 56, "line 101", "'-1' is out of range"),
+            (b"\n1\n# note\n2 1.5", "line 4", "'1.5' is no whole number"),
+            (b"1;2", "line 1", "'1;2'"), (b"\0", "line 1"), (b"0" * 5000, "line 1"),
+            (b"99999999999999999999 ", "out of range"), (pgm(2, 1, b"ab"), "line 1", "'P5'"),
+        ):
+            with self.subTest(words):
+                path = self.file("curve.txt", content)
+                done = self.run_rast("colgamma", "--curve", path, "in", "out.pgm")
+                self.assert_fails(done, USAGE, "--curve", str(path), *words)
+        missing = self.folder / "missing"
+        for path, word in ((missing, "No such file"), (self.folder, "cannot be read")):
+            self.assert_fails(self.run_rast("colgamma", "--curve", path), USAGE, str(path), word)
+        self.assertEqual(os.listdir(self.folder), ["curve.txt"])
+
+    def test_values(self):
+        bad = ["0.09", "10.1", "0", "-1", "inf", "1e999"]
+        self.refuse_values("colgamma", "curve", *((f"gamma={g}", "0.1..10") for g in bad))
+        bad = ["", "x", "1x", "2,2", " 1", "+1"]
+        self.refuse_values("colgamma", "curve", *((f"gamma={g}", "no decimal number") for g in bad))
+        self.refuse_values("colgamma", "curve", ("gamma=nan", "0.1..10"))
+        self.refuse_values("colgamma", "curve", ("", "cannot be opened", "FILE|invert|gamma=G"))
+
+
+class BinConv(Operation):
+    PLANES = ((0,), (1,), (2,), (1, 2), (0, 2), (0, 1))
+
+    def ink(self, width, height, samples):
+        out = self.apply("binconv", page=ppm(width, height, samples))
+        return out[-width * height * 3 :: 3]
+
+    def test_ink(self):
+        for size in self.pages(3):
+            samples = size[2]
+            for ink, pixel in zip(self.ink(*size), zip(*[iter(samples)] * 3)):
+                luminance = (77 * pixel[0] + 150 * pixel[1] + 29 * pixel[2]) >> 8
+                most = max(0, luminance - 30)
+                if len(set(pixel)) == 1:
+                    self.assertEqual(ink, 0)
+                elif min(pixel) == 0:  # fully saturated
+                    self.assertEqual(ink, most)
+                else:
+                    self.assertLessEqual(ink, most)
+
+    def test_planes(self):
+        known = {}
+        for size in self.pages(3):
+            known.update(zip(zip(*[iter(size[2])] * 3), self.ink(*size)))
+        for color, planes in enumerate(self.PLANES):
+            fed = [int(c in planes) for c in range(3)]
+            model = lambda line: [tuple(known[pixel] * f for f in fed) for pixel in line]
+            self.check(model, "binconv", "--color", color, kinds=[3])
+
+    def test_values(self):
+        self.refuse_values("binconv", "color", (-1, "0..5"), (6, "0..5"), ("red", "0..5"))
+
+
+class SatAdjust(Operation):
+    def test_modes(self):
+        for mode, quarters in (("lower", 3), ("raise", 5)):
+            self.check(saturation_model(quarters), "satadjust", "--mode", mode, kinds=[3])
+
+    def test_values(self):
+        bad = [(mode, "expected lower or raise") for mode in ("rise", "", "0", "lower|raise")]
+        self.refuse_values("satadjust", "mode", *bad)
+
+
+class HueAdjust(Operation):
+    IDENTITY = [256, 0, 0, 0, 0, 0, 256, 0, 0, 0, 0, 0, 256, 0, 0]
+
+    def matrix_file(self, numbers):
+        rows = [" ".join(map(str, row)) for row in (numbers[:5], numbers[5:10], numbers[10:])]
+        return self.file("matrix.txt", ("# weights, offsets\n" + "\n".join(rows) + "\n").encode())
+
+    def test_flags(self):
+        numbers = [200, 30, -50, 3, -9, 17, 300, -90, -20, 11, -40, 55, 222, 5, 0]
+        path = self.matrix_file(numbers)
+        trace = rb"\A(   Case [^\n]+\n[^\n]+\n *Mirror effect (on|ON)[^\n]+\n)+\Z"
+        for arguments, reverse, mirror in (
+            ([], False, False), (["--reverse"], True, False), (["--mirror"], False, True),
+            (["--mirror", "--reverse"], True, True),
+        ):
+            model = matrix_model(numbers, reverse, mirror)
+            stderr = trace if mirror else rb"\A\Z"
+            self.check(model, "hueadjust", "--matrix", path, *arguments, stderr=stderr)
+
+    def test_wild_matrices(self):
+        source = random.Random(2)
+        for _ in range(3):
+            numbers = [source.randint(-32768, 32767) for _ in range(15)]
+            path = self.matrix_file(numbers)
+            self.check(matrix_model(numbers), "hueadjust", "--matrix", path)
+
+    def test_presets(self):
+        self.check(matrix_model(self.IDENTITY), "hueadjust")
+        self.check(matrix_model(self.IDENTITY, reverse=True), "hueadjust", "--reverse")
+        for name, rows in (
+            ("identity", [[1, 0, 0], [0, 1, 0], [0, 0, 1]]),
+            ("swap-rb", [[0, 0, 1], [0, 1, 0], [1, 0, 0]]),
+            ("grayscale", [[0.299, 0.587, 0.114]] * 3),
+            ("sepia", [[0.393, 0.769, 0.189], [0.349, 0.686, 0.168], [0.272, 0.534, 0.131]]),
+        ):
+            numbers = [n for row in rows for n in [round(256 * w) for w in row] + [0, 0]]
+            self.check(matrix_model(numbers), "hueadjust", "--matrix", name)
+            self.assertIn(name.encode(), self.run_rast("hueadjust", "--help").stdout)
+
+    def test_rotation(self):
+        for degrees in (30, 90, 123.5, 180, 360, -77, -360):
+            numbers = []
+            for k, row in enumerate(rotation_matrix(degrees)):
+                rounded = [math.floor(256 * w + 0.5) for w in row]
+                rounded[k] += 256 - sum(rounded)
+                self.assertLess(abs(rounded[k] - 256 * row[k]), 1.6)
+                numbers += rounded + [0, 0]
+            self.check(matrix_model(numbers), "hueadjust", "--matrix", f"rotate={degrees}")
+            greys = ppm(256, 1, bytes(v for v in range(256) for _ in range(3)))
+            out = self.apply("hueadjust", f"--matrix=rotate={degrees}", page=greys)
+            self.assert_same(out, greys)
+        self.check(matrix_model(self.IDENTITY), "hueadjust", "--matrix", "rotate=0")
+
+    def test_trace_never_reaches_the_pixels(self):
+        page, trace = pgm(3, 2, b"abcdef"), [b"Case", b"Reverse", b"Mirror"] * 2
+        for target in ("-", "/dev/stdout"):
+            done = self.run_rast("hueadjust", "--mirror", "-b1", "-", target, input=page)
+            self.assertEqual((done.returncode, done.stdout), (DONE, pgm(3, 2, b"cbafed")))
+            self.assertEqual([line.split()[0] for line in done.stderr.splitlines()], trace)
+        done = self.run_rast("hueadjust", "--mirror", "-", self.folder / "out.pgm", input=page)
+        self.assertEqual((done.returncode, done.stdout), (DONE, b""))
+
+    def test_values(self):
+        for numbers, *words in (
+            ([1] * 14, "holds 14 numbers", "15"), ([1] * 16, "line 4", "15"),
+            ([1] * 14 + [32768], "line 4", "'32768'", "-32768..32767"),
+            ([-32769] + [1] * 14, "line 2", "'-32769'"), (["1.0"] * 15, "line 2", "'1.0'"),
+        ):
+            path = self.matrix_file(numbers)
+            self.refuse_values("hueadjust", "matrix", (path, *words))
+        for angle in ("361", "-360.5", "nan"):
+            self.refuse_values("hueadjust", "matrix", (f"rotate={angle}", "-360..360"))
+        self.refuse_values("hueadjust", "matrix", ("rotate=", "no decimal number"))
+        self.refuse_values("hueadjust", "matrix", ("nothing", "FILE|PRESET|rotate=DEGREES"))
+
+
+class ColBalance(Operation):
+    def curve_of(self, tone, level):
+        """Tone curve, then level, as greys show it; 255 shows as 254 on a saturated pixel."""
+        greys = bytes(v for v in range(255) for _ in range(3)) + b"\xff\0\0"
+        levels = ",".join([str(level)] * 4)
+        arguments = ("colbalance", "--curve", tone, "--level", levels)
+        curve = self.apply(*arguments, page=ppm(256, 1, greys))[-768::3]
+        return [*curve[:255], curve[255] + 1]
+
+    def test_levels_shift(self):
+        self.assertEqual(self.curve_of(4, 5), list(range(256)))
+        for level in range(11):
+            shifted = [clamp(v + 5 * (level - 5)) for v in range(256)]
+            start = 0 if level <= 5 else 20  # raised levels rise gently from 0
+            self.assertEqual(self.curve_of(4, level)[start:], shifted[start:])
+        self.assertEqual(self.curve_of(4, 11), self.curve_of(4, 10))
+
+    def test_pages(self):
+        self.check(balance_model([range(256)] * 4), "colbalance", kinds=[3])
+        for tone, levels in (
+            (0, (5, 5, 5, 5)), (1, (0, 3, 6, 10)), (2, (11, 9, 8, 7)), (3, (4, 2, 1, 0)),
+            (4, (10, 5, 0, 6)),
+        ):
+            model = balance_model([self.curve_of(tone, level) for level in levels])
+            text = ",".join(map(str, levels))
+            self.check(model, "colbalance", "--curve", tone, "--level", text, kinds=[3])
+
+    def test_values(self):
+        self.refuse_values("colbalance", "curve", (-1, "0..4"), (5, "0..4"), ("", "0..4"))
+        bad = ("12,5,5,5", "5,5,5,-1", "5,,5,5", "5,5,5,5,5", "5,5,5,5,", "5,5,5, 5", "a,b,c,d")
+        for value in bad:
+            done = self.run_rast("colbalance", "--level", value)
+            self.assert_fails(done, USAGE, "--level", "0..11")
+        self.refuse_values("colbalance", "level", ("5,5,5", "R,G,B,GREY"), ("", "R,G,B,GREY"))
+
+
 @unittest.skipUnless(shutil.which("cc"), "needs a C compiler")
 class Library(RastTest):
     """The command with another rastExpGamma loaded in front of the library's."""
 
     def apply_with(self, body, *arguments):
-        code = f"#include <stdio.h>\n#include <unistd.h>\nunsigned rastExpGamma(void) {{ {body} }}"
+        code = "#include <stdio.h>\n#include <string.h>\n#include <unistd.h>\n"
+        code += f"unsigned rastExpGamma(const void *area, char **planes) {{ {body} }}"
         source, library = self.file("front.c", code.encode()), self.folder / "front.so"
         subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)
         front = {"LD_PRELOAD": str(library), "ASAN_OPTIONS": "verify_asan_link_order=0"}
@@ -512,7 +913,8 @@ class Library(RastTest):
         return self.run_rast("expgamma", page, *arguments, env=os.environ | front)
 
     def test_output_stays_out_of_the_pixels(self):
-        body = 'printf("printed\\n"); return write(1, "written\\n", 8) != 8;'
+        body = 'printf("printed\\n"); memcpy(planes[7], planes[3], 4);'
+        body += 'return write(1, "written\\n", 8) != 8;'
         target = self.folder / "out.pgm"
         for name, expected in (("-", pgm(2, 2, b"page")), ("/dev/stdout", pgm(2, 2, b"page")),
                                (target, b"")):

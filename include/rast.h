@@ -250,8 +250,8 @@ uint32_t rastHueAdjust(const RastArea *pArea, const RastPlaneSet *pPlanes,
 /* The curves of rastColBalance. */
 typedef struct RastColBalanceParam {
   uint8_t nCurve;    /* 0 .. 4: tone curve of all four channels; 4 is the identity */
-  int16_t nLevel[4]; /* 0 .. 11: level of components 0 to 2 and of the grey part; 5 is neutral, a step
-                        is 5 sample values, 11 is the same as 10 */
+  int16_t nLevel[4]; /* 0 .. 11: level of components 0 to 2 and of the grey part. 5 is neutral, a step
+                        is 5 sample values; above 5 the curve begins with a ramp from 0; 11 is 10 */
 } RastColBalanceParam;
 
 /*

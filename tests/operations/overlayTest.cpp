@@ -381,6 +381,7 @@ TEST_P(OverlayLevels, InterleavedAnyPlacement) {
       30,
       [](Random& random) {
         const Scene scene = drawScene(random);
+        const auto white = static_cast<uint32_t>(random.pick(0, 1));
         const bool close = random.oneIn(4);
         const Spot base{close ? size_t{2} : 0, static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
         const Spot overlay{close ? size_t{2} : 1, static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
@@ -390,7 +391,7 @@ TEST_P(OverlayLevels, InterleavedAnyPlacement) {
           uint8_t* const rgb[] = {base.in(memory), out.in(memory)};
           RastOverlayParam param = scene.param;
           param.pOvl[0] = overlay.in(memory);
-          return overlayRGB24bpp(rows, &scene.area, rgb, &param, 0, 0, 1, scene.area.nStartX % 2);
+          return overlayRGB24bpp(rows, &scene.area, rgb, &param, 0, 0, 1, white);
         };
       },
       GetParam().rows);

@@ -81,6 +81,13 @@ struct Rows {
   /// lines of the output do not overlap one another or the input.
   void (*transpose)(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
                     size_t columns);
+
+  /// 16-bit sums of lines: started with `line`, or `line` added. How whole registers of sums are ordered is
+  /// the level's own; only mean() reads them.
+  void (*sum)(uint16_t* sums, const uint8_t* line, size_t width, bool first);
+  /// mean[x] = (sums[x] + line[x]) / count, in 8 bits; `line` may be null. The sum fits 16 bits.
+  void (*mean)(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,
+               uint16_t count);
 };
 
 namespace baseline {

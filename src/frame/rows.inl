@@ -14,6 +14,7 @@ namespace {
 #include "tone/ink.rows.inl"
 #include "overlay/overlay.rows.inl"
 #include "geometry/transpose.rows.inl"
+#include "geometry/mean.rows.inl"
 
 constexpr Rows table{
     .curve = curveRow<Order::straight>,
@@ -29,6 +30,8 @@ constexpr Rows table{
     .overlayOnBase = overlayRow<3, true>,
     .overlayOnBaseMono = overlayRow<1, true>,
     .transpose = transposeRows,
+    .sum = sumRow,
+    .mean = meanRow,
 };
 
 }  // namespace

@@ -385,6 +385,182 @@ uint32_t rastOverlay(const RastArea *pArea, const RastPlaneSet *pPlanes,
                      const RastOverlayParam *pOvlParam, uint32_t nPlaneMode, uint32_t nReserved,
                      uint32_t nBlendMode, uint32_t nDensity, uint32_t nBgWhite);
 
+/* The rotation modes. */
+enum {
+  RAST_ROTATE_CCW90 = 0,     /* a quarter turn counter-clockwise */
+  RAST_ROTATE_SAME_SIZE = 1, /* the input side takes it, the output side does not provide it */
+  RAST_ROTATE_CW90 = 2,      /* a quarter turn clockwise */
+};
+
+/*
+ * A band of a page: input planes for rastRotateInputAccumulate, output planes for rastRotateSockOutput.
+ * The page fields count from the output page's first line and column.
+ */
+typedef struct RastRotateBand {
+  int32_t nPlaneNum;     /* planes in the band, 1 .. 4 */
+  const uint8_t *pIn[4]; /* input planes at the band's line 0, with the pitch of the source RastArea */
+  uint8_t *pOut[4];      /* output planes at the band's line 0 */
+  int32_t nLines;        /* lines in the band; taken as it stands, also below 1 */
+  int32_t nOutStartX;    /* column of the rotated image's left edge */
+  int32_t nOutStartY;    /* line of the rotated image's top */
+  int32_t nOutLineWidth; /* line pitch and width of the output page */
+  int32_t nOutHeight;    /* lines of the output page */
+  int32_t nReserved;     /* copied into the context, without use */
+} RastRotateBand;
+
+/* One accumulated input band. */
+typedef struct RastRotateBandEntry {
+  const uint8_t *pPlane[4];
+  int32_t nLines;
+} RastRotateBandEntry;
+
+/*
+ * A rotation under way, owned by the caller and kept by the two functions. For each image the caller sets
+ * nPlaneNum to 0, best by clearing all of it, and keeps the input bands alive and unchanged until the
+ * last output band is written.
+ */
+typedef struct RastRotateCtx {
+  int32_t nPlaneNum; /* from the first band; 0: nothing accumulated yet */
+  int32_t nOutStartX;
+  int32_t nOutStartY;
+  int32_t nOutLineWidth;
+  int32_t nOutHeight;
+  int32_t nRotWidth;  /* columns of the rotated image; for a quarter turn the source's height */
+  int32_t nRotHeight; /* lines of the rotated image; for a quarter turn the source's width */
+  int32_t nReserved;
+  RastArea stArea; /* the source rectangle of the first call */
+  int32_t nRotate; /* the mode of the first call */
+  RastRotateBandEntry stBand[128];
+  RastRotateBandEntry *pCurBand; /* the band of the first source line */
+  int32_t nCurLine;              /* the first source line's offset in it */
+  int32_t nSrcX;                 /* the next source column to become an output line */
+  int32_t nOutPos;               /* output page line at which the next output band starts */
+  int32_t nBandNum;              /* accumulated bands */
+  int32_t nTotalLines;           /* their lines */
+} RastRotateCtx;
+
+/*
+ * Takes the next input band of a page that is to be turned: records its planes and lines, in page order.
+ * No sample is read.
+ *
+ *   pArea    the source rectangle, its nStartY counted from the first band's line 0. Checked for null in
+ *            every call; the first call's values govern.
+ *   pBand    the band
+ *   pCtx     the rotation
+ *   nRotate  the mode; checked in every call, the first call's governs. 3 is taken without a size check.
+ *
+ * The first source line is found by comparing nStartY with the lines so far, greater or equal: a line that
+ * is the first of a band is found one past the end of the band before. Its offset subtracts one band's
+ * lines only, so it is exact in the first two bands.
+ *
+ * Returns RAST_OK: more bands are needed; RAST_COMPLETE: the bands reach the end of the rectangle (further
+ * bands are taken and answered the same); or, with nothing changed, RAST_ERR_INVALID_ARG at the first of
+ * these that holds:
+ *   1. pArea or pBand is null
+ *   2. pCtx is null; nRotate > 3
+ *   3. pIn[0] is null
+ *   4. nPlaneNum is outside 1 .. 4
+ *   5. the context is under way with other than 1 .. 4 planes or 0 .. 127 bands
+ *   6. first band, quarter turn: nWidth > nOutHeight - nOutStartY; nHeight > nOutLineWidth - nOutStartX.
+ *      Mode 1: nWidth > nOutLineWidth - nOutStartX; nHeight > nOutHeight - nOutStartY.
+ */
+uint32_t rastRotateInputAccumulate(const RastArea *pArea, const RastRotateBand *pBand,
+                                   RastRotateCtx *pCtx, uint32_t nRotate);
+
+/*
+ * Writes the lines of the turned image that fall into the next output band of the page, in page order.
+ * Counter-clockwise, source line r and column c go to line nWidth - 1 - c, column r; clockwise to line c,
+ * column nHeight - 1 - r, both counted from (nOutStartX, nOutStartY).
+ *
+ *   pBand  pOut of each of the context's planes, nLines and nOutLineWidth are read
+ *   pCtx   a rotation for which the input side has answered RAST_COMPLETE; nSrcX and nOutPos move on
+ *
+ * A band above the image moves on; one that ends exactly at its top is refused; one that starts above and
+ * reaches past its end writes on, beyond the image; one that starts past it changes nothing. Within the
+ * band the first line is found with the band's own nOutLineWidth, the following ones with that of the
+ * first input band.
+ *
+ * For each plane in turn one sample is read and written, source line by source line; overlap is honoured
+ * in that order.
+ *
+ * Returns RAST_OK; RAST_COMPLETE when, clockwise, the last source column has been written
+ * (counter-clockwise never answers it: the caller counts lines); or, with nothing changed:
+ *   RAST_ERR_INVALID_ARG    pBand or pCtx is null; pOut[0] is null; the context has other than 1 .. 4 planes
+ *                           or 0 .. 128 bands; its mode is not one of the three; the band ends exactly at the
+ *                           image's top
+ *   RAST_ERR_NOT_SUPPORTED  the mode is RAST_ROTATE_SAME_SIZE
+ */
+uint32_t rastRotateSockOutput(const RastRotateBand *pBand, RastRotateCtx *pCtx);
+
+/* The ratios of rastZoom. */
+typedef struct RastZoomParam {
+  uint32_t nPlaneNum; /* 1 .. 3: planes 0 to nPlaneNum - 1 are reduced */
+  uint32_t nRatioX;   /* horizontal ratio in thousandths, 1 .. 25399 */
+  uint32_t nRatioY;   /* vertical ratio in thousandths, 1 .. 25399 */
+} RastZoomParam;
+
+/*
+ * Reduction by averaging. Source lines, and the samples of a line, are gathered into groups by an accumulator
+ * that grows by the ratio and emits at 1000; what is left at the end is a group too. An output sample is the
+ * truncated mean of its group, of which the low 8 bits are stored.
+ *
+ * A group of one adds the sum of the group before it: with ratios of 501 to 999 such samples are the sum of
+ * three, in 8 bits. At 1000 nothing has been summed before and samples are copied. Stored sums wrap at
+ * 16 bits.
+ *
+ *   pArea    the source rectangle; nHeight is the end line, exclusive: lines nStartY to nHeight - 1 are
+ *            read, none where nHeight <= nStartY
+ *   pPlanes  from pIn to pOut. The output is packed: line j of a plane starts at pOut + j * M, with M the
+ *            number of samples that a line becomes.
+ *   pParam   A vertical ratio above 1000 returns RAST_OK at once, a horizontal one writes nothing.
+ *
+ * Allocates working lines and frees them before it returns.
+ *
+ * Returns RAST_OK; RAST_ERR_NO_MEMORY where an allocation failed, with nothing written (where it is one of
+ * the sums, the working lines before it stay allocated); or RAST_ERR_INVALID_ARG at the first of these
+ * that holds:
+ *   1. pParam is null; nPlaneNum is outside 1 .. 3
+ *   2. pArea is null; nLineWidth < 1; nWidth < 1; nHeight < 1; nLineWidth < nStartX + nWidth
+ *   3. pPlanes is null; for any of the four planes, pIn is set and pOut null; nSize < 1
+ *   4. nRatioX is outside 1 .. 25399; nRatioY is outside 1 .. 25399
+ */
+uint32_t rastZoom(const RastArea *pArea, const RastPlaneSet *pPlanes, const RastZoomParam *pParam);
+
+/* The output page of rastImageShift. */
+typedef struct RastShiftParam {
+  int32_t nShiftX;       /* horizontal offset of the rectangle in the output page, in samples */
+  int32_t nShiftY;       /* vertical offset, in lines */
+  int32_t nOutLineWidth; /* width and line pitch of each output plane */
+  int32_t nOutHeight;    /* lines of each output plane */
+  uint32_t nFillMode;    /* 0: the rest of the page is left alone; 1: filled with 0; 2: with 255 */
+} RastShiftParam;
+
+/*
+ * Copies a rectangle into an output page at an offset. What reaches past the page's right or lower edge is
+ * left out. A negative offset keeps the rectangle's first columns and lines and drops its last ones; and
+ * with a negative nShiftX the lines are counted as for a negative nShiftY, without a top margin and not
+ * limited by the page.
+ *
+ *   pArea       the source rectangle
+ *   pPlanes     pIn and pOut of the planes of nPlaneMode; output line j starts at pOut + j * nOutLineWidth.
+ *               Outputs must not overlap sources.
+ *   pParam      the output page
+ *   nPlaneMode  0: planes 0, 1 and 2; 1: plane 3
+ *
+ * Offsets beyond the page, a negative nShiftY with a non-negative nShiftX, and lines longer than the page is
+ * wide are the caller's to avoid; negative lengths copy and fill nothing.
+ *
+ * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
+ *   1. pArea is null; nLineWidth < nStartX + nWidth
+ *   2. pPlanes is null; pIn[0] and pIn[3] are both null
+ *   3. nSize < 1; pParam is null
+ *   4. nLineWidth < 1; nWidth < 1; nHeight < 1
+ *   5. nWidth + nShiftX < 1; nHeight + nShiftY < 1
+ *   6. nPlaneMode > 1; nFillMode > 2
+ */
+uint32_t rastImageShift(const RastArea *pArea, const RastPlaneSet *pPlanes,
+                        const RastShiftParam *pParam, uint32_t nPlaneMode);
+
 #ifdef __cplusplus
 }
 #endif

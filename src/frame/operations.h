@@ -35,4 +35,9 @@ uint32_t overlay(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pP
                  const RastOverlayParam* pOvlParam, uint32_t nPlaneMode, uint32_t nBlendMode,
                  uint32_t nDensity, uint32_t nBgWhite);
 
+uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRotateCtx* pCtx);
+
+uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+              const RastZoomParam* pParam);
+
 }  // namespace rast

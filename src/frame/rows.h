@@ -45,6 +45,9 @@ struct Blend {
   bool maximum;  // the larger of overlay and base instead of the overlay
 };
 
+/// The most lines that one transposition takes: their samples fill a cache line of the output.
+constexpr size_t kTransposeLines = 64;
+
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its row in
 /// each plane. An output may be its own input, except where mirrored, and overlaps nothing else.
 struct Rows {
@@ -73,6 +76,18 @@ struct Rows {
   void (*overlayMono)(const MonoRow& row, const Blend& blend);
   void (*overlayOnBase)(const Row<6, 3>& row, const Blend& blend);
   void (*overlayOnBaseMono)(const Row<2, 1>& row, const Blend& blend);
+
+  /// out[j * pitch + i] = lines[i][j] for i < count, j < columns; count is at most kTransposeLines. The
+  /// lines of the output do not overlap one another or the input.
+  void (*transpose)(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
+                    size_t columns);
+
+  /// 16-bit sums of lines: started with `line`, or `line` added. How whole registers of sums are ordered is
+  /// the level's own; only mean() reads them.
+  void (*sum)(uint16_t* sums, const uint8_t* line, size_t width, bool first);
+  /// mean[x] = (sums[x] + line[x]) / count, in 8 bits; `line` may be null. The sum fits 16 bits.
+  void (*mean)(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,
+               uint16_t count);
 };
 
 namespace baseline {

@@ -13,6 +13,8 @@ namespace {
 #include "color/balance.rows.inl"
 #include "tone/ink.rows.inl"
 #include "overlay/overlay.rows.inl"
+#include "geometry/transpose.rows.inl"
+#include "geometry/mean.rows.inl"
 
 constexpr Rows table{
     .curve = curveRow<Order::straight>,
@@ -27,6 +29,9 @@ constexpr Rows table{
     .overlayMono = overlayRow<1, false>,
     .overlayOnBase = overlayRow<3, true>,
     .overlayOnBaseMono = overlayRow<1, true>,
+    .transpose = transposeRows,
+    .sum = sumRow,
+    .mean = meanRow,
 };
 
 }  // namespace

@@ -1,0 +1,98 @@
+// A rectangle moved within an output page.
+#include <string.h>
+
+#include "frame/frame.h"
+#include "rast.h"
+
+namespace rast {
+
+namespace {
+
+/// What is written of one output page: margins around `lines` copied stretches of `copied` samples.
+struct Segments {
+  int32_t left;
+  int32_t copied;
+  int32_t right;
+  int32_t top;
+  int32_t lines;
+  int32_t bottom;
+
+  /// The lines are chosen by the sign of the horizontal offset, as the columns are: the interface is so.
+  Segments(const RastArea& area, const RastShiftParam& param) {
+    const int32_t width = wrappingAdd(area.nWidth, param.nShiftX);
+    const int32_t height = wrappingAdd(area.nHeight, param.nShiftY);
+    if (param.nShiftX < 0) {
+      left = 0;
+      copied = width;
+      right = wrappingSubtract(param.nOutLineWidth, width);
+      top = 0;
+      lines = height;
+    } else {
+      left = param.nShiftX;
+      const bool widthFits = unsignedAtMost(width, param.nOutLineWidth);
+      copied = widthFits ? area.nWidth : wrappingSubtract(param.nOutLineWidth, param.nShiftX);
+      right = widthFits ? wrappingSubtract(param.nOutLineWidth, width) : 0;
+      top = param.nShiftY;
+      const bool heightFits = unsignedAtMost(height, param.nOutHeight);
+      lines = heightFits ? area.nHeight : wrappingSubtract(param.nOutHeight, param.nShiftY);
+    }
+    bottom = wrappingSubtract(param.nOutHeight, wrappingAdd(top, lines));
+  }
+
+ private:
+  static bool unsignedAtMost(int32_t a, int32_t b) {
+    return static_cast<uint32_t>(a) <= static_cast<uint32_t>(b);
+  }
+};
+
+size_t sizeOf(int64_t length) { return length > 0 ? static_cast<size_t>(length) : 0; }
+
+}  // namespace
+
+}  // namespace rast
+
+uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                        const RastShiftParam* pParam, uint32_t nPlaneMode) {
+  using namespace rast;
+  if (!pArea || !fitsLine(*pArea)) return RAST_ERR_INVALID_ARG;
+  if (!pPlanes || (!pPlanes->pIn[0] && !pPlanes->pIn[3])) return RAST_ERR_INVALID_ARG;
+  if (pPlanes->nSize < 1 || !pParam) return RAST_ERR_INVALID_ARG;
+  if (!hasExtent(*pArea)) return RAST_ERR_INVALID_ARG;
+  if (wrappingAdd(pArea->nWidth, pParam->nShiftX) < 1) return RAST_ERR_INVALID_ARG;
+  if (wrappingAdd(pArea->nHeight, pParam->nShiftY) < 1) return RAST_ERR_INVALID_ARG;
+  if (nPlaneMode > 1 || pParam->nFillMode > 2) return RAST_ERR_INVALID_ARG;
+
+  const RastArea area = *pArea;
+  const RastPlaneSet planes = *pPlanes;
+  const RastShiftParam param = *pParam;
+  const Segments segments(area, param);
+  const size_t first = nPlaneMode == 0 ? 0 : 3;
+  const size_t end = nPlaneMode == 0 ? 3 : 4;
+  const bool fills = param.nFillMode != 0;
+  const int value = param.nFillMode == 2 ? 255 : 0;
+  const int64_t pitch = param.nOutLineWidth;
+
+  if (fills) {
+    for (size_t p = first; p < end; ++p) memset(planes.pOut[p], value, sizeOf(pitch * segments.top));
+  }
+  for (int32_t r = 0; r < segments.lines; ++r) {
+    const ptrdiff_t source = lineOffset(area, r);
+    const ptrdiff_t target = static_cast<ptrdiff_t>((int64_t{segments.top} + r) * pitch);
+    for (size_t p = first; fills && p < end; ++p) {
+      memset(planes.pOut[p] + target, value, sizeOf(segments.left));
+    }
+    for (size_t p = first; p < end; ++p) {
+      memcpy(planes.pOut[p] + target + segments.left, planes.pIn[p] + source, sizeOf(segments.copied));
+    }
+    for (size_t p = first; fills && p < end; ++p) {
+      memset(planes.pOut[p] + target + segments.left + segments.copied, value, sizeOf(segments.right));
+    }
+  }
+  if (fills) {
+    const ptrdiff_t below = static_cast<ptrdiff_t>((int64_t{segments.top} + segments.lines) * pitch);
+    for (size_t p = first; p < end; ++p) {
+      memset(planes.pOut[p] + below, value, sizeOf(pitch * segments.bottom));
+    }
+  }
+  return RAST_OK;
+}

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "rast.h"
+#include "support/call.h"
+
+namespace rast::test {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/// The mono plane of a source of 20 x 12, each sample its own number, shifted into a page of sevens.
+Bytes shifted(const RastArea& area, const RastShiftParam& param, size_t pageSize) {
+  Bytes source(20 * 12);
+  for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i);
+  Bytes page(pageSize, 7);
+  RastPlaneSet planes{};
+  planes.pIn[3] = source.data();
+  planes.pOut[3] = page.data();
+  planes.nSize = 1;
+  EXPECT_EQ(rastImageShift(&area, &planes, &param, 1), RAST_OK);
+  return page;
+}
+
+TEST(ImageShift, InsideThePage) {
+  EXPECT_EQ(shifted({20, 0, 3, 0, 2}, {2, 1, 6, 4, 2}, 24),
+            (Bytes{255, 255, 255, 255, 255, 255, 255, 255, 0,   1,   2,   255,
+                   255, 255, 20,  21,  22,  255, 255, 255, 255, 255, 255, 255}));
+}
+
+TEST(ImageShift, CutAtTheRight) {
+  EXPECT_EQ(shifted({20, 0, 3, 0, 2}, {5, 1, 6, 4, 1}, 24),
+            (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 20, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(ImageShift, NegativeOffsetsKeepTheFirstSamples) {
+  EXPECT_EQ(shifted({20, 4, 3, 1, 2}, {-1, -1, 4, 2, 2}, 8), (Bytes{24, 25, 255, 255, 255, 255, 255, 255}));
+}
+
+TEST(ImageShift, NegativeColumnAndPositiveLineReadOn) {
+  EXPECT_EQ(shifted({20, 0, 3, 0, 2}, {-1, 1, 3, 4, 2}, 12),
+            (Bytes{0, 1, 255, 20, 21, 255, 40, 41, 255, 255, 255, 255}));
+}
+
+TEST(ImageShift, WithoutFillTheRestStays) {
+  EXPECT_EQ(shifted({20, 0, 3, 0, 2}, {2, 1, 6, 4, 0}, 24),
+            (Bytes{7, 7, 7, 7, 7, 7, 7, 7, 0, 1, 2, 7, 7, 7, 20, 21, 22, 7, 7, 7, 7, 7, 7, 7}));
+}
+
+TEST(ImageShift, ALineLongerThanThePageIsOverwrittenByTheNext) {
+  EXPECT_EQ(shifted({20, 0, 5, 0, 2}, {-1, 0, 3, 2, 0}, 8), (Bytes{0, 1, 2, 20, 21, 22, 23, 7}));
+}
+
+TEST(ImageShift, EveryOffsetThatFitsGivesTheWholePage) {
+  const RastArea area{20, 2, 5, 1, 4};
+  for (int32_t x = 0; x <= 9; ++x) {
+    for (int32_t y = 0; y <= 7; ++y) {
+      for (const uint32_t fill : {0U, 1U, 2U}) {
+        Bytes expected(9 * 7, fill == 0 ? 7 : fill == 1 ? 0 : 255);
+        for (int32_t r = 0; r < 4 && y + r < 7; ++r) {
+          for (int32_t c = 0; c < 5 && x + c < 9; ++c) {
+            expected[static_cast<size_t>((y + r) * 9 + x + c)] = static_cast<uint8_t>((1 + r) * 20 + 2 + c);
+          }
+        }
+        EXPECT_EQ(shifted(area, {x, y, 9, 7, fill}, 9 * 7), expected) << x << ' ' << y << ' ' << fill;
+      }
+    }
+  }
+}
+
+TEST(ImageShift, ColorPlanesTogether) {
+  Bytes source(3 * 12);
+  for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i);
+  Bytes page(3 * 6, 7);
+  RastPlaneSet planes{};
+  for (size_t k = 0; k < 3; ++k) {
+    planes.pIn[k] = source.data() + 12 * k;
+    planes.pOut[k] = page.data() + 6 * k;
+  }
+  planes.pIn[3] = reinterpret_cast<const uint8_t*>(16);
+  planes.pOut[3] = reinterpret_cast<uint8_t*>(16);
+  planes.nSize = 1;
+  const RastArea area{4, 1, 2, 1, 1};
+  const RastShiftParam param{1, 0, 3, 2, 1};
+  ASSERT_EQ(rastImageShift(&area, &planes, &param, 0), RAST_OK);
+  EXPECT_EQ(page, (Bytes{0, 5, 6, 0, 0, 0, 0, 17, 18, 0, 0, 0, 0, 29, 30, 0, 0, 0}));
+}
+
+struct Call : Planes {
+  RastShiftParam param{0, 0, 8, 1, 2};
+  uint32_t planeMode = 1;
+  bool useArea = true;
+  bool usePlanes = true;
+  bool useParam = true;
+
+  Call() : Planes(8) { useMono(); }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  uint32_t run() {
+    return rastImageShift(useArea ? &area : nullptr, usePlanes ? &set : nullptr,
+                          useParam ? &param : nullptr, planeMode);
+  }
+};
+
+TEST(ImageShift, EachCheckAloneAndBeforeTheLaterOnes) {
+  expectChecksInOrder<Call>(
+      {
+          {"area null", [](Call& c) { c.useArea = false; }},
+          {"line fit", [](Call& c) { c.area.nStartX = 1 << 20; }},
+          {"planes null", [](Call& c) { c.usePlanes = false; }},
+          {"no source", [](Call& c) { c.set.pIn[3] = nullptr; }},
+          {"size 0", [](Call& c) { c.set.nSize = 0; }},
+          {"param null", [](Call& c) { c.useParam = false; }},
+          {"pitch 0", [](Call& c) { c.area = {0, -8, 8, 0, 1}; }},
+          {"width 0", [](Call& c) { c.area.nWidth = 0; }},
+          {"height 0", [](Call& c) { c.area.nHeight = 0; }},
+          {"nothing left of a line", [](Call& c) { c.param.nShiftX = -8; }},
+          {"no line left", [](Call& c) { c.param.nShiftY = -1; }},
+          {"plane mode 2", [](Call& c) { c.planeMode = 2; }},
+          {"fill mode 3", [](Call& c) { c.param.nFillMode = 3; }},
+      },
+      [](Call& c) { return c.run(); }, [](const Call& c) { return c.untouched(); });
+}
+
+TEST(ImageShift, EitherSourceWillDoForTheCheck) {
+  Call call;
+  call.set.pIn[0] = call.in[3].data();
+  EXPECT_EQ(call.run(), RAST_OK);
+}
+
+}  // namespace
+}  // namespace rast::test

@@ -1,6 +1,6 @@
-// Every operation at every level this machine has, on a line, a band and an A4 page at 600 dpi. Each
-// round times the operation, memcpy of the same bytes and the definition in turn, and the ratios
-// reported are medians over the rounds: what else the machine does hits all three alike.
+// Every operation at every level this machine has, on a line, a band and an A4 page at 600 dpi.
+// Each round times the operation, memcpy of the same bytes and the definition in turn, and the
+// ratios reported are medians over the rounds: what else the machine does hits all three alike.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -179,7 +179,8 @@ const std::vector<Operation>& operations() {
 /// Gives standard output to the reports alone: hue adjustment traces each direct call there.
 class ReportsAlone {
  public:
-  ReportsAlone() : reports_(dup(STDOUT_FILENO)), buffer_(reports_), previous_(std::cout.rdbuf(&buffer_)) {
+  ReportsAlone()
+      : reports_(dup(STDOUT_FILENO)), buffer_(reports_), previous_(std::cout.rdbuf(&buffer_)) {
     if (!freopen("/dev/null", "w", stdout)) abort();
   }
   ~ReportsAlone() {
@@ -256,7 +257,8 @@ int main(int argc, char** argv) {
     for (const Level& level : rast::test::levels()) {
       for (const Size& size : kSizes) {
         const std::string name = std::string(operation.name) + '/' + level.name + '/' + size.name;
-        benchmark::RegisterBenchmark(name.c_str(), [&operation, level, size](benchmark::State& state) {
+        benchmark::RegisterBenchmark(name.c_str(), [&operation, level,
+                                                    size](benchmark::State& state) {
           measure(state, operation, level.rows, size);
         })->UseManualTime();
       }

@@ -6,19 +6,19 @@
  * processes the rectangle line by line, left to right, on the caller's thread. Nothing is kept
  * between calls and nothing is allocated unless the function says so.
  *
- * Addressing. Line r (0 .. nHeight - 1) of the rectangle starts, in every plane of the call, at byte
- * (nStartY + r) * nLineWidth + nStartX from the plane's pointer, computed in 32-bit wrap-around
- * arithmetic and applied as a signed 32-bit value; it covers nWidth consecutive bytes. Nothing is
- * checked against the real size of a plane, and negative starts are taken as they stand: the
- * caller answers for a rectangle that lies inside its planes.
+ * Addressing. Line r (0 .. nHeight - 1) of the rectangle starts, in every plane of the call, at
+ * byte (nStartY + r) * nLineWidth + nStartX from the plane's pointer, computed in 32-bit
+ * wrap-around arithmetic and applied as a signed 32-bit value; it covers nWidth consecutive bytes.
+ * Nothing is checked against the real size of a plane, and negative starts are taken as they stand:
+ * the caller answers for a rectangle that lies inside its planes.
  *
  * Overlap. The result is always the one of the plain order: at each position every input sample is
  * read before any output sample is written, outputs are written in ascending plane order, and
  * positions go from left to right and from top to bottom. An output plane may be the input plane
- * of the same component (in place) at full speed; any other overlap, of planes with each other or of an
- * output with a curve or lookup buffer, is honoured byte for byte at the speed of plain code. The
- * RastArea, the RastPlaneSet and the parameter block are read once, before anything is written; curves
- * and lookup buffers are read as each output sample is made.
+ * of the same component (in place) at full speed; any other overlap, of planes with each other or
+ * of an output with a curve or lookup buffer, is honoured byte for byte at the speed of plain code.
+ * The RastArea, the RastPlaneSet and the parameter block are read once, before anything is written;
+ * curves and lookup buffers are read as each output sample is made.
  *
  * Null pointers. A record or buffer that a function needs and is not given is answered with
  * RAST_ERR_INVALID_ARG at the point where it would first be read.
@@ -62,31 +62,31 @@ typedef struct RastArea {
  * function neither reads nor checks may hold anything.
  */
 typedef struct RastPlaneSet {
-  const uint8_t *pIn[4]; /* source planes, only read */
-  uint8_t *pOut[4];      /* destination planes */
+  const uint8_t* pIn[4]; /* source planes, only read */
+  uint8_t* pOut[4];      /* destination planes */
   int32_t nSize;         /* size of one plane in bytes; only its sign matters: below 1 is refused */
 } RastPlaneSet;
 
 /*
  * Pointer-sized objects of the interface, zero at load time. No function reads or writes them.
  */
-extern void *fp_prm;
-extern void *fpo_c;
-extern void *fpo_m;
-extern void *fpo_y;
-extern void *fpo_k;
-extern void *fpi_c;
-extern void *fpi_m;
-extern void *fpi_y;
-extern void *fp_tbl1;
-extern void *fp_tbl2;
-extern void *fp_tbl3;
+extern void* fp_prm;
+extern void* fpo_c;
+extern void* fpo_m;
+extern void* fpo_y;
+extern void* fpo_k;
+extern void* fpi_c;
+extern void* fpi_m;
+extern void* fpi_y;
+extern void* fp_tbl1;
+extern void* fp_tbl2;
+extern void* fp_tbl3;
 
 /*
- * Comparison tables for two samples a and b, at [a * 256 + b]: the smaller one, the larger one, and the
- * low 8 bits of the quotient b * 255 / a, truncated (0 where a is 0). For b <= a the last is the ratio
- * b / a on a scale of 0 .. 255: with a the largest and b the range of a pixel's components, its
- * saturation.
+ * Comparison tables for two samples a and b, at [a * 256 + b]: the smaller one, the larger one, and
+ * the low 8 bits of the quotient b * 255 / a, truncated (0 where a is 0). For b <= a the last is
+ * the ratio b / a on a scale of 0 .. 255: with a the largest and b the range of a pixel's
+ * components, its saturation.
  */
 extern const uint8_t g_rastMinCompareTbl[65536];
 extern const uint8_t g_rastMaxCompareTbl[65536];
@@ -123,15 +123,16 @@ typedef struct RastExpGammaParam {
  *
  * Threads that share a table build it first, set the flag, and then share it.
  */
-uint32_t rastExpGamma(const RastArea *pArea, const RastPlaneSet *pPlanes,
-                      const RastExpGammaParam *pParam, uint8_t *pLut);
+uint32_t rastExpGamma(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                      const RastExpGammaParam* pParam, uint8_t* pLut);
 
 /*
  * A 256-entry curve applied to the three colour planes, or to the mono plane: out = pCurve[in].
  *
  *   pArea    the rectangle
- *   pPlanes  pIn[0] set: three-plane mode, from pIn[0 .. 2] to pOut[0 .. 2]; pIn[3] and pOut[3] must be
- *            null. pIn[0] null: mono mode, from pIn[3] to pOut[3]; no other pointer is looked at.
+ *   pPlanes  pIn[0] set: three-plane mode, from pIn[0 .. 2] to pOut[0 .. 2]; pIn[3] and pOut[3]
+ *            must be null. pIn[0] null: mono mode, from pIn[3] to pOut[3]; no other pointer is
+ *            looked at.
  *   pCurve   256 bytes, the output sample for each input sample
  *
  * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
@@ -143,15 +144,15 @@ uint32_t rastExpGamma(const RastArea *pArea, const RastPlaneSet *pPlanes,
  *   6. nSize < 1; prints one line to standard output
  *   7. nLineWidth < 1; nWidth < 1; nHeight < 1
  */
-uint32_t rastColGamma(const RastArea *pArea, const RastPlaneSet *pPlanes, const uint8_t *pCurve);
+uint32_t rastColGamma(const RastArea* pArea, const RastPlaneSet* pPlanes, const uint8_t* pCurve);
 
 /*
- * Two-colour conversion. Every pixel is split between a first ink, for neutral pixels, and a second ink,
- * for saturated ones, by a weight that rises with the pixel's saturation up to a limit that depends on
- * its hue. Six built-in colour records say what the inks are; in all of them the first ink feeds
- * none of the written planes (neutral pixels come out as 0) and the second carries the pixel's
- * luminance (77 R + 150 G + 29 B) / 256 less 30, times the weight: the weights are those of ITU-R
- * BT.601 (0.299, 0.587, 0.114) in 1/256.
+ * Two-colour conversion. Every pixel is split between a first ink, for neutral pixels, and a second
+ * ink, for saturated ones, by a weight that rises with the pixel's saturation up to a limit that
+ * depends on its hue. Six built-in colour records say what the inks are; in all of them the first
+ * ink feeds none of the written planes (neutral pixels come out as 0) and the second carries the
+ * pixel's luminance (77 R + 150 G + 29 B) / 256 less 30, times the weight: the weights are those of
+ * ITU-R BT.601 (0.299, 0.587, 0.114) in 1/256.
  *
  *   pArea    the rectangle; its width is not held against the line pitch
  *   pPlanes  pIn[0 .. 2] (red, green, blue) are read, pOut[0 .. 2] written; pIn[3] must be null,
@@ -165,20 +166,20 @@ uint32_t rastColGamma(const RastArea *pArea, const RastPlaneSet *pPlanes, const 
  *   3. nSize < 1; prints one line to standard output
  *   4. nLineWidth < 1; nWidth < 1; nHeight < 1
  */
-uint32_t rastBinConv(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_t nColor);
+uint32_t rastBinConv(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_t nColor);
 
 /*
- * Colour saturation lowered or raised by a quarter: each component moves a quarter of the way towards
- * (mode 0) or away from (mode 1) the pixel's grey level Y = (70 c0 + 150 c1 + 29 c2) >> 8, truncating
- * towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: greys get a little darker
- * in mode 0, and in mode 1 the upper ones a little lighter.
+ * Colour saturation lowered or raised by a quarter: each component moves a quarter of the way
+ * towards (mode 0) or away from (mode 1) the pixel's grey level Y = (70 c0 + 150 c1 + 29 c2) >> 8,
+ * truncating towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: greys get a
+ * little darker in mode 0, and in mode 1 the upper ones a little lighter.
  *
- * Within a line every whole group of four pixels comes out mirrored: the result of the group's column
- * x + j is written to column x + 3 - j. All twelve samples of a group are read before any is written.
- * The one, two or three pixels left at the end of a line stay in their columns.
+ * Within a line every whole group of four pixels comes out mirrored: the result of the group's
+ * column x + j is written to column x + 3 - j. All twelve samples of a group are read before any is
+ * written. The one, two or three pixels left at the end of a line stay in their columns.
  *
- *   pArea    the rectangle; neither held against the line pitch nor checked for its extent. A height or
- *            width below 1 writes nothing and is no error.
+ *   pArea    the rectangle; neither held against the line pitch nor checked for its extent. A
+ *            height or width below 1 writes nothing and is no error.
  *   pPlanes  pIn[0 .. 2] (red, green, blue) are read, pOut[0 .. 2] written; pIn[3] must be null,
  *            pOut[3] is not looked at
  *   nMode    0 lowers, 1 raises
@@ -190,13 +191,13 @@ uint32_t rastBinConv(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_
  *   4. nMode > 1; prints one line to standard output
  *   5. pArea is null
  */
-uint32_t rastSatAdjust(const RastArea *pArea, const RastPlaneSet *pPlanes, uint32_t nMode);
+uint32_t rastSatAdjust(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_t nMode);
 
 /* The colour matrix of rastHueAdjust. */
 typedef struct RastHueParam {
-  /* Row k makes output k: [k][0 .. 2] the coefficients of the inputs in 1/256 (256 is 1.0), [k][3] an
-   * offset added to input k before it is multiplied, in every row, [k][4] an offset added to output k
-   * at the end. */
+  /* Row k makes output k: [k][0 .. 2] the coefficients of the inputs in 1/256 (256 is 1.0),
+   * [k][3] an offset added to input k before it is multiplied, in every row, [k][4] an offset added
+   * to output k at the end. */
   int16_t nMatrix[3][5];
   int16_t nReverse; /* exactly 1: outputs are inverted, 255 - v */
   int16_t nMirror;  /* not 0: lines are mirrored left to right within the rectangle */
@@ -216,24 +217,25 @@ typedef struct RastHueLut {
 } RastHueLut;
 
 /*
- * Hue adjustment by a colour matrix. With every input c_j shifted to a_j = c_j + nMatrix[j][3], output k
- * is (a_0 * nMatrix[k][0] + a_1 * nMatrix[k][1] + a_2 * nMatrix[k][2]) / 256 + nMatrix[k][4]: the
- * sum wraps at 32 bits, the division truncates towards zero, the last addition wraps too, and the
- * result is clamped to 0 .. 255 and, on request, inverted. The mono plane uses row 0's first coefficient and offsets alone.
+ * Hue adjustment by a colour matrix. With every input c_j shifted to a_j = c_j + nMatrix[j][3],
+ * output k is (a_0 * nMatrix[k][0] + a_1 * nMatrix[k][1] + a_2 * nMatrix[k][2]) / 256 +
+ * nMatrix[k][4]: the sum wraps at 32 bits, the division truncates towards zero, the last addition
+ * wraps too, and the result is clamped to 0 .. 255 and, on request, inverted. The mono plane uses
+ * row 0's first coefficient and offsets alone.
  *
  *   pArea    the rectangle
- *   pPlanes  checked by pIn[3]: set, pOut[3] must be set and nothing else is looked at; null, all of
- *            pIn[0 .. 2] and pOut[0 .. 2] must be set. Computed by pIn[0]: null, mono from pIn[3] to
- *            pOut[3]; set, colour from pIn[0 .. 2] to pOut[0 .. 2], whatever pIn[3] holds: a caller
- *            who sets both answers for the six.
+ *   pPlanes  checked by pIn[3]: set, pOut[3] must be set and nothing else is looked at; null, all
+ *            of pIn[0 .. 2] and pOut[0 .. 2] must be set. Computed by pIn[0]: null, mono from
+ *            pIn[3] to pOut[3]; set, colour from pIn[0 .. 2] to pOut[0 .. 2], whatever pIn[3]
+ *            holds: a caller who sets both answers for the six.
  *   pParam   always required, but not read when pLut is built. nReverse and nMirror count only when
  *            pLut is null.
  *   pLut     null: computed from pParam; three trace lines go to standard output first. Set: the
  *            buffer's products and nReverse are used, filled from pParam first if nBuilt is 0;
  *            nothing is mirrored and nothing printed. A built buffer is never compared with pParam.
  *
- * In place is fine unless mirrored: a mirrored line in place reads, in its second half, what its first
- * half has written.
+ * In place is fine unless mirrored: a mirrored line in place reads, in its second half, what its
+ * first half has written.
  *
  * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
  *   1. nLineWidth < nStartX + nWidth (the sum wraps at 32 bits)
@@ -244,32 +246,33 @@ typedef struct RastHueLut {
  *
  * Threads that share a buffer build it first.
  */
-uint32_t rastHueAdjust(const RastArea *pArea, const RastPlaneSet *pPlanes,
-                       const RastHueParam *pParam, RastHueLut *pLut);
+uint32_t rastHueAdjust(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                       const RastHueParam* pParam, RastHueLut* pLut);
 
 /* The curves of rastColBalance. */
 typedef struct RastColBalanceParam {
-  uint8_t nCurve;    /* 0 .. 4: tone curve of all four channels; 4 is the identity */
-  int16_t nLevel[4]; /* 0 .. 11: level of components 0 to 2 and of the grey part. 5 is neutral, a step
+  uint8_t nCurve; /* 0 .. 4: tone curve of all four channels; 4 is the identity */
+  int16_t
+      nLevel[4]; /* 0 .. 11: level of components 0 to 2 and of the grey part. 5 is neutral, a step
                         is 5 sample values; above 5 the curve begins with a ramp from 0; 11 is 10 */
 } RastColBalanceParam;
 
 /*
- * Colour balance. A pixel is split into its grey part mn, the smallest component, and what each component
- * has above it, scaled to the room left: X' = (X - mn) * 256 / (255 - mn), at most 255 (255 where
- * mn is 255). Each passes through its own curve, tone curve then level; the pixel is put together as
- * ((255 - k) * X'' >> 8) + k with k the curved grey part. All divisions truncate.
+ * Colour balance. A pixel is split into its grey part mn, the smallest component, and what each
+ * component has above it, scaled to the room left: X' = (X - mn) * 256 / (255 - mn), at most 255
+ * (255 where mn is 255). Each passes through its own curve, tone curve then level; the pixel is put
+ * together as ((255 - k) * X'' >> 8) + k with k the curved grey part. All divisions truncate.
  *
  *   pArea    the rectangle
  *   pPlanes  pIn[0 .. 2] are read, pOut[0 .. 2] written; pIn[3] and pOut[3] must be null
  *   pParam   always required and checked
- *   pLut     null, or 1025 bytes: the curves of components 0, 1, 2 and of the grey part, 256 bytes each,
- *            then the built flag. Flag 0: the curves are filled and the flag set to 1. Any other
- *            value: the curves are used as they stand.
+ *   pLut     null, or 1025 bytes: the curves of components 0, 1, 2 and of the grey part, 256 bytes
+ *            each, then the built flag. Flag 0: the curves are filled and the flag set to 1. Any
+ *            other value: the curves are used as they stand.
  *
- * All three outputs of a pixel are made before the first is written. Without pLut pixels are handled in
- * pairs from the start of each line, both read before either is written. Either shows only where
- * planes overlap each other or the buffer.
+ * All three outputs of a pixel are made before the first is written. Without pLut pixels are
+ * handled in pairs from the start of each line, both read before either is written. Either shows
+ * only where planes overlap each other or the buffer.
  *
  * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
  *   1. nLineWidth < nStartX + nWidth (the sum wraps at 32 bits)
@@ -282,25 +285,27 @@ typedef struct RastColBalanceParam {
  *
  * Threads that share a buffer build it first.
  */
-uint32_t rastColBalance(const RastArea *pArea, const RastPlaneSet *pPlanes,
-                        const RastColBalanceParam *pParam, uint8_t *pLut);
+uint32_t rastColBalance(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                        const RastColBalanceParam* pParam, uint8_t* pLut);
 
 /*
- * The overlay image and the placement of both overlay functions. Widths, positions and pitches count
- * pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay.
+ * The overlay image and the placement of both overlay functions. Widths, positions and pitches
+ * count pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay.
  *
- * Two half-open rectangles in the output: the base at (nBaseX, nBaseY), as large as the RastArea says, and
- * the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite is 1, else 0.
+ * Two half-open rectangles in the output: the base at (nBaseX, nBaseY), as large as the RastArea
+ * says, and the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite
+ * is 1, else 0.
  *
- * The output is composed from line top = min(nBaseX, nOvlY) on: it is the base's column, not its line,
- * that enters. Above it everything is background, and the sources begin there: a base placed higher than
- * top shows its first line at top.
+ * The output is composed from line top = min(nBaseX, nOvlY) on: it is the base's column, not its
+ * line, that enters. Above it everything is background, and the sources begin there: a base placed
+ * higher than top shows its first line at top.
  *
  * Nothing of the geometry is checked. The caller keeps positions non-negative, the left edge of the
- * leftmost rectangle within nOutWidth, top within nOutHeight and the rectangles within their buffers.
+ * leftmost rectangle within nOutWidth, top within nOutHeight and the rectangles within their
+ * buffers.
  */
 typedef struct RastOverlayParam {
-  const uint8_t *pOvl[4]; /* interleaved: [0] the image; planes: [0 .. 2]. [3] is never read */
+  const uint8_t* pOvl[4]; /* interleaved: [0] the image; planes: [0 .. 2]. [3] is never read */
   int32_t nOvlLineWidth;  /* line pitch of the overlay image */
   uint32_t nReserved0;    /* not read */
   int32_t nOvlStartX;     /* first column of the overlay rectangle in its image */
@@ -317,17 +322,18 @@ typedef struct RastOverlayParam {
 } RastOverlayParam;
 
 /*
- * Two interleaved RGB images, 3 bytes a pixel, composed into a third. Pixels are copied as they stand.
+ * Two interleaved RGB images, 3 bytes a pixel, composed into a third. Pixels are copied as they
+ * stand.
  *
- * Each source is read as one run of pixels from its start, (nStartX, nStartY) of the base and (nOvlStartX,
- * nOvlStartY) of the overlay: no line pitch is added between lines. A pixel covered by the base
- * alone takes the overlay's next pixel, one covered by the overlay alone the base's next pixel; where both
- * cover, the overlay's next pixel is shown without being consumed, and one pixel of the base is
- * consumed.
+ * Each source is read as one run of pixels from its start, (nStartX, nStartY) of the base and
+ * (nOvlStartX, nOvlStartY) of the overlay: no line pitch is added between lines. A pixel covered by
+ * the base alone takes the overlay's next pixel, one covered by the overlay alone the base's next
+ * pixel; where both cover, the overlay's next pixel is shown without being consumed, and one pixel
+ * of the base is consumed.
  *
  *   pArea      the base image and rectangle, in pixels; none of its fields is checked
- *   ppRgb      [0] the base image, only read; [1] the output, nOutHeight packed lines of nOutWidth pixels,
- *              written completely. The output must not overlap a source.
+ *   ppRgb      [0] the base image, only read; [1] the output, nOutHeight packed lines of nOutWidth
+ *              pixels, written completely. The output must not overlap a source.
  *   pOvlParam  the overlay image and the placement
  *   nPlaneMode 0 or 1, without difference
  *   nReserved  not read
@@ -346,29 +352,31 @@ typedef struct RastOverlayParam {
  *   8. ppRgb[1] is null
  * and then RAST_ERR_GENERIC where nPlaneMode is 2, the single plane that only rastOverlay has.
  */
-uint32_t rastOverlayRGB24bpp(const RastArea *pArea, uint8_t *const *ppRgb,
-                             const RastOverlayParam *pOvlParam, uint32_t nPlaneMode,
+uint32_t rastOverlayRGB24bpp(const RastArea* pArea, uint8_t* const* ppRgb,
+                             const RastOverlayParam* pOvlParam, uint32_t nPlaneMode,
                              uint32_t nReserved, uint32_t nBlendMode, uint32_t nDensity,
                              uint32_t nBgWhite);
 
 /*
  * Two images in planes composed into a third. Overlay samples are first weakened to
- * (v * ((nDensity * 256 + 50) / 100)) >> 8; a pixel whose largest weakened sample is below the blend
- * mode's threshold is transparent. Where both images cover, a transparent pixel shows the base and any
- * other the weakened overlay, or with mode 1 the larger of both, sample by sample. Where the overlay
- * covers alone, a transparent pixel is 0 in every plane, whatever the background.
+ * (v * ((nDensity * 256 + 50) / 100)) >> 8; a pixel whose largest weakened sample is below the
+ * blend mode's threshold is transparent. Where both images cover, a transparent pixel shows the
+ * base and any other the weakened overlay, or with mode 1 the larger of both, sample by sample.
+ * Where the overlay covers alone, a transparent pixel is 0 in every plane, whatever the background.
  *
  *   pArea      the base image and rectangle; none of its fields is checked
  *   pPlanes    pIn[0 .. 2] the base, pOut[0 .. 2] the output, nOutHeight packed lines of nOutWidth
  *              samples each, written completely; only index 0 is checked, and in single-plane mode
- *              only index 0 is used. pIn[3], pOut[3] and nSize are not read. Outputs must not overlap
- *              sources.
+ *              only index 0 is used. pIn[3], pOut[3] and nSize are not read. Outputs must not
+ *              overlap sources.
  *   pOvlParam  the overlay image and the placement
- *   nPlaneMode 0 or 1: three planes; 2: a single plane. Where a rectangle is cut at the output's right
- *              edge, three planes skip what is cut off; the single plane does not, and drifts left by
- *              as much on every line.
+ *   nPlaneMode 0 or 1: three planes; 2: a single plane. Where a rectangle is cut at the output's
+ *   right
+ *              edge, three planes skip what is cut off; the single plane does not, and drifts left
+ *              by as much on every line.
  *   nReserved  not read
- *   nBlendMode 0: threshold 16; 1: threshold 0 (nothing is transparent), larger of both; 2: threshold 1
+ *   nBlendMode 0: threshold 16; 1: threshold 0 (nothing is transparent), larger of both; 2:
+ *   threshold 1
  *   nDensity   10 .. 100 percent
  *   nBgWhite   0 or 1: the background
  *
@@ -381,8 +389,8 @@ uint32_t rastOverlayRGB24bpp(const RastArea *pArea, uint8_t *const *ppRgb,
  *   6. pIn[0] is null
  *   7. pOut[0] is null
  */
-uint32_t rastOverlay(const RastArea *pArea, const RastPlaneSet *pPlanes,
-                     const RastOverlayParam *pOvlParam, uint32_t nPlaneMode, uint32_t nReserved,
+uint32_t rastOverlay(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                     const RastOverlayParam* pOvlParam, uint32_t nPlaneMode, uint32_t nReserved,
                      uint32_t nBlendMode, uint32_t nDensity, uint32_t nBgWhite);
 
 /* The rotation modes. */
@@ -393,16 +401,17 @@ enum {
 };
 
 /*
- * A band of a page: input planes for rastRotateInputAccumulate, output planes for rastRotateSockOutput.
- * The page fields count from the output page's first line and column.
+ * A band of a page: input planes for rastRotateInputAccumulate, output planes for
+ * rastRotateSockOutput. The page fields count from the output page's first line and column.
  */
 typedef struct RastRotateBand {
-  int32_t nPlaneNum;     /* planes in the band, 1 .. 4 */
-  const uint8_t *pIn[4]; /* input planes at the band's line 0, with the pitch of the source RastArea */
-  uint8_t *pOut[4];      /* output planes at the band's line 0 */
-  int32_t nLines;        /* lines in the band; taken as it stands, also below 1 */
-  int32_t nOutStartX;    /* column of the rotated image's left edge */
-  int32_t nOutStartY;    /* line of the rotated image's top */
+  int32_t nPlaneNum; /* planes in the band, 1 .. 4 */
+  const uint8_t*
+      pIn[4];         /* input planes at the band's line 0, with the pitch of the source RastArea */
+  uint8_t* pOut[4];   /* output planes at the band's line 0 */
+  int32_t nLines;     /* lines in the band; taken as it stands, also below 1 */
+  int32_t nOutStartX; /* column of the rotated image's left edge */
+  int32_t nOutStartY; /* line of the rotated image's top */
   int32_t nOutLineWidth; /* line pitch and width of the output page */
   int32_t nOutHeight;    /* lines of the output page */
   int32_t nReserved;     /* copied into the context, without use */
@@ -410,14 +419,14 @@ typedef struct RastRotateBand {
 
 /* One accumulated input band. */
 typedef struct RastRotateBandEntry {
-  const uint8_t *pPlane[4];
+  const uint8_t* pPlane[4];
   int32_t nLines;
 } RastRotateBandEntry;
 
 /*
- * A rotation under way, owned by the caller and kept by the two functions. For each image the caller sets
- * nPlaneNum to 0, best by clearing all of it, and keeps the input bands alive and unchanged until the
- * last output band is written.
+ * A rotation under way, owned by the caller and kept by the two functions. For each image the
+ * caller sets nPlaneNum to 0, best by clearing all of it, and keeps the input bands alive and
+ * unchanged until the last output band is written.
  */
 typedef struct RastRotateCtx {
   int32_t nPlaneNum; /* from the first band; 0: nothing accumulated yet */
@@ -431,7 +440,7 @@ typedef struct RastRotateCtx {
   RastArea stArea; /* the source rectangle of the first call */
   int32_t nRotate; /* the mode of the first call */
   RastRotateBandEntry stBand[128];
-  RastRotateBandEntry *pCurBand; /* the band of the first source line */
+  RastRotateBandEntry* pCurBand; /* the band of the first source line */
   int32_t nCurLine;              /* the first source line's offset in it */
   int32_t nSrcX;                 /* the next source column to become an output line */
   int32_t nOutPos;               /* output page line at which the next output band starts */
@@ -440,57 +449,59 @@ typedef struct RastRotateCtx {
 } RastRotateCtx;
 
 /*
- * Takes the next input band of a page that is to be turned: records its planes and lines, in page order.
- * No sample is read.
+ * Takes the next input band of a page that is to be turned: records its planes and lines, in page
+ * order. No sample is read.
  *
- *   pArea    the source rectangle, its nStartY counted from the first band's line 0. Checked for null in
- *            every call; the first call's values govern.
+ *   pArea    the source rectangle, its nStartY counted from the first band's line 0. Checked for
+ *            null in every call; the first call's values govern.
  *   pBand    the band
  *   pCtx     the rotation
- *   nRotate  the mode; checked in every call, the first call's governs. 3 is taken without a size check.
+ *   nRotate  the mode; checked in every call, the first call's governs. 3 is taken without a size
+ *            check.
  *
- * The first source line is found by comparing nStartY with the lines so far, greater or equal: a line that
- * is the first of a band is found one past the end of the band before. Its offset subtracts one band's
- * lines only, so it is exact in the first two bands.
+ * The first source line is found by comparing nStartY with the lines so far, greater or equal: a
+ * line that is the first of a band is found one past the end of the band before. Its offset
+ * subtracts one band's lines only, so it is exact in the first two bands.
  *
- * Returns RAST_OK: more bands are needed; RAST_COMPLETE: the bands reach the end of the rectangle (further
- * bands are taken and answered the same); or, with nothing changed, RAST_ERR_INVALID_ARG at the first of
- * these that holds:
+ * Returns RAST_OK: more bands are needed; RAST_COMPLETE: the bands reach the end of the rectangle
+ * (further bands are taken and answered the same); or, with nothing changed, RAST_ERR_INVALID_ARG
+ * at the first of these that holds:
  *   1. pArea or pBand is null
  *   2. pCtx is null; nRotate > 3
  *   3. pIn[0] is null
  *   4. nPlaneNum is outside 1 .. 4
  *   5. the context is under way with other than 1 .. 4 planes or 0 .. 127 bands
- *   6. first band, quarter turn: nWidth > nOutHeight - nOutStartY; nHeight > nOutLineWidth - nOutStartX.
- *      Mode 1: nWidth > nOutLineWidth - nOutStartX; nHeight > nOutHeight - nOutStartY.
+ *   6. first band, quarter turn: nWidth > nOutHeight - nOutStartY; nHeight > nOutLineWidth -
+ *      nOutStartX. Mode 1: nWidth > nOutLineWidth - nOutStartX; nHeight > nOutHeight - nOutStartY.
  */
-uint32_t rastRotateInputAccumulate(const RastArea *pArea, const RastRotateBand *pBand,
-                                   RastRotateCtx *pCtx, uint32_t nRotate);
+uint32_t rastRotateInputAccumulate(const RastArea* pArea, const RastRotateBand* pBand,
+                                   RastRotateCtx* pCtx, uint32_t nRotate);
 
 /*
- * Writes the lines of the turned image that fall into the next output band of the page, in page order.
- * Counter-clockwise, source line r and column c go to line nWidth - 1 - c, column r; clockwise to line c,
- * column nHeight - 1 - r, both counted from (nOutStartX, nOutStartY).
+ * Writes the lines of the turned image that fall into the next output band of the page, in page
+ * order. Counter-clockwise, source line r and column c go to line nWidth - 1 - c, column r;
+ * clockwise to line c, column nHeight - 1 - r, both counted from (nOutStartX, nOutStartY).
  *
  *   pBand  pOut of each of the context's planes, nLines and nOutLineWidth are read
- *   pCtx   a rotation for which the input side has answered RAST_COMPLETE; nSrcX and nOutPos move on
+ *   pCtx   a rotation for which the input side has answered RAST_COMPLETE; nSrcX and nOutPos move
+ *          on
  *
- * A band above the image moves on; one that ends exactly at its top is refused; one that starts above and
- * reaches past its end writes on, beyond the image; one that starts past it changes nothing. Within the
- * band the first line is found with the band's own nOutLineWidth, the following ones with that of the
- * first input band.
+ * A band above the image moves on; one that ends exactly at its top is refused; one that starts
+ * above and reaches past its end writes on, beyond the image; one that starts past it changes
+ * nothing. Within the band the first line is found with the band's own nOutLineWidth, the following
+ * ones with that of the first input band.
  *
- * For each plane in turn one sample is read and written, source line by source line; overlap is honoured
- * in that order.
+ * For each plane in turn one sample is read and written, source line by source line; overlap is
+ * honoured in that order.
  *
  * Returns RAST_OK; RAST_COMPLETE when, clockwise, the last source column has been written
  * (counter-clockwise never answers it: the caller counts lines); or, with nothing changed:
- *   RAST_ERR_INVALID_ARG    pBand or pCtx is null; pOut[0] is null; the context has other than 1 .. 4 planes
- *                           or 0 .. 128 bands; its mode is not one of the three; the band ends exactly at the
- *                           image's top
+ *   RAST_ERR_INVALID_ARG    pBand or pCtx is null; pOut[0] is null; the context has other than 1 ..
+ *                           4 planes or 0 .. 128 bands; its mode is not one of the three; the band
+ *                           ends exactly at the image's top
  *   RAST_ERR_NOT_SUPPORTED  the mode is RAST_ROTATE_SAME_SIZE
  */
-uint32_t rastRotateSockOutput(const RastRotateBand *pBand, RastRotateCtx *pCtx);
+uint32_t rastRotateSockOutput(const RastRotateBand* pBand, RastRotateCtx* pCtx);
 
 /* The ratios of rastZoom. */
 typedef struct RastZoomParam {
@@ -500,31 +511,31 @@ typedef struct RastZoomParam {
 } RastZoomParam;
 
 /*
- * Reduction by averaging. Source lines, and the samples of a line, are gathered into groups by an accumulator
- * that grows by the ratio and emits at 1000; what is left at the end is a group too. An output sample is the
- * truncated mean of its group, of which the low 8 bits are stored.
+ * Reduction by averaging. Source lines, and the samples of a line, are gathered into groups by an
+ * accumulator that grows by the ratio and emits at 1000; what is left at the end is a group too. An
+ * output sample is the truncated mean of its group, of which the low 8 bits are stored.
  *
- * A group of one adds the sum of the group before it: with ratios of 501 to 999 such samples are the sum of
- * three, in 8 bits. At 1000 nothing has been summed before and samples are copied. Stored sums wrap at
- * 16 bits.
+ * A group of one adds the sum of the group before it: with ratios of 501 to 999 such samples are
+ * the sum of three, in 8 bits. At 1000 nothing has been summed before and samples are copied.
+ * Stored sums wrap at 16 bits.
  *
- *   pArea    the source rectangle; nHeight is the end line, exclusive: lines nStartY to nHeight - 1 are
- *            read, none where nHeight <= nStartY
- *   pPlanes  from pIn to pOut. The output is packed: line j of a plane starts at pOut + j * M, with M the
- *            number of samples that a line becomes.
+ *   pArea    the source rectangle; nHeight is the end line, exclusive: lines nStartY to nHeight - 1
+ *            are read, none where nHeight <= nStartY
+ *   pPlanes  from pIn to pOut. The output is packed: line j of a plane starts at pOut + j * M, with
+ *            M the number of samples that a line becomes.
  *   pParam   A vertical ratio above 1000 returns RAST_OK at once, a horizontal one writes nothing.
  *
  * Allocates working lines and frees them before it returns.
  *
- * Returns RAST_OK; RAST_ERR_NO_MEMORY where an allocation failed, with nothing written (where it is one of
- * the sums, the working lines before it stay allocated); or RAST_ERR_INVALID_ARG at the first of these
- * that holds:
+ * Returns RAST_OK; RAST_ERR_NO_MEMORY where an allocation failed, with nothing written (where it is
+ * one of the sums, the working lines before it stay allocated); or RAST_ERR_INVALID_ARG at the
+ * first of these that holds:
  *   1. pParam is null; nPlaneNum is outside 1 .. 3
  *   2. pArea is null; nLineWidth < 1; nWidth < 1; nHeight < 1; nLineWidth < nStartX + nWidth
  *   3. pPlanes is null; for any of the four planes, pIn is set and pOut null; nSize < 1
  *   4. nRatioX is outside 1 .. 25399; nRatioY is outside 1 .. 25399
  */
-uint32_t rastZoom(const RastArea *pArea, const RastPlaneSet *pPlanes, const RastZoomParam *pParam);
+uint32_t rastZoom(const RastArea* pArea, const RastPlaneSet* pPlanes, const RastZoomParam* pParam);
 
 /* The output page of rastImageShift. */
 typedef struct RastShiftParam {
@@ -536,19 +547,19 @@ typedef struct RastShiftParam {
 } RastShiftParam;
 
 /*
- * Copies a rectangle into an output page at an offset. What reaches past the page's right or lower edge is
- * left out. A negative offset keeps the rectangle's first columns and lines and drops its last ones; and
- * with a negative nShiftX the lines are counted as for a negative nShiftY, without a top margin and not
- * limited by the page.
+ * Copies a rectangle into an output page at an offset. What reaches past the page's right or lower
+ * edge is left out. A negative offset keeps the rectangle's first columns and lines and drops its
+ * last ones; and with a negative nShiftX the lines are counted as for a negative nShiftY, without a
+ * top margin and not limited by the page.
  *
  *   pArea       the source rectangle
- *   pPlanes     pIn and pOut of the planes of nPlaneMode; output line j starts at pOut + j * nOutLineWidth.
- *               Outputs must not overlap sources.
+ *   pPlanes     pIn and pOut of the planes of nPlaneMode; output line j starts at pOut + j *
+ *               nOutLineWidth. Outputs must not overlap sources.
  *   pParam      the output page
  *   nPlaneMode  0: planes 0, 1 and 2; 1: plane 3
  *
- * Offsets beyond the page, a negative nShiftY with a non-negative nShiftX, and lines longer than the page is
- * wide are the caller's to avoid; negative lengths copy and fill nothing.
+ * Offsets beyond the page, a negative nShiftY with a non-negative nShiftX, and lines longer than
+ * the page is wide are the caller's to avoid; negative lengths copy and fill nothing.
  *
  * Returns RAST_OK, or RAST_ERR_INVALID_ARG at the first of these that holds:
  *   1. pArea is null; nLineWidth < nStartX + nWidth
@@ -558,8 +569,8 @@ typedef struct RastShiftParam {
  *   5. nWidth + nShiftX < 1; nHeight + nShiftY < 1
  *   6. nPlaneMode > 1; nFillMode > 2
  */
-uint32_t rastImageShift(const RastArea *pArea, const RastPlaneSet *pPlanes,
-                        const RastShiftParam *pParam, uint32_t nPlaneMode);
+uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                        const RastShiftParam* pParam, uint32_t nPlaneMode);
 
 #ifdef __cplusplus
 }

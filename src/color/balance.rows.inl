@@ -1,5 +1,5 @@
-// A block of a row in short stages, each with few enough constants for the registers; the block stays in
-// the first-level cache.
+// A block of a row in short stages, each with few enough constants for the registers; the block
+// stays in the first-level cache.
 constexpr size_t kBlock = 512;
 
 // In place on whole registers.

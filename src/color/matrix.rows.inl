@@ -1,5 +1,5 @@
-// Four quarter registers of 32-bit sums, as widening and zipping leaves them, to samples: divided by 256
-// towards zero, offset, clamped and, with all bits set in `invert`, inverted.
+// Four quarter registers of 32-bit sums, as widening and zipping leaves them, to samples: divided
+// by 256 towards zero, offset, clamped and, with all bits set in `invert`, inverted.
 inline U8 samplesOf(const U32 (&sum)[4], U32 offset, U8 invert) {
   I32 v[4];
   for (size_t i = 0; i < 4; ++i) {

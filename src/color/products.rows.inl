@@ -24,7 +24,8 @@ void productsRow(const ColorRow& whole, const RastHueLut& lut) {
       for (size_t k = 0; k < 3; ++k) {
         U32 sum[4];
         for (size_t i = 0; i < 4; ++i) {
-          sum[i] = gather(lut.row[k].nProd[0], index[0][i]) + gather(lut.row[k].nProd[1], index[1][i]) +
+          sum[i] = gather(lut.row[k].nProd[0], index[0][i]) +
+                   gather(lut.row[k].nProd[1], index[1][i]) +
                    gather(lut.row[k].nProd[2], index[2][i]);
         }
         const U32 offset = splat((uint32_t)lut.row[k].nOutOffset);

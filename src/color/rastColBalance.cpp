@@ -66,7 +66,8 @@ Pixel balance(const Pixel& in, const Curves& curves) {
   return out;
 }
 
-/// `Step` pixels at a time, all read before any is written, and those left at the end of a line alone.
+/// `Step` pixels at a time, all read before any is written, and those left at the end of a line
+/// alone.
 template <ptrdiff_t Step, class Curves>
 void colBalance(const RastArea& area, const ColorPlanes& planes, const Curves& curves) {
   eachLine(area, [&](ptrdiff_t line) {
@@ -115,7 +116,8 @@ uint32_t colBalance(const Rows* rows, const RastArea* pArea, const RastPlaneSet*
     uint8_t own[kCurvesSize];
     if (!pLut) fill(builtIn, own);
     const uint8_t* const curves = pLut ? pLut : own;
-    eachLine(area, [&](ptrdiff_t line) { rows->balance(rowOf(planes, line, area.nWidth), curves); });
+    eachLine(area,
+             [&](ptrdiff_t line) { rows->balance(rowOf(planes, line, area.nWidth), curves); });
   } else if (pLut) {
     definition::colBalance<1>(area, planes, BufferedCurves{pLut});
   } else {

@@ -14,7 +14,9 @@ constexpr int16_t kReversed = 1;
 /// A 32-bit sum of products that wraps.
 class WrappingSum {
  public:
-  void addProduct(int32_t a, int32_t b) { sum_ += static_cast<uint32_t>(a) * static_cast<uint32_t>(b); }
+  void addProduct(int32_t a, int32_t b) {
+    sum_ += static_cast<uint32_t>(a) * static_cast<uint32_t>(b);
+  }
   void add(int32_t a) { sum_ += static_cast<uint32_t>(a); }
   int32_t value() const { return static_cast<int32_t>(sum_); }
 
@@ -63,8 +65,8 @@ void build(const RastHueParam& param, RastHueLut& lut) {
 
 namespace definition {
 
-/// `Source` is a RastHueParam or a RastHueLut. Three samples are read, then three written, position by
-/// position from the left; mirrored, the writes go from the right.
+/// `Source` is a RastHueParam or a RastHueLut. Three samples are read, then three written, position
+/// by position from the left; mirrored, the writes go from the right.
 template <class Source>
 void color(const RastArea& area, const ColorPlanes& planes, const Source& source, bool mirror) {
   eachLine(area, [&](ptrdiff_t line) {
@@ -78,7 +80,8 @@ void color(const RastArea& area, const ColorPlanes& planes, const Source& source
 }
 
 template <class Source>
-void mono(const RastArea& area, const uint8_t* in, uint8_t* out, const Source& source, bool mirror) {
+void mono(const RastArea& area, const uint8_t* in, uint8_t* out, const Source& source,
+          bool mirror) {
   eachLine(area, [&](ptrdiff_t line) {
     for (ptrdiff_t j = 0; j < area.nWidth; ++j) {
       const ptrdiff_t to = mirror ? line + area.nWidth - 1 - j : line + j;
@@ -106,17 +109,19 @@ ColorMatrix matrixOf(const RastHueParam& param) {
   return matrix;
 }
 
-/// Takes the matrix back out of a built buffer. False where a table of it is not a straight line with a
-/// 16-bit slope, as one filled by hand may be.
+/// Takes the matrix back out of a built buffer. False where a table of it is not a straight line
+/// with a 16-bit slope, as one filled by hand may be.
 bool matrixOf(const RastHueLut& lut, ColorMatrix& matrix) {
   for (size_t k = 0; k < 3; ++k) {
     WrappingSum constant;
     for (size_t j = 0; j < 3; ++j) {
       const int32_t(&products)[256] = lut.row[k].nProd[j];
-      const uint32_t slope = static_cast<uint32_t>(products[1]) - static_cast<uint32_t>(products[0]);
+      const uint32_t slope =
+          static_cast<uint32_t>(products[1]) - static_cast<uint32_t>(products[0]);
       uint32_t bent = 0;
       for (uint32_t i = 0; i < 256; ++i) {
-        bent |= static_cast<uint32_t>(products[i]) ^ (static_cast<uint32_t>(products[0]) + i * slope);
+        bent |=
+            static_cast<uint32_t>(products[i]) ^ (static_cast<uint32_t>(products[0]) + i * slope);
       }
       matrix.weight[k][j] = static_cast<int16_t>(slope);
       if (bent != 0 || static_cast<uint32_t>(int32_t{matrix.weight[k][j]}) != slope) return false;

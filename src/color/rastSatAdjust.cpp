@@ -38,7 +38,8 @@ Pixel adjust(const ColorPlanes& planes, ptrdiff_t x, int32_t gain) {
   const int32_t sum = g_SatWeightTbl0[c[0]] + g_SatWeightTbl1[c[1]] + g_SatWeightTbl2[c[2]];
   const int32_t grey = clampToSample(sum >> 8);
   Pixel pixel;
-  for (size_t k = 0; k < 3; ++k) pixel.component[k] = clampToSample(grey + (c[k] - grey) * gain / 128);
+  for (size_t k = 0; k < 3; ++k)
+    pixel.component[k] = clampToSample(grey + (c[k] - grey) * gain / 128);
   return pixel;
 }
 
@@ -85,7 +86,8 @@ uint32_t satAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
   const RastArea area = *pArea;
   const ColorPlanes planes(*pPlanes);
   if (rows && planesApart(planes.in, planes.out, area.nWidth)) {
-    eachLine(area, [&](ptrdiff_t line) { rows->saturation(rowOf(planes, line, area.nWidth), nMode); });
+    eachLine(area,
+             [&](ptrdiff_t line) { rows->saturation(rowOf(planes, line, area.nWidth), nMode); });
   } else {
     definition::satAdjust(area, planes, g_SatGainTbl[nMode]);
   }

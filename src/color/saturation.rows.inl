@@ -19,7 +19,8 @@ void saturationRow(const ColorRow& whole, uint32_t mode) {
       const U16 greyLow = (low[0] * 70 + low[1] * 150 + low[2] * 29) >> 8;
       const U16 greyHigh = (high[0] * 70 + high[1] * 150 + high[2] * 29) >> 8;
       for (size_t k = 0; k < 3; ++k) {
-        const U8 v = narrow(moveFromGrey(low[k], greyLow, quarters), moveFromGrey(high[k], greyHigh, quarters));
+        const U8 v = narrow(moveFromGrey(low[k], greyLow, quarters),
+                            moveFromGrey(high[k], greyHigh, quarters));
         store(row.out[k] + x, mirrorGroups(v));
       }
     }

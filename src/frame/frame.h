@@ -19,8 +19,8 @@ constexpr int32_t wrappingSubtract(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
 
-/// Byte offset of line `r` of the rectangle from each plane's pointer. The 32-bit value wraps and is
-/// then applied signed, so a line above or left of the pointer is reached by a negative offset.
+/// Byte offset of line `r` of the rectangle from each plane's pointer. The 32-bit value wraps and
+/// is then applied signed, so a line above or left of the pointer is reached by a negative offset.
 constexpr ptrdiff_t lineOffset(const RastArea& area, int32_t r) {
   const auto line = static_cast<uint32_t>(wrappingAdd(area.nStartY, r));
   const auto start = static_cast<uint32_t>(area.nStartX);
@@ -49,7 +49,8 @@ constexpr bool hasColorPlanes(const RastPlaneSet& set) {
 
 /// The row that starts at offset `line` of each plane.
 template <size_t N>
-Row<N> rowOf(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], ptrdiff_t line, int32_t width) {
+Row<N> rowOf(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], ptrdiff_t line,
+             int32_t width) {
   Row<N> row;
   for (size_t k = 0; k < N; ++k) {
     row.in[k] = in[k] + line;

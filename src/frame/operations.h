@@ -1,5 +1,5 @@
-// The operations with the choice of row kernels as an argument: the exported functions pass the best
-// level's, tests and benchmarks any level's. Null stands for the sample-by-sample definition.
+// The operations with the choice of row kernels as an argument: the exported functions pass the
+// best level's, tests and benchmarks any level's. Null stands for the sample-by-sample definition.
 #pragma once
 
 #include <stdint.h>

@@ -12,8 +12,8 @@
 
 namespace rast {
 
-/// True when [a, a + aSize) and [b, b + bSize) share no byte. Integers, because the two may belong to
-/// unrelated objects.
+/// True when [a, a + aSize) and [b, b + bSize) share no byte. Integers, because the two may belong
+/// to unrelated objects.
 inline bool apart(const void* a, size_t aSize, const void* b, size_t bSize) {
   const auto distance = reinterpret_cast<uintptr_t>(b) - reinterpret_cast<uintptr_t>(a);
   return distance >= aSize && uintptr_t{0} - distance >= bSize;
@@ -21,9 +21,9 @@ inline bool apart(const void* a, size_t aSize, const void* b, size_t bSize) {
 
 enum class InPlace { refused, served };
 
-/// True when no output shares a byte of a line with an input or with another output. An output that is
-/// the very plane of its own input passes where the kernel serves that. All planes have the same lines,
-/// so one distance per pair decides for the whole call.
+/// True when no output shares a byte of a line with an input or with another output. An output that
+/// is the very plane of its own input passes where the kernel serves that. All planes have the same
+/// lines, so one distance per pair decides for the whole call.
 template <size_t N>
 bool planesApart(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], int32_t width,
                  InPlace inPlace = InPlace::served) {
@@ -40,8 +40,8 @@ bool planesApart(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], int32_
   return true;
 }
 
-/// True when no line of the rectangle in any output touches the block, so that what a kernel reads of it
-/// beforehand stays true to the end.
+/// True when no line of the rectangle in any output touches the block, so that what a kernel reads
+/// of it beforehand stays true to the end.
 template <size_t N>
 bool linesApart(const RastArea& area, uint8_t* const (&out)[N], const void* block, size_t size) {
   const auto width = static_cast<size_t>(area.nWidth);

@@ -18,8 +18,8 @@ struct Row {
 using MonoRow = Row<1>;
 using ColorRow = Row<3>;
 
-/// out_k = clamp((sum over j of in_j * weight[k][j] + constant[k]) / 256 + offset[k]) ^ invert, the sum
-/// and the last addition wrapping at 32 bits, the division truncating towards zero.
+/// out_k = clamp((sum over j of in_j * weight[k][j] + constant[k]) / 256 + offset[k]) ^ invert, the
+/// sum and the last addition wrapping at 32 bits, the division truncating towards zero.
 struct ColorMatrix {
   int16_t weight[3][3];
   int32_t constant[3];
@@ -27,8 +27,8 @@ struct ColorMatrix {
   uint8_t invert;
 };
 
-/// What the two-colour conversion needs where only the second ink is written: its amount, a sum of the
-/// components weighted in 1/256 (at most 256 together) plus an offset in -255 .. 255, and the
+/// What the two-colour conversion needs where only the second ink is written: its amount, a sum of
+/// the components weighted in 1/256 (at most 256 together) plus an offset in -255 .. 255, and the
 /// outputs it feeds, the others being 0.
 struct Ink {
   uint8_t weight[3];
@@ -37,8 +37,8 @@ struct Ink {
   const uint8_t* saturationLimit;  // 256 bytes by hue, each above 15
 };
 
-/// How an overlay is weakened and put over a base: v * scale / 256, transparent where the largest of a
-/// pixel's weakened samples is below the threshold.
+/// How an overlay is weakened and put over a base: v * scale / 256, transparent where the largest
+/// of a pixel's weakened samples is below the threshold.
 struct Blend {
   uint16_t scale;  // at most 256
   uint8_t threshold;
@@ -48,8 +48,9 @@ struct Blend {
 /// The most lines that one transposition takes: their samples fill a cache line of the output.
 constexpr size_t kTransposeLines = 64;
 
-/// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its row in
-/// each plane. An output may be its own input, except where mirrored, and overlaps nothing else.
+/// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
+/// row in each plane. An output may be its own input, except where mirrored, and overlaps nothing
+/// else.
 struct Rows {
   /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].
   void (*curve)(const MonoRow& row, const uint8_t* table);
@@ -61,8 +62,8 @@ struct Rows {
   void (*matrix)(const ColorRow& row, const ColorMatrix& matrix);
   void (*matrixMirrored)(const ColorRow& row, const ColorMatrix& matrix);
 
-  /// Hue adjustment through a built buffer of any content. Null where a level has nothing faster than the
-  /// definition.
+  /// Hue adjustment through a built buffer of any content. Null where a level has nothing faster
+  /// than the definition.
   void (*products)(const ColorRow& row, const RastHueLut& lut);
 
   /// Colour balance with the curves of the three components and of the grey part.
@@ -77,13 +78,13 @@ struct Rows {
   void (*overlayOnBase)(const Row<6, 3>& row, const Blend& blend);
   void (*overlayOnBaseMono)(const Row<2, 1>& row, const Blend& blend);
 
-  /// out[j * pitch + i] = lines[i][j] for i < count, j < columns; count is at most kTransposeLines. The
-  /// lines of the output do not overlap one another or the input.
+  /// out[j * pitch + i] = lines[i][j] for i < count, j < columns; count is at most kTransposeLines.
+  /// The lines of the output do not overlap one another or the input.
   void (*transpose)(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
                     size_t columns);
 
-  /// 16-bit sums of lines: started with `line`, or `line` added. How whole registers of sums are ordered is
-  /// the level's own; only mean() reads them.
+  /// 16-bit sums of lines: started with `line`, or `line` added. How whole registers of sums are
+  /// ordered is the level's own; only mean() reads them.
   void (*sum)(uint16_t* sums, const uint8_t* line, size_t width, bool first);
   /// mean[x] = (sums[x] + line[x]) / count, in 8 bits; `line` may be null. The sum fits 16 bits.
   void (*mean)(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,

@@ -1,10 +1,10 @@
 // The vector types and primitives that row kernels are written in, at the width of the level that
-// includes this file. Compiler vector extensions carry what they can; the rest is intrinsics, with a
-// plain loop for machines that have none.
+// includes this file. Compiler vector extensions carry what they can; the rest is intrinsics, with
+// a plain loop for machines that have none.
 //
-// widen splits a register of samples into a low and a high half and zip merges two halves. What a half is
-// differs between machines: of the register, or of each of its lanes of 16 bytes. narrow puts samples
-// back where they were.
+// widen splits a register of samples into a low and a high half and zip merges two halves. What a
+// half is differs between machines: of the register, or of each of its lanes of 16 bytes. narrow
+// puts samples back where they were.
 
 #if defined(__AVX512VBMI__)
 constexpr size_t kBytes = 64;
@@ -125,7 +125,8 @@ inline U8 zipLow(U8 a, U8 b) {
 }
 
 inline U8 zipHigh(U8 a, U8 b) {
-  return __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
+  return __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15,
+                                 31);
 }
 
 inline U8 mirror(U8 v) {
@@ -232,16 +233,17 @@ class Lookup {
 
 #elif defined(__AVX2__)
 
-// A byte shuffle looks up 16 entries and gives 0 where the index is negative. Each half of the table is
-// a chain of eight shuffles, with 16 subtracted (saturating) from the index between them; entry k of
-// the chain holds part k XOR part k - 1, so that what a sample has gathered when it goes negative is
-// its entry.
+// A byte shuffle looks up 16 entries and gives 0 where the index is negative. Each half of the
+// table is a chain of eight shuffles, with 16 subtracted (saturating) from the index between them;
+// entry k of the chain holds part k XOR part k - 1, so that what a sample has gathered when it goes
+// negative is its entry.
 class Lookup {
  public:
   explicit Lookup(const uint8_t* table) {
     for (int i = 0; i < 16; ++i) {
       __m128i step = _mm_loadu_si128((const __m128i*)(table + 16 * i));
-      if (i % 8) step = _mm_xor_si128(step, _mm_loadu_si128((const __m128i*)(table + 16 * (i - 1))));
+      if (i % 8)
+        step = _mm_xor_si128(step, _mm_loadu_si128((const __m128i*)(table + 16 * (i - 1))));
       link[i] = _mm256_broadcastsi128_si256(step);
     }
   }
@@ -343,19 +345,20 @@ class Reciprocals {
 
 #else
 
-// A float quotient, truncated: 65536 / d is an integer or at least 1 / d away from the next one, and its
-// rounding error, in whatever mode the caller has set, is less than 1 / (64 d).
+// A float quotient, truncated: 65536 / d is an integer or at least 1 / d away from the next one,
+// and its rounding error, in whatever mode the caller has set, is less than 1 / (64 d).
 class Reciprocals {
  public:
   void operator()(U8 d, U16& ofLow, U16& ofHigh) const {
-    d = greater(d, splat(uint8_t{1}));  // no division by zero, which the caller may have made to trap
+    d = greater(d,
+                splat(uint8_t{1}));  // no division by zero, which the caller may have made to trap
     ofLow = ofHalf((I16)widenLow(d));
     ofHigh = ofHalf((I16)widenHigh(d));
   }
 
  private:
-  // Narrowing saturates as signed, hence the shift of the range by 32768 and back; it also takes the
-  // 65536 of d = 1 to 65535.
+  // Narrowing saturates as signed, hence the shift of the range by 32768 and back; it also takes
+  // the 65536 of d = 1 to 65535.
   static I32 ofQuarter(I16 d) {
     const F32 quotient = 65536.0f / __builtin_convertvector((I32)d, F32);
     return __builtin_convertvector(quotient, I32) - 32768;
@@ -368,8 +371,8 @@ class Reciprocals {
 
 #endif
 
-// n / d, truncated, for any n and a sample d > 0, given d's reciprocal. The estimate is the quotient or
-// one less, since n * (65536 / d - reciprocal) < 65536.
+// n / d, truncated, for any n and a sample d > 0, given d's reciprocal. The estimate is the
+// quotient or one less, since n * (65536 / d - reciprocal) < 65536.
 inline U16 quotient(U16 n, U16 d, U16 reciprocal) {
   const U16 estimate = mulHigh(n, reciprocal);
   const U16 rest = n - estimate * d;
@@ -382,8 +385,9 @@ enum class Order {
   groupsMirrored  // whole groups of four mirrored in themselves, what is left of the row straight
 };
 
-// Runs a row through `body`, which takes rows of whole registers and applies the order itself. What is
-// left of the row goes through it as a zero-filled copy: nothing outside the row is read or written.
+// Runs a row through `body`, which takes rows of whole registers and applies the order itself. What
+// is left of the row goes through it as a zero-filled copy: nothing outside the row is read or
+// written.
 template <Order order, size_t N, size_t M, class Body>
 inline void sweep(const Row<N, M>& row, Body body) {
   const size_t rest = row.width % kBytes;
@@ -415,7 +419,8 @@ inline void sweep(const Row<N, M>& row, Body body) {
       __builtin_memcpy(row.out[k] + whole, result[k], rest);
       if (order == Order::groupsMirrored) {
         const size_t groups = rest / 4 * 4;
-        for (size_t j = 0; j < rest % 4; ++j) row.out[k][whole + groups + j] = result[k][groups + 3 - j];
+        for (size_t j = 0; j < rest % 4; ++j)
+          row.out[k][whole + groups + j] = result[k][groups + 3 - j];
       }
     }
   }

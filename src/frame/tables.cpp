@@ -1,5 +1,5 @@
-// The exported comparison tables. Each is made by the compiler as one object and exported through an
-// alias, since no constant expression can return an array.
+// The exported comparison tables. Each is made by the compiler as one object and exported through
+// an alias, since no constant expression can return an array.
 #include <stddef.h>
 #include <stdint.h>
 

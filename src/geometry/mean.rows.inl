@@ -21,7 +21,8 @@ void sumRow(uint16_t* sums, const uint8_t* line, size_t width, bool first) {
   for (; x < width; ++x) sums[x] = (uint16_t)(first ? line[x] : sums[x] + line[x]);
 }
 
-void meanRow(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width, uint16_t count) {
+void meanRow(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,
+             uint16_t count) {
   const U16 divisor = splat(count);
   const U16 reciprocal = splat((uint16_t)(count == 1 ? 65535 : 65536 / count));
   size_t x = 0;

@@ -17,7 +17,8 @@ struct Segments {
   int32_t lines;
   int32_t bottom;
 
-  /// The lines are chosen by the sign of the horizontal offset, as the columns are: the interface is so.
+  /// The lines are chosen by the sign of the horizontal offset, as the columns are: the interface
+  /// is so.
   Segments(const RastArea& area, const RastShiftParam& param) {
     const int32_t width = wrappingAdd(area.nWidth, param.nShiftX);
     const int32_t height = wrappingAdd(area.nHeight, param.nShiftY);
@@ -73,7 +74,8 @@ uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
   const int64_t pitch = param.nOutLineWidth;
 
   if (fills) {
-    for (size_t p = first; p < end; ++p) memset(planes.pOut[p], value, sizeOf(pitch * segments.top));
+    for (size_t p = first; p < end; ++p)
+      memset(planes.pOut[p], value, sizeOf(pitch * segments.top));
   }
   for (int32_t r = 0; r < segments.lines; ++r) {
     const ptrdiff_t source = lineOffset(area, r);
@@ -82,14 +84,17 @@ uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
       memset(planes.pOut[p] + target, value, sizeOf(segments.left));
     }
     for (size_t p = first; p < end; ++p) {
-      memcpy(planes.pOut[p] + target + segments.left, planes.pIn[p] + source, sizeOf(segments.copied));
+      memcpy(planes.pOut[p] + target + segments.left, planes.pIn[p] + source,
+             sizeOf(segments.copied));
     }
     for (size_t p = first; fills && p < end; ++p) {
-      memset(planes.pOut[p] + target + segments.left + segments.copied, value, sizeOf(segments.right));
+      memset(planes.pOut[p] + target + segments.left + segments.copied, value,
+             sizeOf(segments.right));
     }
   }
   if (fills) {
-    const ptrdiff_t below = static_cast<ptrdiff_t>((int64_t{segments.top} + segments.lines) * pitch);
+    const ptrdiff_t below =
+        static_cast<ptrdiff_t>((int64_t{segments.top} + segments.lines) * pitch);
     for (size_t p = first; p < end; ++p) {
       memset(planes.pOut[p] + below, value, sizeOf(pitch * segments.bottom));
     }

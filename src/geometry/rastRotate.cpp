@@ -49,8 +49,8 @@ void begin(RastRotateCtx& ctx, const RastArea& area, const RastRotateBand& band,
   ctx.nOutPos = 0;
 }
 
-/// Finds the band of the first source line. The offset takes off the lines of one band only, and a line on
-/// a border belongs to the band before it: the interface is so.
+/// Finds the band of the first source line. The offset takes off the lines of one band only, and a
+/// line on a border belongs to the band before it: the interface is so.
 void locateFirstLine(RastRotateCtx& ctx) {
   const int32_t first = ctx.stArea.nStartY;
   int32_t k = 0;
@@ -84,7 +84,8 @@ uint32_t accumulate(const RastArea* pArea, const RastRotateBand* pBand, RastRota
   return ctx.nTotalLines < end ? RAST_OK : RAST_COMPLETE;
 }
 
-/// The source lines of a rotation in order, each as the offset of its column cursor from its plane's pointer.
+/// The source lines of a rotation in order, each as the offset of its column cursor from its
+/// plane's pointer.
 class SourceLines {
  public:
   explicit SourceLines(const RastRotateCtx& ctx)
@@ -115,8 +116,8 @@ class SourceLines {
   const RastRotateBandEntry* end_;
   ptrdiff_t pitch_;
   ptrdiff_t column_;
-  int64_t passed_;     // source lines behind the next one, counted from the first band's line 0
-  int64_t left_ = 0;   // lines of the bands already left
+  int64_t passed_;    // source lines behind the next one, counted from the first band's line 0
+  int64_t left_ = 0;  // lines of the bands already left
   ptrdiff_t offset_;
 };
 
@@ -147,7 +148,8 @@ void rotate(const Target& target, SourceLines source) {
 
 }  // namespace definition
 
-/// True when the output lines overlap neither each other nor another plane's, and touch no source line.
+/// True when the output lines overlap neither each other nor another plane's, and touch no source
+/// line.
 bool served(const Target& target, const SourceLines& source) {
   const ptrdiff_t width = target.columns;
   const ptrdiff_t pitch = target.pitch < 0 ? -target.pitch : target.pitch;
@@ -176,15 +178,17 @@ bool served(const Target& target, const SourceLines& source) {
   return true;
 }
 
-/// Turns a group of source lines at a time. Counter-clockwise the output lines are taken from the last one
-/// up and clockwise the source lines from the last one back: both are then a plain transposition.
+/// Turns a group of source lines at a time. Counter-clockwise the output lines are taken from the
+/// last one up and clockwise the source lines from the last one back: both are then a plain
+/// transposition.
 void rotate(const Rows& rows, const Target& target, SourceLines source) {
   const bool upwards = target.sourceStep < 0;
   const ptrdiff_t lastLine = upwards ? target.lines - 1 : 0;
   for (int32_t i = 0; i < target.columns;) {
     const uint8_t* lines[kMaxPlanes][kTransposeLines];
     const int32_t left = target.columns - i;
-    const int32_t count = left < static_cast<int32_t>(kTransposeLines) ? left : static_cast<int32_t>(kTransposeLines);
+    const int32_t count =
+        left < static_cast<int32_t>(kTransposeLines) ? left : static_cast<int32_t>(kTransposeLines);
     for (int32_t k = 0; k < count; ++k) {
       const int32_t place = target.columnStep < 0 ? count - 1 - k : k;
       for (int32_t p = 0; p < target.planes; ++p) lines[p][place] = source.plane(p) - lastLine;
@@ -231,9 +235,11 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
 
   const bool clockwise = nRotate == RAST_ROTATE_CW90;
   ptrdiff_t start = ctx.nOutStartX;
-  if (position <= imageTop) start += ptrdiff_t{pBand->nOutLineWidth} * wrappingSubtract(imageTop, position);
+  if (position <= imageTop)
+    start += ptrdiff_t{pBand->nOutLineWidth} * wrappingSubtract(imageTop, position);
   if (clockwise) start += ctx.nRotWidth - 1;
-  Target target{{}, ctx.nOutLineWidth, clockwise ? -1 : 1, clockwise ? 1 : -1, ctx.nPlaneNum, lines, ctx.nRotWidth};
+  Target target{{},    ctx.nOutLineWidth, clockwise ? -1 : 1, clockwise ? 1 : -1, ctx.nPlaneNum,
+                lines, ctx.nRotWidth};
   for (int32_t p = 0; p < ctx.nPlaneNum; ++p) target.first[p] = pBand->pOut[p] + start;
   const SourceLines source(ctx);
   if (rows && served(target, source)) {

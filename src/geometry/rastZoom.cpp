@@ -56,18 +56,21 @@ namespace definition {
 
 /// Sums of 16 bits start with the group's first line, and wrap.
 void sumLine(uint16_t* sums, const uint8_t* line, size_t width, bool first) {
-  for (size_t x = 0; x < width; ++x) sums[x] = static_cast<uint16_t>(first ? line[x] : sums[x] + line[x]);
+  for (size_t x = 0; x < width; ++x)
+    sums[x] = static_cast<uint16_t>(first ? line[x] : sums[x] + line[x]);
 }
 
 /// The sum formed with a group's last line does not wrap; of the quotient 8 bits are kept.
-void meanLine(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width, uint32_t count) {
+void meanLine(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,
+              uint32_t count) {
   for (size_t x = 0; x < width; ++x) {
     mean[x] = static_cast<uint8_t>((uint32_t{sums[x]} + (line ? line[x] : 0U)) / count);
   }
 }
 
 /// Reduces one averaged line of each plane; returns the samples written to each.
-size_t reduce(const uint8_t* const* lines, size_t width, uint8_t* const* out, const RastZoomParam& param) {
+size_t reduce(const uint8_t* const* lines, size_t width, uint8_t* const* out,
+              const RastZoomParam& param) {
   Group group{param.nRatioX};
   uint16_t sums[kMaxPlanes] = {};
   size_t written = 0;
@@ -95,7 +98,8 @@ size_t reduce(const uint8_t* const* lines, size_t width, uint8_t* const* out, co
 
 }  // namespace definition
 
-/// Ratios above 1.0 are admitted and produce nothing; the driver moves on by this count all the same.
+/// Ratios above 1.0 are admitted and produce nothing; the driver moves on by this count all the
+/// same.
 size_t enlarge(const uint8_t* const*, size_t, uint8_t* const*, const RastZoomParam&) {
   return RAST_ERR_NOT_SUPPORTED;
 }
@@ -135,7 +139,8 @@ size_t reducePlane(const GroupLengths& groups, const uint8_t* line, size_t width
   const Divisor byLonger(static_cast<uint32_t>(shorter + 1));
   size_t written = 0;
   size_t at = 0;
-  uint32_t before = 0;  // the sum of a group but for its last sample, which a group of one adds again
+  uint32_t before =
+      0;  // the sum of a group but for its last sample, which a group of one adds again
   for (size_t i = 0;; i = i + 1 == groups.count ? 0 : i + 1) {
     const size_t length = groups.length[i];
     if (width - at < length) break;
@@ -158,8 +163,12 @@ size_t reducePlane(const GroupLengths& groups, const uint8_t* line, size_t width
 /// The working memory of a call, and the pass over it.
 class Reduction {
  public:
-  Reduction(const Rows* rows, const RastArea& area, const RastPlaneSet& planes, const RastZoomParam& param)
-      : area_(area), param_(param), width_(static_cast<size_t>(area.nWidth)), groups_(param.nRatioX) {
+  Reduction(const Rows* rows, const RastArea& area, const RastPlaneSet& planes,
+            const RastZoomParam& param)
+      : area_(area),
+        param_(param),
+        width_(static_cast<size_t>(area.nWidth)),
+        groups_(param.nRatioX) {
     for (uint32_t p = 0; p < param.nPlaneNum; ++p) {
       line_[p] = planes.pIn[p] + lineOffset(area, 0);
       out_[p] = planes.pOut[p];
@@ -206,8 +215,8 @@ class Reduction {
     return false;
   }
 
-  /// True when output lines of different planes share no byte. They are written one sample of each plane at
-  /// a time, after all that is read for them has been read.
+  /// True when output lines of different planes share no byte. They are written one sample of each
+  /// plane at a time, after all that is read for them has been read.
   bool outputsApart() const {
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       for (uint32_t other = 0; other < p; ++other) {
@@ -261,7 +270,7 @@ class Reduction {
   const GroupLengths groups_;
   const Rows* rows_ = nullptr;
   bool planewise_;
-  const uint8_t* line_[kMaxPlanes];   // the first source line of each plane
+  const uint8_t* line_[kMaxPlanes];  // the first source line of each plane
   uint8_t* out_[kMaxPlanes];
   const uint8_t** source_ = nullptr;  // the current source line of each plane
   uint8_t** means_ = nullptr;         // an averaged line of each
@@ -274,7 +283,8 @@ bool isRatio(uint32_t ratio) { return ratio >= 1 && ratio <= kMaxRatio; }
 
 uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
               const RastZoomParam* pParam) {
-  if (!pParam || pParam->nPlaneNum < 1 || pParam->nPlaneNum > kMaxPlanes) return RAST_ERR_INVALID_ARG;
+  if (!pParam || pParam->nPlaneNum < 1 || pParam->nPlaneNum > kMaxPlanes)
+    return RAST_ERR_INVALID_ARG;
   if (!pArea || !hasExtent(*pArea) || !fitsLine(*pArea)) return RAST_ERR_INVALID_ARG;
   if (!pPlanes) return RAST_ERR_INVALID_ARG;
   for (size_t i = 0; i < 4; ++i) {

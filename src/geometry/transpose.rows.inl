@@ -1,6 +1,6 @@
-// Merging register i of the lower half with register i of the upper half is a rotation of the place of every
-// sample, counted in bits (four for the register, four for the lane's byte) by one: four of them swap
-// register and byte.
+// Merging register i of the lower half with register i of the upper half is a rotation of the place
+// of every sample, counted in bits (four for the register, four for the lane's byte) by one: four
+// of them swap register and byte.
 inline void zipStage(U8 (&v)[kLane]) {
   U8 merged[kLane];
   for (size_t i = 0; i < kLane / 2; ++i) {
@@ -10,9 +10,10 @@ inline void zipStage(U8 (&v)[kLane]) {
   for (size_t i = 0; i < kLane; ++i) v[i] = merged[i];
 }
 
-// kBytes lines of kLane columns: lane k of the registers takes the k-th kLane lines, so that a register ends as
-// kBytes samples of one column.
-inline void transposeBlock(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t column) {
+// kBytes lines of kLane columns: lane k of the registers takes the k-th kLane lines, so that a
+// register ends as kBytes samples of one column.
+inline void transposeBlock(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines,
+                           size_t column) {
   U8 v[kLane];
   for (size_t i = 0; i < kLane; ++i) {
     for (size_t lane = 0; lane < kBytes / kLane; ++lane) {
@@ -34,10 +35,12 @@ inline void transposeEdge(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* l
     if (i < count) __builtin_memcpy(copy[i], lines[i] + column, columns);
   }
   transposeBlock(turned[0], kBytes, copied, 0);
-  for (size_t j = 0; j < columns; ++j) __builtin_memcpy(out + (ptrdiff_t)j * pitch, turned[j], count);
+  for (size_t j = 0; j < columns; ++j)
+    __builtin_memcpy(out + (ptrdiff_t)j * pitch, turned[j], count);
 }
 
-void transposeRows(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count, size_t columns) {
+void transposeRows(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
+                   size_t columns) {
   for (size_t line = 0; line < count; line += kBytes) {
     const size_t lineCount = count - line < kBytes ? count - line : kBytes;
     for (size_t column = 0; column < columns; column += kLane) {

@@ -10,15 +10,13 @@ void overlayRow(const Row<onBase ? 2 * Planes : Planes, Planes>& whole, const Bl
       U8 largest{};
       for (size_t k = 0; k < Planes; ++k) {
         const U8 v = load(row.in[k] + x);
-        weakened[k] =
-            narrow((I16)((widenLow(v) * scale) >> 8), (I16)((widenHigh(v) * scale) >> 8));
+        weakened[k] = narrow((I16)((widenLow(v) * scale) >> 8), (I16)((widenHigh(v) * scale) >> 8));
         largest = greater(largest, weakened[k]);
       }
       const U8 transparent = (U8)(largest < threshold);
       for (size_t k = 0; k < Planes; ++k) {
         const U8 below = onBase ? load(row.in[onBase ? Planes + k : k] + x) : U8{};
-        store(row.out[k] + x,
-              select(transparent, below, greater(weakened[k], below & maximum)));
+        store(row.out[k] + x, select(transparent, below, greater(weakened[k], below & maximum)));
       }
     }
   });

@@ -64,9 +64,11 @@ struct Placement {
     return inOverlay ? Cover::overlay : Cover::none;
   }
 
-  /// Line y as runs: its cover changes at the edges of the rectangles that hold the line, nowhere else.
+  /// Line y as runs: its cover changes at the edges of the rectangles that hold the line, nowhere
+  /// else.
   Runs runsOf(int32_t y) const {
-    const int32_t edges[] = {baseColumns.begin, baseColumns.end, overlayColumns.begin, overlayColumns.end};
+    const int32_t edges[] = {baseColumns.begin, baseColumns.end, overlayColumns.begin,
+                             overlayColumns.end};
     Runs runs;
     for (int32_t x = left; x < right;) {
       int32_t next = right;
@@ -89,8 +91,8 @@ struct Placement {
   static constexpr size_t length(int32_t v) { return v > 0 ? static_cast<size_t>(v) : 0; }
 };
 
-/// The order in which an output is written: `fill(n)` for each margin of n background pixels, `line(y)` for
-/// what lies between the left and right margins of line y.
+/// The order in which an output is written: `fill(n)` for each margin of n background pixels,
+/// `line(y)` for what lies between the left and right margins of line y.
 template <class Fill, class Line>
 void compose(const Placement& placement, Fill fill, Line line) {
   int32_t y = 0;
@@ -105,9 +107,9 @@ void compose(const Placement& placement, Fill fill, Line line) {
 
 /// Offset of the overlay rectangle's first pixel in its image.
 inline ptrdiff_t overlayStart(const RastOverlayParam& param) {
-  return lineOffset({param.nOvlLineWidth, param.nOvlStartX, param.nOvlWidth, param.nOvlStartY,
-                     param.nOvlHeight},
-                    0);
+  return lineOffset(
+      {param.nOvlLineWidth, param.nOvlStartX, param.nOvlWidth, param.nOvlStartY, param.nOvlHeight},
+      0);
 }
 
 }  // namespace rast

@@ -30,8 +30,8 @@ struct Source {
   }
 };
 
-/// The samples of a line that a rectangle consumes. Three planes leave out what the output's right edge
-/// cuts off; a single plane does not and drifts: the interface is so.
+/// The samples of a line that a rectangle consumes. Three planes leave out what the output's right
+/// edge cuts off; a single plane does not and drifts: the interface is so.
 template <size_t N>
 int32_t visibleWidth(const Span& columns, int32_t width, int32_t outWidth) {
   const bool cut = N == 3 && columns.end > outWidth;
@@ -243,9 +243,11 @@ uint32_t overlay(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pP
   if (!pPlanes->pOut[0]) return RAST_ERR_INVALID_ARG;
 
   if (nPlaneMode == 2) {
-    composePlanes(rows, Composition<1>(*pArea, *pPlanes, *pOvlParam), nBlendMode, nDensity, nBgWhite);
+    composePlanes(rows, Composition<1>(*pArea, *pPlanes, *pOvlParam), nBlendMode, nDensity,
+                  nBgWhite);
   } else {
-    composePlanes(rows, Composition<3>(*pArea, *pPlanes, *pOvlParam), nBlendMode, nDensity, nBgWhite);
+    composePlanes(rows, Composition<3>(*pArea, *pPlanes, *pOvlParam), nBlendMode, nDensity,
+                  nBgWhite);
   }
   return RAST_OK;
 }

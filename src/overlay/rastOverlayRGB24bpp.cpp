@@ -30,8 +30,8 @@ void copyPixel(Cursors& at, const uint8_t* from) {
   for (const uint8_t sample : pixel) *at.out++ = sample;
 }
 
-/// The cursors cross: what the base alone covers shows the overlay's pixels, what the overlay alone covers
-/// the base's, and what both cover repeats one pixel of the overlay while the base's pass.
+/// The cursors cross: what the base alone covers shows the overlay's pixels, what the overlay alone
+/// covers the base's, and what both cover repeats one pixel of the overlay while the base's pass.
 void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background) {
   for (int32_t x = placement.left; x < placement.right; ++x) {
     switch (placement.coverAt(x, y)) {

@@ -1,5 +1,5 @@
-// The hue circle and the grey floor of the two-colour conversion: a base hue for each smallest component,
-// 42 steps to either side of it; saturations up to 15 count as neutral.
+// The hue circle and the grey floor of the two-colour conversion: a base hue for each smallest
+// component, 42 steps to either side of it; saturations up to 15 count as neutral.
 constexpr uint8_t kHueBase[3] = {42, 127, 212};
 constexpr uint16_t kHueSector = 42;
 constexpr uint8_t kGreyFloor = 15;
@@ -25,10 +25,10 @@ inline U8 hueOf(const U8 (&c)[3], U8 least, U8 chroma, const Reciprocals& recipr
   return select((U8)(behind > ahead), base + steps, base - steps);
 }
 
-// The ink of a half register: 0 up to the grey floor, all of it above the limit, in between in proportion.
+// The ink of a half register: 0 up to the grey floor, all of it above the limit, in between in
+// proportion.
 inline U16 weighted(U16 amount, U16 saturation, U16 limit, U16 reciprocal) {
-  const U16 proportion =
-      quotient((saturation - kGreyFloor) << 8, limit - kGreyFloor, reciprocal);
+  const U16 proportion = quotient((saturation - kGreyFloor) << 8, limit - kGreyFloor, reciprocal);
   const U16 weight = select((U16)(saturation > limit), splat(uint16_t{256}), proportion);
   return (weight * amount >> 8) & (U16)(saturation > kGreyFloor);
 }

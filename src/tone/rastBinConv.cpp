@@ -11,8 +11,8 @@ namespace rast {
 
 namespace {
 
-/// A record whose first ink feeds the unwritten component alone and whose second ink is luma, with the
-/// weights of ITU-R BT.601 (0.299, 0.587, 0.114) in 1/256, less 30.
+/// A record whose first ink feeds the unwritten component alone and whose second ink is luma, with
+/// the weights of ITU-R BT.601 (0.299, 0.587, 0.114) in 1/256, less 30.
 constexpr RastBinConvColor lumaInk(uint16_t ink0, uint16_t ink1, uint16_t ink2) {
   return {
       .bMaxA = 0,
@@ -34,23 +34,20 @@ constexpr uint32_t kColors = sizeof g_BinConvColorTbl / sizeof g_BinConvColorTbl
 
 // The saturation at and above which a pixel counts fully as colour, by hue.
 constexpr uint8_t g_BinConvSatLimitTbl[256] = {
-    136, 136, 136, 137, 137, 137, 137, 137, 137, 138, 138, 138, 138, 138, 138, 139,
-    139, 139, 139, 139, 139, 140, 140, 140, 140, 140, 140, 141, 141, 141, 141, 141,
-    141, 142, 142, 142, 142, 142, 142, 143, 143, 143, 143, 143, 144, 146, 147, 149,
-    150, 151, 153, 154, 155, 157, 158, 160, 161, 162, 164, 165, 166, 168, 169, 171,
-    172, 173, 175, 176, 178, 179, 180, 182, 183, 184, 186, 187, 189, 190, 191, 193,
-    194, 195, 197, 198, 200, 201, 198, 195, 193, 190, 187, 184, 182, 179, 176, 173,
-    170, 168, 165, 162, 159, 156, 154, 151, 148, 145, 143, 140, 137, 134, 131, 129,
-    126, 123, 120, 117, 115, 112, 109, 106, 104, 101, 98, 95, 92, 90, 87, 84,
-    84, 85, 87, 88, 89, 91, 92, 93, 95, 96, 97, 99, 100, 101, 103, 104,
-    105, 107, 108, 109, 111, 112, 113, 115, 116, 117, 119, 120, 121, 123, 124, 125,
-    127, 128, 129, 131, 132, 133, 135, 136, 137, 139, 140, 140, 140, 139, 139, 138,
-    138, 137, 137, 136, 136, 135, 135, 134, 134, 133, 133, 132, 132, 131, 131, 130,
-    130, 129, 129, 128, 128, 127, 127, 126, 126, 125, 125, 124, 124, 123, 123, 122,
-    122, 121, 121, 120, 120, 119, 119, 119, 120, 120, 121, 121, 121, 122, 122, 123,
-    123, 123, 124, 124, 125, 125, 125, 126, 126, 127, 127, 128, 128, 128, 129, 129,
-    130, 130, 130, 131, 131, 132, 132, 132, 133, 133, 134, 134, 134, 135, 135, 136
-};
+    136, 136, 136, 137, 137, 137, 137, 137, 137, 138, 138, 138, 138, 138, 138, 139, 139, 139, 139,
+    139, 139, 140, 140, 140, 140, 140, 140, 141, 141, 141, 141, 141, 141, 142, 142, 142, 142, 142,
+    142, 143, 143, 143, 143, 143, 144, 146, 147, 149, 150, 151, 153, 154, 155, 157, 158, 160, 161,
+    162, 164, 165, 166, 168, 169, 171, 172, 173, 175, 176, 178, 179, 180, 182, 183, 184, 186, 187,
+    189, 190, 191, 193, 194, 195, 197, 198, 200, 201, 198, 195, 193, 190, 187, 184, 182, 179, 176,
+    173, 170, 168, 165, 162, 159, 156, 154, 151, 148, 145, 143, 140, 137, 134, 131, 129, 126, 123,
+    120, 117, 115, 112, 109, 106, 104, 101, 98,  95,  92,  90,  87,  84,  84,  85,  87,  88,  89,
+    91,  92,  93,  95,  96,  97,  99,  100, 101, 103, 104, 105, 107, 108, 109, 111, 112, 113, 115,
+    116, 117, 119, 120, 121, 123, 124, 125, 127, 128, 129, 131, 132, 133, 135, 136, 137, 139, 140,
+    140, 140, 139, 139, 138, 138, 137, 137, 136, 136, 135, 135, 134, 134, 133, 133, 132, 132, 131,
+    131, 130, 130, 129, 129, 128, 128, 127, 127, 126, 126, 125, 125, 124, 124, 123, 123, 122, 122,
+    121, 121, 120, 120, 119, 119, 119, 120, 120, 121, 121, 121, 122, 122, 123, 123, 123, 124, 124,
+    125, 125, 125, 126, 126, 127, 127, 128, 128, 128, 129, 129, 130, 130, 130, 131, 131, 132, 132,
+    132, 133, 133, 134, 134, 134, 135, 135, 136};
 
 constexpr int32_t kGreyFloor = 15;  // saturations up to here count as neutral
 
@@ -98,7 +95,8 @@ void convert(const RastArea& area, const ColorPlanes& planes, const RastBinConvC
   eachLine(area, [&](ptrdiff_t line) {
     for (ptrdiff_t x = line; x < line + area.nWidth; ++x) {
       const uint8_t c[3] = {planes.in[0][x], planes.in[1][x], planes.in[2][x]};
-      const uint8_t least = g_rastMinCompareTbl[c[0] * 256 + g_rastMinCompareTbl[c[1] * 256 + c[2]]];
+      const uint8_t least =
+          g_rastMinCompareTbl[c[0] * 256 + g_rastMinCompareTbl[c[1] * 256 + c[2]]];
       const uint8_t most = g_rastMaxCompareTbl[c[0] * 256 + g_rastMaxCompareTbl[c[1] * 256 + c[2]]];
       const auto chroma = static_cast<uint8_t>(most - least);
       const uint8_t limit = g_BinConvSatLimitTbl[hue(c[0], c[1], c[2], least, chroma)];
@@ -137,7 +135,9 @@ void convertWithRecord(const Rows* rows, const RastArea& area, const RastPlaneSe
     return;
   }
   // Beyond 255 either way an offset changes nothing more: the sum it is added to is a sample.
-  const int32_t offset = record.nOffsetB < -255 ? -255 : record.nOffsetB > 255 ? 255 : record.nOffsetB;
+  const int32_t offset = record.nOffsetB < -255  ? -255
+                         : record.nOffsetB > 255 ? 255
+                                                 : record.nOffsetB;
   Ink ink{{}, static_cast<int16_t>(offset), {}, g_BinConvSatLimitTbl};
   for (size_t k = 0; k < 3; ++k) {
     ink.weight[k] = static_cast<uint8_t>(record.nCoefB[k]);

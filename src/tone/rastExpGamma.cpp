@@ -36,7 +36,8 @@ void definition(const RastArea& area, uint8_t* out, const uint8_t* in, Curve cur
 uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
                   const RastExpGammaParam* pParam, uint8_t* pLut) {
   if (!pArea || !fitsLine(*pArea)) return RAST_ERR_INVALID_ARG;
-  if (!pPlanes || pPlanes->pIn[0] || pPlanes->pIn[1] || pPlanes->pIn[2]) return RAST_ERR_INVALID_ARG;
+  if (!pPlanes || pPlanes->pIn[0] || pPlanes->pIn[1] || pPlanes->pIn[2])
+    return RAST_ERR_INVALID_ARG;
   if (pPlanes->pOut[0] || pPlanes->pOut[1] || pPlanes->pOut[2]) return RAST_ERR_INVALID_ARG;
   if (!pPlanes->pIn[3] || !pPlanes->pOut[3]) return RAST_ERR_INVALID_ARG;
   if (pPlanes->nSize < 1) {

@@ -17,7 +17,8 @@ namespace {
 constexpr int32_t kColors = 256 * 256;  // of one red; the planes hold them as 64 lines
 
 /// Runs `operation` over every colour at every level and compares with its definition.
-void expectAllColors(const std::function<uint32_t(const Rows*, const RastArea&, const RastPlaneSet&)>& operation) {
+void expectAllColors(
+    const std::function<uint32_t(const Rows*, const RastArea&, const RastPlaneSet&)>& operation) {
   std::vector<uint8_t> in[3];
   std::vector<uint8_t> expected[3];
   std::vector<uint8_t> out[3];
@@ -109,7 +110,8 @@ TEST(AllColors, HueThroughABufferOfAnyContent) {
 }
 
 const RastColBalanceParam kBalances[] = {
-    {4, {5, 5, 5, 5}}, {0, {0, 10, 5, 3}}, {1, {11, 6, 7, 8}}, {2, {9, 1, 2, 0}}, {3, {4, 10, 0, 11}},
+    {4, {5, 5, 5, 5}}, {0, {0, 10, 5, 3}},  {1, {11, 6, 7, 8}},
+    {2, {9, 1, 2, 0}}, {3, {4, 10, 0, 11}},
 };
 
 TEST(AllColors, BalanceDirectAndThroughABuffer) {

@@ -1,5 +1,6 @@
-// The vector division over its whole domain: every 16-bit number by every sample but 0. Compiled once for
-// each level, with its flags and its name as RAST_LEVEL; no header with functions to share between them.
+// The vector division over its whole domain: every 16-bit number by every sample but 0. Compiled
+// once for each level, with its flags and its name as RAST_LEVEL; no header with functions to share
+// between them.
 #include <stddef.h>
 #include <stdint.h>
 #if defined(__x86_64__)

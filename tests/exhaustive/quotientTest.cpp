@@ -26,16 +26,16 @@ namespace {
 TEST(Quotient, EveryNumberByEverySample) {
   const std::map<std::string, uint32_t (*)()> counts = {
 #if RAST_HAS_BASELINE
-      {"baseline", baseline::wrongQuotients},
+    {"baseline", baseline::wrongQuotients},
 #endif
 #if RAST_HAS_AVX2
-      {"avx2", avx2::wrongQuotients},
+    {"avx2", avx2::wrongQuotients},
 #endif
 #if RAST_HAS_AVX512
-      {"avx512", avx512::wrongQuotients},
+    {"avx512", avx512::wrongQuotients},
 #endif
 #if RAST_HAS_NEON
-      {"neon", neon::wrongQuotients},
+    {"neon", neon::wrongQuotients},
 #endif
   };
   for (const Level& level : levels()) EXPECT_EQ(counts.at(level.name)(), 0U) << level.name;

@@ -145,9 +145,8 @@ TEST(BinConv, SaturationLimitsOfAllHues) {
     EXPECT_EQ(limits()[h] == 0, std::ranges::count(unseen, h) == 1) << h;
   }
   EXPECT_EQ(crc32(limits()), 0x6df994baU);
-  EXPECT_THAT(std::span(limits()).first(16),
-              ElementsAre(136, 136, 136, 137, 137, 137, 137, 137, 137, 138, 138, 138, 138, 138, 138,
-                          139));
+  EXPECT_THAT(std::span(limits()).first(16), ElementsAre(136, 136, 136, 137, 137, 137, 137, 137,
+                                                         137, 138, 138, 138, 138, 138, 138, 139));
   EXPECT_EQ(limits()[84], 200);
   EXPECT_EQ(limits()[127], 84);
   EXPECT_EQ(limits()[169], 139);

@@ -103,9 +103,8 @@ Pixel model(const Pixel& p, const RastColBalanceParam& param) {
 }
 
 Pixel model(const Pixel& p, const Samples& lut) {
-  return model(p, [&](size_t channel, int i) -> int {
-    return lut[channel * 256 + static_cast<size_t>(i)];
-  });
+  return model(
+      p, [&](size_t channel, int i) -> int { return lut[channel * 256 + static_cast<size_t>(i)]; });
 }
 
 /// The same pixel from the tables and through a buffer.

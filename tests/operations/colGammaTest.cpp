@@ -264,9 +264,9 @@ TEST(ColGamma, MonoChecksAloneAndBeforeTheLaterOnes) {
       {"pIn[0] and pIn[3] null", [](C& c) { c.set.pIn[3] = nullptr; }},
       {"pOut[3] null", [](C& c) { c.set.pOut[3] = nullptr; }},
   };
-  expectChecksInOrder<C>(atStart + lineFitChecks<C>() + planes +
-                             sizeChecks<C>(kSizeMessage) + extentChecks<C>(),
-                         &C::run, unchanged);
+  expectChecksInOrder<C>(
+      atStart + lineFitChecks<C>() + planes + sizeChecks<C>(kSizeMessage) + extentChecks<C>(),
+      &C::run, unchanged);
 }
 
 }  // namespace

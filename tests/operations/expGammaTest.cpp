@@ -98,7 +98,8 @@ TEST(ExpGamma, UnbuiltTableIsFilledAndTheFlagLeftAlone) {
   call.useLut = true;
   ASSERT_EQ(call.run(), RAST_OK);
   EXPECT_EQ(call.lut[256], 0);
-  for (size_t x = 0; x < 256; ++x) EXPECT_EQ(call.lut[x], expected(10, 200, 512, static_cast<int>(x)));
+  for (size_t x = 0; x < 256; ++x)
+    EXPECT_EQ(call.lut[x], expected(10, 200, 512, static_cast<int>(x)));
   call.param = {0, 0, 256};
   ASSERT_EQ(call.run(), RAST_OK);
   EXPECT_EQ(call.out[3], call.in[3]) << "with the flag at zero the table is built again";
@@ -152,7 +153,7 @@ TEST(ExpGamma, AnyPositiveSizeWillDo) {
 }
 
 TEST(ExpGamma, TheGlobalsChangeNothing) {
-  void** const globals[] = {&fp_prm, &fpo_c, &fpo_m, &fpo_y,   &fpo_k,  &fpi_c,
+  void** const globals[] = {&fp_prm, &fpo_c, &fpo_m,   &fpo_y,   &fpo_k,  &fpi_c,
                             &fpi_m,  &fpi_y, &fp_tbl1, &fp_tbl2, &fp_tbl3};
   Call before({10, 200, 512});
   ASSERT_EQ(before.run(), RAST_OK);
@@ -186,8 +187,14 @@ TEST(ExpGamma, EachCheckAloneAndBeforeTheLaterOnes) {
       {"pOut[3] null", [](Call& c) { c.set.pOut[3] = nullptr; }},
       {"size 0", [](Call& c) { c.set.nSize = 0; }, kSizeMessage},
       {"size lowest", [](Call& c) { c.set.nSize = INT_MIN; }, kSizeMessage},
-      {"pitch 0", [](Call& c) { c.area = {0, -256, 256, 0, 1}; }},
-      {"pitch negative", [](Call& c) { c.area = {-8, -264, 256, 0, 1}; }},
+      {"pitch 0",
+       [](Call& c) {
+         c.area = {0, -256, 256, 0, 1};
+       }},
+      {"pitch negative",
+       [](Call& c) {
+         c.area = {-8, -264, 256, 0, 1};
+       }},
       {"width 0", [](Call& c) { c.area.nWidth = 0; }},
       {"width negative", [](Call& c) { c.area.nWidth = -5; }},
       {"height 0", [](Call& c) { c.area.nHeight = 0; }},
@@ -196,7 +203,11 @@ TEST(ExpGamma, EachCheckAloneAndBeforeTheLaterOnes) {
   };
   for (const bool useLut : {false, true}) {
     expectChecksInOrder<Call>(
-        checks, [useLut](Call& c) { c.useLut = useLut; return c.run(); },
+        checks,
+        [useLut](Call& c) {
+          c.useLut = useLut;
+          return c.run();
+        },
         [](const Call& c) { return c.untouched() && c.lut == std::vector<uint8_t>(257, 0); });
   }
 }

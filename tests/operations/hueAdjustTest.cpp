@@ -203,14 +203,16 @@ TEST(HueAdjust, RandomParametersDirectly) {
     call.param.nReverse = static_cast<int16_t>(round % 4);
     call.param.nMirror = static_cast<int16_t>(round % 5 - 2);
     call.runWell();
-    expectColor(call, [&](const Pixel& p) { return model(call.param, p); },
-                call.param.nMirror != 0 ? mirrored : straight);
+    expectColor(
+        call, [&](const Pixel& p) { return model(call.param, p); },
+        call.param.nMirror != 0 ? mirrored : straight);
     call.out[3].assign(call.out[3].size(), Planes::kUntouched);
     for (size_t k = 0; k < 3; ++k) call.out[k] = call.out[3];
     call.monoAmongWildPointers();
     call.runWell();
-    expectMono(call, [&](uint8_t sample) { return model(call.param, sample); },
-               call.param.nMirror != 0 ? mirrored : straight);
+    expectMono(
+        call, [&](uint8_t sample) { return model(call.param, sample); },
+        call.param.nMirror != 0 ? mirrored : straight);
   }
 }
 
@@ -596,9 +598,8 @@ void expectSilentChecks(const Checks<C>& planes) {
       c.lut = lut();
       return c.run();
     };
-    expectChecksInOrder<C>(checks, run, [&](const C& c) {
-      return c.untouched() && (!c.lut || same(*c.lut, *lut()));
-    });
+    expectChecksInOrder<C>(
+        checks, run, [&](const C& c) { return c.untouched() && (!c.lut || same(*c.lut, *lut())); });
   }
 }
 

@@ -13,7 +13,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-/// The mono plane of a source of 20 x 12, each sample its own number, shifted into a page of sevens.
+/// The mono plane of a source of 20 x 12, each sample its own number, shifted into a page of
+/// sevens.
 Bytes shifted(const RastArea& area, const RastShiftParam& param, size_t pageSize) {
   Bytes source(20 * 12);
   for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i);
@@ -38,7 +39,8 @@ TEST(ImageShift, CutAtTheRight) {
 }
 
 TEST(ImageShift, NegativeOffsetsKeepTheFirstSamples) {
-  EXPECT_EQ(shifted({20, 4, 3, 1, 2}, {-1, -1, 4, 2, 2}, 8), (Bytes{24, 25, 255, 255, 255, 255, 255, 255}));
+  EXPECT_EQ(shifted({20, 4, 3, 1, 2}, {-1, -1, 4, 2, 2}, 8),
+            (Bytes{24, 25, 255, 255, 255, 255, 255, 255}));
 }
 
 TEST(ImageShift, NegativeColumnAndPositiveLineReadOn) {
@@ -63,10 +65,12 @@ TEST(ImageShift, EveryOffsetThatFitsGivesTheWholePage) {
         Bytes expected(9 * 7, fill == 0 ? 7 : fill == 1 ? 0 : 255);
         for (int32_t r = 0; r < 4 && y + r < 7; ++r) {
           for (int32_t c = 0; c < 5 && x + c < 9; ++c) {
-            expected[static_cast<size_t>((y + r) * 9 + x + c)] = static_cast<uint8_t>((1 + r) * 20 + 2 + c);
+            expected[static_cast<size_t>((y + r) * 9 + x + c)] =
+                static_cast<uint8_t>((1 + r) * 20 + 2 + c);
           }
         }
-        EXPECT_EQ(shifted(area, {x, y, 9, 7, fill}, 9 * 7), expected) << x << ' ' << y << ' ' << fill;
+        EXPECT_EQ(shifted(area, {x, y, 9, 7, fill}, 9 * 7), expected)
+            << x << ' ' << y << ' ' << fill;
       }
     }
   }
@@ -115,7 +119,10 @@ TEST(ImageShift, EachCheckAloneAndBeforeTheLaterOnes) {
           {"no source", [](Call& c) { c.set.pIn[3] = nullptr; }},
           {"size 0", [](Call& c) { c.set.nSize = 0; }},
           {"param null", [](Call& c) { c.useParam = false; }},
-          {"pitch 0", [](Call& c) { c.area = {0, -8, 8, 0, 1}; }},
+          {"pitch 0",
+           [](Call& c) {
+             c.area = {0, -8, 8, 0, 1};
+           }},
           {"width 0", [](Call& c) { c.area.nWidth = 0; }},
           {"height 0", [](Call& c) { c.area.nHeight = 0; }},
           {"nothing left of a line", [](Call& c) { c.param.nShiftX = -8; }},

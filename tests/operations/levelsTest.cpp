@@ -1,6 +1,6 @@
-// Every operation at every level against its definition: random rectangles and parameters, planes apart,
-// in place, crossed and overlapping at every distance up to two registers, outputs over the lookup
-// buffer. All memory is compared, and protected pages stand on both sides of it.
+// Every operation at every level against its definition: random rectangles and parameters, planes
+// apart, in place, crossed and overlapping at every distance up to two registers, outputs over the
+// lookup buffer. All memory is compared, and protected pages stand on both sides of it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,7 +19,8 @@
 namespace rast::test {
 namespace {
 
-using Invocation = std::function<uint32_t(const Rows*, const RastArea&, const RastPlaneSet&, uint8_t* buffer)>;
+using Invocation =
+    std::function<uint32_t(const Rows*, const RastArea&, const RastPlaneSet&, uint8_t* buffer)>;
 
 struct Operation {
   const char* name;
@@ -81,12 +82,15 @@ Invocation drawRecord(Random& random) {
   const int64_t even = random.pick(0, 85);
   for (size_t k = 0; k < 3; ++k) {
     record.nCoefA[k] = drawWord(random);
-    record.nCoefB[k] = static_cast<int16_t>(random.oneIn(8) ? drawWord(random) : random.pick(0, even));
+    record.nCoefB[k] =
+        static_cast<int16_t>(random.oneIn(8) ? drawWord(random) : random.pick(0, even));
     record.nInkA[k] = static_cast<uint16_t>(random.oneIn(4) ? random.pick(0, 65535) : 0);
-    record.nInkB[k] = static_cast<uint16_t>(random.oneIn(8) ? random.pick(0, 65535) : random.pick(0, 1) * 256);
+    record.nInkB[k] =
+        static_cast<uint16_t>(random.oneIn(8) ? random.pick(0, 65535) : random.pick(0, 1) * 256);
   }
   record.nOffsetA = drawWord(random);
-  record.nOffsetB = random.oneIn(2) ? drawWord(random) : static_cast<int16_t>(random.pick(-300, 300));
+  record.nOffsetB =
+      random.oneIn(2) ? drawWord(random) : static_cast<int16_t>(random.pick(-300, 300));
   return [=](const Rows* rows, const RastArea& area, const RastPlaneSet& set, uint8_t*) {
     convertWithRecord(rows, area, set, record);
     return uint32_t{RAST_OK};
@@ -162,7 +166,8 @@ constexpr size_t kSlotSize = 12288;  // a RastHueLut and a rectangle beside it
 constexpr int64_t kReach = 130;      // two registers of the widest level, and a little
 
 /// Planes of random arrangement; what lies close to something else does so in its slot.
-Layout drawLayout(Random& random, const Geometry& geometry, const Memory& memory, size_t bufferSize) {
+Layout drawLayout(Random& random, const Geometry& geometry, const Memory& memory,
+                  size_t bufferSize) {
   const auto slotSize = static_cast<ptrdiff_t>(memory.slotSize());
   const ptrdiff_t last = slotSize - geometry.extent;
   const auto near = [&](const Place& place, int64_t reach) {
@@ -209,20 +214,24 @@ Layout drawLayout(Random& random, const Geometry& geometry, const Memory& memory
   }
   // A RastHueLut needs its alignment.
   layout.buffer.at = std::clamp<ptrdiff_t>(layout.buffer.at, 0, lastBuffer) / 4 * 4;
-  if (bufferSize % 4 != 0 && layout.buffer.at + 3 <= lastBuffer) layout.buffer.at += random.pick(0, 3);
+  if (bufferSize % 4 != 0 && layout.buffer.at + 3 <= lastBuffer)
+    layout.buffer.at += random.pick(0, 3);
   return layout;
 }
 
 uint32_t runIn(const Memory& memory, const Operation& operation, const Geometry& geometry,
                const Layout& layout, const Invocation& run, const Rows* rows) {
   RastPlaneSet set{};
-  const auto plane = [&](const Place& place) { return memory.slot(place.slot) + place.at - geometry.lowest; };
+  const auto plane = [&](const Place& place) {
+    return memory.slot(place.slot) + place.at - geometry.lowest;
+  };
   for (size_t k = 0; k < (operation.mono ? 1 : 3); ++k) {
     set.pIn[operation.mono ? 3 : k] = plane(layout.in[k]);
     set.pOut[operation.mono ? 3 : k] = plane(layout.out[k]);
   }
   set.nSize = 1;
-  uint8_t* const buffer = operation.bufferSize ? memory.slot(layout.buffer.slot) + layout.buffer.at : nullptr;
+  uint8_t* const buffer =
+      operation.bufferSize ? memory.slot(layout.buffer.slot) + layout.buffer.at : nullptr;
   return run(rows, geometry.area, set, buffer);
 }
 
@@ -241,19 +250,21 @@ class Levels : public testing::TestWithParam<std::tuple<Operation, Level>> {
 
   bool sameResult(const Geometry& geometry, const Layout& layout, const Invocation& run) {
     return runIn(definition_, operation_, geometry, layout, run, nullptr) == RAST_OK &&
-           runIn(result_, operation_, geometry, layout, run, rows_) == RAST_OK && definition_ == result_;
+           runIn(result_, operation_, geometry, layout, run, rows_) == RAST_OK &&
+           definition_ == result_;
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(, Levels,
-                         testing::Combine(testing::ValuesIn(kOperations), testing::ValuesIn(levels())),
-                         [](const auto& info) {
-                           return std::get<0>(info.param).name + ("_" + std::get<1>(info.param).name);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    , Levels, testing::Combine(testing::ValuesIn(kOperations), testing::ValuesIn(levels())),
+    [](const auto& info) {
+      return std::get<0>(info.param).name + ("_" + std::get<1>(info.param).name);
+    });
 
 std::string describe(const RastArea& a) {
-  return std::to_string(a.nLineWidth) + ", " + std::to_string(a.nStartX) + ", " + std::to_string(a.nWidth) +
-         ", " + std::to_string(a.nStartY) + ", " + std::to_string(a.nHeight);
+  return std::to_string(a.nLineWidth) + ", " + std::to_string(a.nStartX) + ", " +
+         std::to_string(a.nWidth) + ", " + std::to_string(a.nStartY) + ", " +
+         std::to_string(a.nHeight);
 }
 
 TEST_P(Levels, RandomCalls) {
@@ -283,7 +294,8 @@ TEST_P(Levels, EveryWidthAtEveryAlignment) {
         Layout layout;
         for (size_t k = 0; k < 3; ++k) {
           layout.in[k] = {k, at};
-          layout.out[k] = at % 2 ? layout.in[k] : Place{3 + k, static_cast<ptrdiff_t>(kSlotSize) - width - at};
+          layout.out[k] =
+              at % 2 ? layout.in[k] : Place{3 + k, static_cast<ptrdiff_t>(kSlotSize) - width - at};
         }
         layout.buffer = {6, 0};
         ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random))) << width << ' ' << at;
@@ -306,7 +318,8 @@ TEST_P(Levels, OverlapAtEveryDistance) {
           layout.out[k] = {operation_.mono || k == one ? k : 3 + k, 1000 + distance};
         }
         layout.buffer = {6, 0};
-        ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random))) << width << ' ' << distance;
+        ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random)))
+            << width << ' ' << distance;
       }
     }
   });

@@ -70,7 +70,8 @@ Bytes interleaved(Scene scene, Bytes base, const Bytes& overlay, uint32_t white)
   Bytes out(3 * scene.outSize(), 0xAA);
   uint8_t* const rgb[] = {base.data(), out.data()};
   scene.param.pOvl[0] = overlay.data();
-  EXPECT_EQ(rastOverlayRGB24bpp(&scene.area, rgb, &scene.param, 0, 0xDEADBEEF, 0, 1, white), RAST_OK);
+  EXPECT_EQ(rastOverlayRGB24bpp(&scene.area, rgb, &scene.param, 0, 0xDEADBEEF, 0, 1, white),
+            RAST_OK);
   return firstOf(out);
 }
 
@@ -83,7 +84,8 @@ TEST(OverlayRgb, TheCursorsCross) {
 
 TEST(OverlayRgb, SourcesRunOnFromLineToLine) {
   const Scene scene = Scene(2, 2, 2, 2, 4, 2).baseAt(0, 0).overlayAt(2, 0);
-  EXPECT_EQ(interleaved(scene, pixels(8, 10), pixels(8, 50), 0), (Bytes{50, 51, 10, 11, 52, 53, 12, 13}));
+  EXPECT_EQ(interleaved(scene, pixels(8, 10), pixels(8, 50), 0),
+            (Bytes{50, 51, 10, 11, 52, 53, 12, 13}));
 }
 
 TEST(OverlayRgb, FullyCoveredIsOneColor) {
@@ -105,7 +107,8 @@ TEST(OverlayRgb, TheBaseColumnEntersTheTop) {
 
 TEST(OverlayRgb, WhatIsCutAtTheRightConsumesNothing) {
   const Scene scene = Scene(1, 2, 4, 2, 4, 2).baseAt(0, 0).overlayAt(2, 0);
-  EXPECT_EQ(interleaved(scene, pixels(8, 10), pixels(8, 50), 1), (Bytes{50, 255, 10, 11, 51, 255, 12, 13}));
+  EXPECT_EQ(interleaved(scene, pixels(8, 10), pixels(8, 50), 1),
+            (Bytes{50, 255, 10, 11, 51, 255, 12, 13}));
 }
 
 TEST(OverlayRgb, EmptyRectanglesAreBackground) {
@@ -168,7 +171,8 @@ struct Call {
   }
 };
 
-std::vector<Check<Call>> sharedChecks(uint32_t lowDensity, uint32_t highDensity, uint32_t blendModes) {
+std::vector<Check<Call>> sharedChecks(uint32_t lowDensity, uint32_t highDensity,
+                                      uint32_t blendModes) {
   return {
       {"area null", [](Call& c) { c.useArea = false; }},
       {"target null", [](Call& c) { c.useTarget = false; }},
@@ -232,7 +236,8 @@ struct Modes {
 };
 
 /// Three planes each of base, overlay and output, the planes of a source given one after the other.
-std::vector<Bytes> planar(Scene scene, const std::vector<Bytes>& base, const std::vector<Bytes>& overlay, Modes modes) {
+std::vector<Bytes> planar(Scene scene, const std::vector<Bytes>& base,
+                          const std::vector<Bytes>& overlay, Modes modes) {
   std::vector<Bytes> out(3, Bytes(scene.outSize(), 0xAA));
   RastPlaneSet planes{};
   for (size_t k = 0; k < 3; ++k) {
@@ -240,7 +245,8 @@ std::vector<Bytes> planar(Scene scene, const std::vector<Bytes>& base, const std
     planes.pOut[k] = out[k].data();
     scene.param.pOvl[k] = overlay[k].data();
   }
-  EXPECT_EQ(rastOverlay(&scene.area, &planes, &scene.param, modes.plane, 9, modes.blend, modes.density, modes.white),
+  EXPECT_EQ(rastOverlay(&scene.area, &planes, &scene.param, modes.plane, 9, modes.blend,
+                        modes.density, modes.white),
             RAST_OK);
   return out;
 }
@@ -312,14 +318,16 @@ TEST(Overlay, TheBaseBeginsAtTheTopAndLosesItsLastLines) {
   expected[3 * 4 + 3] = 11;
   expected[4 * 4 + 3] = 12;
   expected[5 * 4 + 0] = 99;
-  EXPECT_EQ(planar(scene, threeOf(counted(4, 11)), threeOf({99}), {0, 0, 100, 0}), threeOf(expected));
+  EXPECT_EQ(planar(scene, threeOf(counted(4, 11)), threeOf({99}), {0, 0, 100, 0}),
+            threeOf(expected));
 }
 
 TEST(Overlay, PlaneModesZeroAndOneAreTheSame) {
   const Scene scene = Scene(3, 3, 3, 3, 5, 5).baseAt(1, 1).overlayAt(2, 2);
   const auto base = threeOf(counted(9, 100));
   const auto overlay = threeOf(counted(9, 12));
-  EXPECT_EQ(planar(scene, base, overlay, {0, 0, 80, 1}), planar(scene, base, overlay, {1, 0, 80, 1}));
+  EXPECT_EQ(planar(scene, base, overlay, {0, 0, 80, 1}),
+            planar(scene, base, overlay, {1, 0, 80, 1}));
 }
 
 class OverlayLevels : public testing::TestWithParam<Level> {};
@@ -329,7 +337,9 @@ INSTANTIATE_TEST_SUITE_P(, OverlayLevels, testing::ValuesIn(levels()),
 
 constexpr size_t kSlotSize = 65536;
 
-int32_t drawSize(Random& random) { return static_cast<int32_t>(random.oneIn(8) ? 0 : random.pick(1, 90)); }
+int32_t drawSize(Random& random) {
+  return static_cast<int32_t>(random.oneIn(8) ? 0 : random.pick(1, 90));
+}
 
 /// Rectangles apart, nested, crossing, cut at right and bottom, empty or equal, as chance has it.
 Scene drawScene(Random& random) {
@@ -340,8 +350,10 @@ Scene drawScene(Random& random) {
     p.nOvlWidth = p.nOvlLineWidth = scene.area.nWidth;
     p.nOvlHeight = scene.area.nHeight;
   }
-  scene.baseAt(static_cast<int32_t>(random.pick(0, p.nOutWidth)), static_cast<int32_t>(random.pick(0, 50)));
-  scene.overlayAt(static_cast<int32_t>(random.pick(0, p.nOutWidth)), static_cast<int32_t>(random.pick(0, p.nOutHeight)));
+  scene.baseAt(static_cast<int32_t>(random.pick(0, p.nOutWidth)),
+               static_cast<int32_t>(random.pick(0, 50)));
+  scene.overlayAt(static_cast<int32_t>(random.pick(0, p.nOutWidth)),
+                  static_cast<int32_t>(random.pick(0, p.nOutHeight)));
   if (random.oneIn(6)) scene.overlayAt(p.nBaseX, p.nBaseY < p.nOutHeight ? p.nBaseY : 0);
   scene.area.nLineWidth += static_cast<int32_t>(random.pick(0, 9));
   scene.area.nStartX = static_cast<int32_t>(random.pick(0, 5));
@@ -352,8 +364,10 @@ Scene drawScene(Random& random) {
   return scene;
 }
 
-void expectSameAsDefinition(uint64_t seed, const std::function<std::function<uint32_t(const Rows*, const Memory&)>(Random&)>& draw,
-                            const Rows* rows) {
+void expectSameAsDefinition(
+    uint64_t seed,
+    const std::function<std::function<uint32_t(const Rows*, const Memory&)>(Random&)>& draw,
+    const Rows* rows) {
   Random random(seed);
   Memory definition(9, kSlotSize);
   Memory result(9, kSlotSize);
@@ -369,7 +383,8 @@ void expectSameAsDefinition(uint64_t seed, const std::function<std::function<uin
   }
 }
 
-/// A place in `slot` that has room for a source in front and behind, or, close to it, one in its slot.
+/// A place in `slot` that has room for a source in front and behind, or, close to it, one in its
+/// slot.
 struct Spot {
   size_t slot;
   size_t at;
@@ -383,8 +398,10 @@ TEST_P(OverlayLevels, InterleavedAnyPlacement) {
         const Scene scene = drawScene(random);
         const auto white = static_cast<uint32_t>(random.pick(0, 1));
         const bool close = random.oneIn(4);
-        const Spot base{close ? size_t{2} : 0, static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
-        const Spot overlay{close ? size_t{2} : 1, static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
+        const Spot base{close ? size_t{2} : 0,
+                        static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
+        const Spot overlay{close ? size_t{2} : 1,
+                           static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
         const size_t size = 3 * scene.outSize();
         const Spot out{2, close ? static_cast<size_t>(random.pick(0, 30000)) : kSlotSize - size};
         return [=](const Rows* rows, const Memory& memory) {
@@ -402,17 +419,20 @@ TEST_P(OverlayLevels, PlanesAnyPlacementAndMode) {
       31,
       [](Random& random) {
         const Scene scene = drawScene(random);
-        const Modes modes{static_cast<uint32_t>(random.pick(0, 2)), static_cast<uint32_t>(random.pick(0, 2)),
-                          static_cast<uint32_t>(random.pick(10, 100)), static_cast<uint32_t>(random.pick(0, 1))};
+        const Modes modes{
+            static_cast<uint32_t>(random.pick(0, 2)), static_cast<uint32_t>(random.pick(0, 2)),
+            static_cast<uint32_t>(random.pick(10, 100)), static_cast<uint32_t>(random.pick(0, 1))};
         const bool close = random.oneIn(4);
         Spot base[3];
         Spot overlay[3];
         Spot out[3];
         for (size_t k = 0; k < 3; ++k) {
-          base[k] = {close ? size_t{6} : k, static_cast<size_t>(close ? random.pick(9000, 20000) : 9000)};
-          overlay[k] = {close ? size_t{6} : 3 + k, static_cast<size_t>(close ? random.pick(9000, 20000) : 9000)};
-          out[k] = {close ? size_t{6} : 6 + k,
-                    close ? static_cast<size_t>(random.pick(9000, 20000)) : kSlotSize - scene.outSize()};
+          base[k] = {close ? size_t{6} : k,
+                     static_cast<size_t>(close ? random.pick(9000, 20000) : 9000)};
+          overlay[k] = {close ? size_t{6} : 3 + k,
+                        static_cast<size_t>(close ? random.pick(9000, 20000) : 9000)};
+          out[k] = {close ? size_t{6} : 6 + k, close ? static_cast<size_t>(random.pick(9000, 20000))
+                                                     : kSlotSize - scene.outSize()};
         }
         return [=](const Rows* rows, const Memory& memory) {
           RastPlaneSet planes{};
@@ -422,8 +442,8 @@ TEST_P(OverlayLevels, PlanesAnyPlacementAndMode) {
             planes.pOut[k] = out[k].in(memory);
             param.pOvl[k] = overlay[k].in(memory);
           }
-          return rast::overlay(rows, &scene.area, &planes, &param, modes.plane, modes.blend, modes.density,
-                               modes.white);
+          return rast::overlay(rows, &scene.area, &planes, &param, modes.plane, modes.blend,
+                               modes.density, modes.white);
         };
       },
       GetParam().rows);

@@ -27,7 +27,8 @@ std::unique_ptr<RastRotateCtx> freshContext() {
   return ctx;
 }
 
-RastRotateBand inputBand(const uint8_t* plane, int32_t lines, int32_t pageWidth, int32_t pageHeight) {
+RastRotateBand inputBand(const uint8_t* plane, int32_t lines, int32_t pageWidth,
+                         int32_t pageHeight) {
   RastRotateBand band{};
   band.nPlaneNum = 1;
   band.pIn[0] = plane;
@@ -42,11 +43,13 @@ const uint8_t kSample[1] = {};
 TEST(RotateInput, ModeThreeIsNotMeasured) {
   const RastArea area{1000, 0, 1000, 0, 1000};
   const RastRotateBand band = inputBand(kSample, 1000, 10, 10);
-  EXPECT_EQ(rastRotateInputAccumulate(&area, &band, freshContext().get(), 3), uint32_t{RAST_COMPLETE});
+  EXPECT_EQ(rastRotateInputAccumulate(&area, &band, freshContext().get(), 3),
+            uint32_t{RAST_COMPLETE});
   for (const uint32_t mode : {0U, 1U, 2U}) {
     const auto ctx = freshContext();
     const auto before = std::make_unique<RastRotateCtx>(*ctx);
-    EXPECT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), mode), uint32_t{RAST_ERR_INVALID_ARG});
+    EXPECT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), mode),
+              uint32_t{RAST_ERR_INVALID_ARG});
     EXPECT_TRUE(same(*ctx, *before));
   }
 }
@@ -60,7 +63,8 @@ TEST(RotateInput, TheTurnedImageMustFitExactly) {
         RastRotateBand band = inputBand(kSample, 50, turned ? 25 : 35, turned ? 37 : 27);
         band.nOutStartX = 5;
         band.nOutStartY = 7;
-        const uint32_t expected = wider || higher ? uint32_t{RAST_ERR_INVALID_ARG} : uint32_t{RAST_COMPLETE};
+        const uint32_t expected =
+            wider || higher ? uint32_t{RAST_ERR_INVALID_ARG} : uint32_t{RAST_COMPLETE};
         EXPECT_EQ(rastRotateInputAccumulate(&area, &band, freshContext().get(), mode), expected);
       }
     }
@@ -97,7 +101,8 @@ TEST(RotateInput, TheFirstBandFillsTheContext) {
     EXPECT_EQ(ctx->nTotalLines, 10);
     EXPECT_EQ(ctx->stBand[0].pPlane[0], kSample);
     EXPECT_EQ(ctx->stBand[0].pPlane[1], kSample + 1);
-    EXPECT_EQ(ctx->stBand[0].pPlane[2], freshContext()->stBand[0].pPlane[2]) << "only the context's planes are written";
+    EXPECT_EQ(ctx->stBand[0].pPlane[2], freshContext()->stBand[0].pPlane[2])
+        << "only the context's planes are written";
     EXPECT_EQ(ctx->stBand[0].nLines, 10);
   }
 }
@@ -108,7 +113,14 @@ TEST(RotateInput, TheFirstLineIsLocated) {
     int32_t row;
     int32_t offset;
   };
-  for (const Case& c : {Case{0, 0, 0}, {29, 0, 29}, {30, 0, 30}, {31, 1, 1}, {60, 1, 30}, {61, 2, 31}, {90, 2, 60}, {91, 3, 61}}) {
+  for (const Case& c : {Case{0, 0, 0},
+                        {29, 0, 29},
+                        {30, 0, 30},
+                        {31, 1, 1},
+                        {60, 1, 30},
+                        {61, 2, 31},
+                        {90, 2, 60},
+                        {91, 3, 61}}) {
     const auto ctx = freshContext();
     const RastArea area{100, 0, 10, c.startY, 5};
     const RastRotateBand band = inputBand(kSample, 30, 100, 100);
@@ -177,14 +189,16 @@ TEST(RotateInput, EachCheckChangesNothing) {
           {"negative table", [](InputCall& c) { c.ctx->nPlaneNum = 1, c.ctx->nBandNum = -1; }},
           {"too wide", [](InputCall& c) { c.area.nWidth = 101; }},
       },
-      [](InputCall& c) { return c.run(); }, [](const InputCall& c) { return same(*c.ctx, *c.before); });
+      [](InputCall& c) { return c.run(); },
+      [](const InputCall& c) { return same(*c.ctx, *c.before); });
 }
 
 TEST(RotateInput, TakesAll128BandsAndNoMore) {
   const auto ctx = freshContext();
   const RastArea area{100, 0, 10, 200, 10};
   const RastRotateBand band = inputBand(kSample, 1, 100, 100);
-  for (int i = 0; i < 128; ++i) ASSERT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), 0), RAST_OK);
+  for (int i = 0; i < 128; ++i)
+    ASSERT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), 0), RAST_OK);
   EXPECT_EQ(ctx->pCurBand - ctx->stBand, 128);
   const auto before = std::make_unique<RastRotateCtx>(*ctx);
   EXPECT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), 0), uint32_t{RAST_ERR_INVALID_ARG});
@@ -193,7 +207,8 @@ TEST(RotateInput, TakesAll128BandsAndNoMore) {
   RastRotateBand to{};
   to.pOut[0] = out.data();
   to.nLines = 5;
-  EXPECT_EQ(rastRotateSockOutput(&to, ctx.get()), RAST_OK) << "the row past the table is not followed";
+  EXPECT_EQ(rastRotateSockOutput(&to, ctx.get()), RAST_OK)
+      << "the row past the table is not followed";
   EXPECT_EQ(out, Bytes(1000));
 }
 
@@ -203,8 +218,9 @@ struct Turned {
   std::vector<uint32_t> results;
 };
 
-Turned turn(uint32_t mode, const RastArea& area, const Bytes& source, const std::vector<int32_t>& inBands,
-            int32_t outX, int32_t outY, int32_t pageWidth, int32_t pageHeight, const std::vector<int32_t>& outBands) {
+Turned turn(uint32_t mode, const RastArea& area, const Bytes& source,
+            const std::vector<int32_t>& inBands, int32_t outX, int32_t outY, int32_t pageWidth,
+            int32_t pageHeight, const std::vector<int32_t>& outBands) {
   const auto ctx = freshContext();
   RastRotateBand band = inputBand(source.data(), 0, pageWidth, pageHeight);
   band.nOutStartX = outX;
@@ -245,18 +261,21 @@ TEST(RotateOutput, CounterClockwiseNeverAnswersComplete) {
 
 TEST(RotateOutput, BandsAboveAcrossAndBelowTheImage) {
   // The image of 3 x 4 at (1, 3) of a page of 5 x 10.
-  const Turned turned = turn(2, {4, 0, 4, 0, 3}, kThreeByFour, {3}, 1, 3, 5, 10, {1, 3, 2, 2, 1, 1});
+  const Turned turned =
+      turn(2, {4, 0, 4, 0, 3}, kThreeByFour, {3}, 1, 3, 5, 10, {1, 3, 2, 2, 1, 1});
   const Bytes none(5, 0xAA);
   const auto line = [](uint8_t a, uint8_t b, uint8_t c) { return Bytes{0xAA, a, b, c, 0xAA}; };
-  EXPECT_EQ(turned.page, (std::vector<Bytes>{none, none, none, line(9, 5, 1), line(10, 6, 2), line(11, 7, 3),
-                                             line(12, 8, 4), none, none, none}));
-  EXPECT_EQ(turned.results, (std::vector<uint32_t>{RAST_OK, RAST_OK, RAST_OK, RAST_COMPLETE, RAST_OK, RAST_OK}));
+  EXPECT_EQ(turned.page, (std::vector<Bytes>{none, none, none, line(9, 5, 1), line(10, 6, 2),
+                                             line(11, 7, 3), line(12, 8, 4), none, none, none}));
+  EXPECT_EQ(turned.results,
+            (std::vector<uint32_t>{RAST_OK, RAST_OK, RAST_OK, RAST_COMPLETE, RAST_OK, RAST_OK}));
 }
 
 TEST(RotateOutput, ABandThatEndsAtTheTopIsRefusedWithoutMovingOn) {
   // Refused at line 0; then one line above, and three that reach into the image.
   const Turned turned = turn(0, {4, 0, 4, 0, 3}, kThreeByFour, {3}, 0, 3, 3, 7, {3, 1, 3, 4});
-  EXPECT_EQ(turned.results, (std::vector<uint32_t>{RAST_ERR_INVALID_ARG, RAST_OK, RAST_OK, RAST_OK}));
+  EXPECT_EQ(turned.results,
+            (std::vector<uint32_t>{RAST_ERR_INVALID_ARG, RAST_OK, RAST_OK, RAST_OK}));
 }
 
 TEST(RotateOutput, ABandThatStartsAtTheEndAnswersAgain) {
@@ -268,7 +287,8 @@ TEST(RotateOutput, ABandThatStartsAtTheEndAnswersAgain) {
 TEST(RotateOutput, ABandFromAboveWritesOnPastTheEnd) {
   // The source columns right of the rectangle show below the image.
   const Turned turned = turn(2, {4, 0, 2, 0, 3}, kThreeByFour, {3}, 0, 1, 3, 5, {5});
-  EXPECT_EQ(turned.page, (std::vector<Bytes>{Bytes(3, 0xAA), {9, 5, 1}, {10, 6, 2}, {11, 7, 3}, {12, 8, 4}}));
+  EXPECT_EQ(turned.page,
+            (std::vector<Bytes>{Bytes(3, 0xAA), {9, 5, 1}, {10, 6, 2}, {11, 7, 3}, {12, 8, 4}}));
 }
 
 TEST(RotateOutput, ModesThatAreNotTurns) {
@@ -323,8 +343,8 @@ class RotateLevels : public testing::TestWithParam<Level> {};
 INSTANTIATE_TEST_SUITE_P(, RotateLevels, testing::ValuesIn(levels()),
                          [](const auto& info) { return info.param.name; });
 
-/// A random page of random bands through the definition and through a level: all of the output memory, the
-/// results and the context are compared after every output band.
+/// A random page of random bands through the definition and through a level: all of the output
+/// memory, the results and the context are compared after every output band.
 TEST_P(RotateLevels, RandomPages) {
   Random random(40);
   Memory source(4, 65536);
@@ -342,8 +362,8 @@ TEST_P(RotateLevels, RandomPages) {
     area.nHeight = static_cast<int32_t>(random.pick(1, 150));
     const auto planes = static_cast<int32_t>(random.pick(1, 4));
 
-    // Bands of unequal height, later ones sometimes empty; the rectangle starts within the first one, where
-    // its first line is found as it is meant.
+    // Bands of unequal height, later ones sometimes empty; the rectangle starts within the first
+    // one, where its first line is found as it is meant.
     std::vector<int32_t> bands = {static_cast<int32_t>(random.pick(1, 60))};
     int32_t lines = bands[0];
     const int32_t tallest = random.oneIn(2) ? 9 : 100;
@@ -367,7 +387,8 @@ TEST_P(RotateLevels, RandomPages) {
       for (int32_t p = 0; p < planes; ++p) {
         const ptrdiff_t size = std::max<ptrdiff_t>(count, 1) * area.nLineWidth;
         const auto last = static_cast<ptrdiff_t>(source.slotSize()) - size;
-        band.pIn[p] = source.slot(static_cast<size_t>(p)) + (random.oneIn(2) ? last : random.pick(0, last));
+        band.pIn[p] =
+            source.slot(static_cast<size_t>(p)) + (random.oneIn(2) ? last : random.pick(0, last));
       }
       band.nLines = count;
       rastRotateInputAccumulate(&area, &band, left.get(), mode);
@@ -382,7 +403,8 @@ TEST_P(RotateLevels, RandomPages) {
       RastRotateBand to{};
       to.nLines = static_cast<int32_t>(random.pick(0, 70));
       // A band from above that passes the image's end would read beyond the rectangle.
-      if (left->nOutPos < band.nOutStartY) to.nLines = std::min(to.nLines, band.nOutHeight - left->nOutPos);
+      if (left->nOutPos < band.nOutStartY)
+        to.nLines = std::min(to.nLines, band.nOutHeight - left->nOutPos);
       to.nOutLineWidth = left->nOutLineWidth;
       const auto close = random.oneIn(8) ? random.pick(0, 40) : 0;
       RastRotateBand from = to;
@@ -392,8 +414,10 @@ TEST_P(RotateLevels, RandomPages) {
         from.pOut[p] = expected.slot(slot) + at;
         to.pOut[p] = result.slot(slot) + at;
       }
-      ASSERT_EQ(rotateSockOutput(nullptr, &from, left.get()), rotateSockOutput(GetParam().rows, &to, right.get()));
-      right->pCurBand = left->pCurBand + (right->pCurBand - right->stBand) - (left->pCurBand - left->stBand);
+      ASSERT_EQ(rotateSockOutput(nullptr, &from, left.get()),
+                rotateSockOutput(GetParam().rows, &to, right.get()));
+      right->pCurBand =
+          left->pCurBand + (right->pCurBand - right->stBand) - (left->pCurBand - left->stBand);
       ASSERT_TRUE(same(*left, *right));
       right->pCurBand = right->stBand + (left->pCurBand - left->stBand);
       ASSERT_TRUE(expected == result) << "round " << round;

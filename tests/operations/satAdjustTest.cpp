@@ -101,7 +101,8 @@ TEST(SatAdjust, RandomPixelsInEveryWidth) {
       call.useRectangleWithin();
       call.randomize(static_cast<uint64_t>(width));
       ASSERT_EQ(call.run(), RAST_OK);
-      expectColor(call, [&](const Pixel& p) { return model(p, mode); }, groupsMirrored);
+      expectColor(
+          call, [&](const Pixel& p) { return model(p, mode); }, groupsMirrored);
     }
   }
 }
@@ -119,7 +120,8 @@ TEST(SatAdjust, EveryComponentAgainstEveryGreyLevel) {
         call.setPixel(i, pixel);
       }
       ASSERT_EQ(call.run(), RAST_OK);
-      expectColor(call, [&](const Pixel& p) { return model(p, mode); }, groupsMirrored);
+      expectColor(
+          call, [&](const Pixel& p) { return model(p, mode); }, groupsMirrored);
     }
   }
 }

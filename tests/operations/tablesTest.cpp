@@ -41,9 +41,7 @@ unsigned ratio(unsigned a, unsigned b) {
   return quotient & 255;
 }
 
-TEST(Tables, RatioEntryByEntry) {
-  expectEntries(g_SatCompareTbl, ratio);
-}
+TEST(Tables, RatioEntryByEntry) { expectEntries(g_SatCompareTbl, ratio); }
 
 TEST(Tables, RatioTellingEntries) {
   EXPECT_EQ(g_SatCompareTbl[at(1, 1)], 255);

@@ -45,7 +45,8 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 /// Plane 0 of a packed source reduced into a plane of `room` samples of 7.
-Bytes reduced(const Bytes& source, int32_t width, int32_t height, uint32_t ratioX, uint32_t ratioY, size_t room) {
+Bytes reduced(const Bytes& source, int32_t width, int32_t height, uint32_t ratioX, uint32_t ratioY,
+              size_t room) {
   Bytes out(room, 7);
   RastPlaneSet planes{};
   planes.pIn[0] = source.data();
@@ -106,10 +107,13 @@ TEST(Zoom, ThePitchIsNotInTheResult) {
 TEST(Zoom, StoredSumsWrapAndTheLastOneDoesNot) {
   // Ratio 2: a group of 500; 499 stored samples of 255 wrap once, the last one is added on top.
   const uint32_t stored = (499 * 255) & 0xFFFF;
-  EXPECT_EQ(reduced(Bytes(500, 255), 500, 1, 2, 1000, 1)[0], static_cast<uint8_t>((stored + 255) / 500));
-  EXPECT_EQ(reduced(Bytes(500, 255), 1, 500, 1000, 2, 1)[0], static_cast<uint8_t>((stored + 255) / 500));
+  EXPECT_EQ(reduced(Bytes(500, 255), 500, 1, 2, 1000, 1)[0],
+            static_cast<uint8_t>((stored + 255) / 500));
+  EXPECT_EQ(reduced(Bytes(500, 255), 1, 500, 1000, 2, 1)[0],
+            static_cast<uint8_t>((stored + 255) / 500));
   // Ratio 3 of 334 samples: 258 of them reach 65,790, of which 254 are stored.
-  EXPECT_EQ(reduced(Bytes(300, 255), 300, 1, 3, 1000, 1)[0], static_cast<uint8_t>(((300 * 255) & 0xFFFF) / 300));
+  EXPECT_EQ(reduced(Bytes(300, 255), 300, 1, 3, 1000, 1)[0],
+            static_cast<uint8_t>(((300 * 255) & 0xFFFF) / 300));
 }
 
 struct Call : Planes {
@@ -125,7 +129,8 @@ struct Call : Planes {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
   uint32_t run() {
-    return rastZoom(useArea ? &area : nullptr, usePlanes ? &set : nullptr, useParam ? &param : nullptr);
+    return rastZoom(useArea ? &area : nullptr, usePlanes ? &set : nullptr,
+                    useParam ? &param : nullptr);
   }
 };
 
@@ -146,7 +151,10 @@ TEST(Zoom, EachCheckAloneAndBeforeTheLaterOnes) {
           {"no planes", [](Call& c) { c.param.nPlaneNum = 0; }},
           {"four planes", [](Call& c) { c.param.nPlaneNum = 4; }},
           {"area null", [](Call& c) { c.useArea = false; }},
-          {"pitch 0", [](Call& c) { c.area = {0, -8, 8, 0, 1}; }},
+          {"pitch 0",
+           [](Call& c) {
+             c.area = {0, -8, 8, 0, 1};
+           }},
           {"width 0", [](Call& c) { c.area.nWidth = 0; }},
           {"height 0", [](Call& c) { c.area.nHeight = 0; }},
           {"line fit", [](Call& c) { c.area.nStartX = 1; }},
@@ -187,7 +195,8 @@ TEST(Zoom, EveryAllocationFailedInTurn) {
     EXPECT_EQ(result, uint32_t{RAST_ERR_NO_MEMORY}) << failing;
     EXPECT_TRUE(call.untouched());
     // The cursors, then the averaged lines, then the sums, each a pointer array and three buffers.
-    EXPECT_EQ(left, failing < 5 ? std::vector<size_t>{} : (std::vector<size_t>{pointers, 8, 8, 8})) << failing;
+    EXPECT_EQ(left, failing < 5 ? std::vector<size_t>{} : (std::vector<size_t>{pointers, 8, 8, 8}))
+        << failing;
   }
   Call call;
   uint32_t result = RAST_OK;
@@ -215,15 +224,16 @@ class TwoMemories {
     expected_.fill(random);
     result_.copyFrom(expected_);
   }
-  bool same(const Rows* rows, const RastArea& area, const RastZoomParam& param, const ptrdiff_t (&outAt)[3],
-            bool outsTogether) {
-    return run(expected_, nullptr, area, param, outAt, outsTogether) == run(result_, rows, area, param, outAt, outsTogether) &&
+  bool same(const Rows* rows, const RastArea& area, const RastZoomParam& param,
+            const ptrdiff_t (&outAt)[3], bool outsTogether) {
+    return run(expected_, nullptr, area, param, outAt, outsTogether) ==
+               run(result_, rows, area, param, outAt, outsTogether) &&
            expected_ == result_;
   }
 
  private:
-  static uint32_t run(const Memory& memory, const Rows* rows, const RastArea& area, const RastZoomParam& param,
-                      const ptrdiff_t (&outAt)[3], bool outsTogether) {
+  static uint32_t run(const Memory& memory, const Rows* rows, const RastArea& area,
+                      const RastZoomParam& param, const ptrdiff_t (&outAt)[3], bool outsTogether) {
     const ptrdiff_t size = static_cast<ptrdiff_t>(area.nHeight) * area.nLineWidth;
     RastPlaneSet planes{};
     for (size_t k = 0; k < 3; ++k) {
@@ -248,8 +258,10 @@ TEST_P(ZoomLevels, EveryRatioInBothDirections) {
     const auto height = static_cast<int32_t>(random.pick(1, 40));
     const auto other = static_cast<uint32_t>(random.oneIn(3) ? 1000 : random.pick(1, 1000));
     const RastArea area{width + 3, 2, width, 0, height};
-    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, ratio, other}, apart, false)) << ratio << ' ' << other;
-    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, other, ratio}, apart, false)) << other << ' ' << ratio;
+    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, ratio, other}, apart, false))
+        << ratio << ' ' << other;
+    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, other, ratio}, apart, false))
+        << other << ' ' << ratio;
   }
 }
 
@@ -259,8 +271,11 @@ TEST_P(ZoomLevels, LongGroupsWrap) {
   const ptrdiff_t apart[3] = {0, 5, 11};
   for (uint32_t ratio = 1; ratio <= 6; ++ratio) {
     memories.refill(random);
-    ASSERT_TRUE(memories.same(GetParam().rows, {1200, 0, 1200, 0, 40}, {3, ratio, 300}, apart, false)) << ratio;
-    ASSERT_TRUE(memories.same(GetParam().rows, {40, 0, 40, 0, 1200}, {3, 300, ratio}, apart, false)) << ratio;
+    ASSERT_TRUE(
+        memories.same(GetParam().rows, {1200, 0, 1200, 0, 40}, {3, ratio, 300}, apart, false))
+        << ratio;
+    ASSERT_TRUE(memories.same(GetParam().rows, {40, 0, 40, 0, 1200}, {3, 300, ratio}, apart, false))
+        << ratio;
   }
 }
 
@@ -271,9 +286,12 @@ TEST_P(ZoomLevels, OutputsOverEachOther) {
     if (round % 50 == 0) memories.refill(random);
     const auto width = static_cast<int32_t>(random.pick(1, 150));
     const ptrdiff_t outAt[3] = {random.pick(0, 160), random.pick(0, 160), random.pick(0, 160)};
-    const RastZoomParam param{static_cast<uint32_t>(random.pick(1, 3)), static_cast<uint32_t>(random.pick(1, 1000)),
-                              static_cast<uint32_t>(random.oneIn(2) ? 1000 : random.pick(300, 1000))};
-    ASSERT_TRUE(memories.same(GetParam().rows, {width, 0, width, 0, static_cast<int32_t>(random.pick(1, 9))}, param, outAt, true));
+    const RastZoomParam param{
+        static_cast<uint32_t>(random.pick(1, 3)), static_cast<uint32_t>(random.pick(1, 1000)),
+        static_cast<uint32_t>(random.oneIn(2) ? 1000 : random.pick(300, 1000))};
+    ASSERT_TRUE(memories.same(GetParam().rows,
+                              {width, 0, width, 0, static_cast<int32_t>(random.pick(1, 9))}, param,
+                              outAt, true));
   }
 }
 

@@ -67,9 +67,9 @@ struct Check {
   std::string message = "";
 };
 
-/// `checks` in the order of the operation. Each fails alone, and before each later one: the first of
-/// a pair alone decides what is printed. A default Call is good; `run(call)` makes it; `unchanged(call)` tells whether all
-/// that it could have written is as it was.
+/// `checks` in the order of the operation. Each fails alone, and before each later one: the first
+/// of a pair alone decides what is printed. A default Call is good; `run(call)` makes it;
+/// `unchanged(call)` tells whether all that it could have written is as it was.
 template <class Call>
 void expectChecksInOrder(const std::vector<Check<Call>>& checks,
                          const std::function<uint32_t(Call&)>& run,

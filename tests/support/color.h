@@ -111,9 +111,7 @@ struct ColorCall : Planes {
     for (size_t k = 0; k < 3; ++k) set.pOut[k] = in[(k + 1) % 3].data();
   }
   /// A rectangle with unwritten samples on all four sides.
-  void useRectangleWithin() {
-    area = {area.nLineWidth, 3, area.nWidth - 5, 2, area.nHeight - 3};
-  }
+  void useRectangleWithin() { area = {area.nLineWidth, 3, area.nWidth - 5, 2, area.nHeight - 3}; }
 
   Pixel input(size_t i) const { return {in[0][i], in[1][i], in[2][i]}; }
   Pixel output(size_t i) const { return {out[0][i], out[1][i], out[2][i]}; }
@@ -151,7 +149,7 @@ void expectPlanes(const ColorCall& call, Work work, int32_t (*column)(int32_t, i
 template <class Model>
 void expectColor(const ColorCall& call, Model model,
                  int32_t (*column)(int32_t, int32_t) = straight) {
-  const auto work = [&](size_t from, size_t to, Samples (&expected)[4]) {
+  const auto work = [&](size_t from, size_t to, Samples(&expected)[4]) {
     const Pixel pixel = model(call.input(from));
     for (size_t k = 0; k < 3; ++k) expected[k][to] = static_cast<uint8_t>(pixel[k]);
   };
@@ -162,7 +160,7 @@ void expectColor(const ColorCall& call, Model model,
 template <class Model>
 void expectMono(const ColorCall& call, Model model,
                 int32_t (*column)(int32_t, int32_t) = straight) {
-  const auto work = [&](size_t from, size_t to, Samples (&expected)[4]) {
+  const auto work = [&](size_t from, size_t to, Samples(&expected)[4]) {
     expected[3][to] = static_cast<uint8_t>(model(call.in[3][from]));
   };
   expectPlanes(call, work, column);

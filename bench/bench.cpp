@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -72,7 +73,7 @@ struct Planes {
 
 struct Operation {
   const char* name;
-  int planes;
+  double copied;  // planes that memcpy moves in place of the operation
   std::function<void(const Rows*, Planes&)> run;
 };
 
@@ -91,6 +92,55 @@ RastHueLut bentHueLut() {
   }
   lut.nBuilt = 1;
   return lut;
+}
+
+/// An overlay in the middle third of an output as large as its base.
+RastOverlayParam stampOn(int32_t width, int32_t height, const uint8_t* first, const uint8_t* rest) {
+  RastOverlayParam param{};
+  param.pOvl[0] = first;
+  param.pOvl[1] = param.pOvl[2] = rest;
+  param.nOvlLineWidth = param.nOvlWidth = width / 3;
+  param.nOvlHeight = height < 3 ? height : height / 3;
+  param.nOvlX = width / 3;
+  param.nOvlY = height < 3 ? 0 : height / 3;
+  param.nOutWidth = width;
+  param.nOutHeight = height;
+  return param;
+}
+
+void overlayPlanes(const Rows* rows, Planes& p, uint32_t planeMode, uint32_t blendMode) {
+  const RastPlaneSet set = p.color();
+  const RastOverlayParam param = stampOn(kWidth, p.area.nHeight, p.in[1].data(), p.in[2].data());
+  rast::overlay(rows, &p.area, &set, &param, planeMode, blendMode, 60, 1);
+}
+
+/// A page in bands of 128 lines, turned into bands of 124.
+void rotate(const Rows* rows, Planes& p, int32_t planes) {
+  auto ctx = std::make_unique<RastRotateCtx>();
+  RastRotateBand band{};
+  band.nPlaneNum = planes;
+  band.nOutLineWidth = p.area.nHeight;
+  band.nOutHeight = kWidth;
+  for (int32_t y = 0; y < p.area.nHeight; y += 128) {
+    band.nLines = std::min(128, p.area.nHeight - y);
+    for (int32_t k = 0; k < planes; ++k) {
+      band.pIn[k] = p.in[k].data() + static_cast<ptrdiff_t>(y) * kWidth;
+    }
+    rastRotateInputAccumulate(&p.area, &band, ctx.get(), RAST_ROTATE_CW90);
+  }
+  for (int32_t y = 0; y < kWidth; y += 124) {
+    band.nLines = 124;
+    for (int32_t k = 0; k < planes; ++k) {
+      band.pOut[k] = p.out[k].data() + static_cast<ptrdiff_t>(y) * p.area.nHeight;
+    }
+    rast::rotateSockOutput(rows, &band, ctx.get());
+  }
+}
+
+void reduce(const Rows* rows, Planes& p, uint32_t ratio) {
+  const RastPlaneSet set = p.color();
+  const RastZoomParam param{3, ratio, ratio};
+  rast::zoom(rows, &p.area, &set, &param);
 }
 
 const std::vector<Operation>& operations() {
@@ -172,6 +222,31 @@ const std::vector<Operation>& operations() {
          const RastPlaneSet set = p.color();
          rast::colBalance(rows, &p.area, &set, &balanceParam, lut);
        }},
+      {"overlayrgb", 1,
+       [](const Rows* rows, Planes& p) {
+         // A stamp of a third of the page each way, on a base that is as wide as three planes are.
+         const int32_t width = kWidth / 3;
+         const RastArea base{width, 0, width, 0, p.area.nHeight};
+         uint8_t* const rgb[] = {p.in[0].data(), p.out[0].data()};
+         const RastOverlayParam param =
+             stampOn(width, p.area.nHeight, p.in[1].data(), p.in[1].data());
+         rast::overlayRGB24bpp(rows, &base, rgb, &param, 0, 0, 1, 1);
+       }},
+      {"overlay-replace", 3, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 0); }},
+      {"overlay-maximum", 3, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 1); }},
+      {"overlay-single", 1, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 2, 0); }},
+      {"rotate-one-plane", 1, [](const Rows* rows, Planes& p) { rotate(rows, p, 1); }},
+      {"rotate-three-planes", 3, [](const Rows* rows, Planes& p) { rotate(rows, p, 3); }},
+      {"zoom-1000", 3, [](const Rows* rows, Planes& p) { reduce(rows, p, 1000); }},
+      {"zoom-500", 3 * (1 + 0.25) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 500); }},
+      {"zoom-333", 3 * (1 + 0.111) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 333); }},
+      {"zoom-700", 3 * (1 + 0.49) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 700); }},
+      {"shift", 3,
+       [](const Rows*, Planes& p) {
+         const RastPlaneSet set = p.color();
+         const RastShiftParam param{40, 0, kWidth, p.area.nHeight, 2};
+         rastImageShift(&p.area, &set, &param, 0);
+       }},
   };
   return all;
 }
@@ -234,8 +309,10 @@ void measure(benchmark::State& state, const Operation& operation, const Rows* ro
   for (auto _ : state) {
     const double own = seconds([&] { operation.run(rows, planes); });
     const double copy = seconds([&] {
-      for (int i = 0; i < operation.planes; ++i) {
-        memcpy(planes.out[i].data(), planes.in[i].data(), planes.bytes());
+      double left = operation.copied;
+      for (size_t k = 0; left > 0; ++k, left -= 1) {
+        const auto part = static_cast<double>(planes.bytes()) * std::min(left, 1.0);
+        memcpy(planes.out[k].data(), planes.in[k].data(), static_cast<size_t>(part));
       }
     });
     toMemcpy.push_back(copy / own);
@@ -244,8 +321,8 @@ void measure(benchmark::State& state, const Operation& operation, const Rows* ro
     }
     state.SetIterationTime(own);
   }
-  const auto moved = 2 * static_cast<int64_t>(planes.bytes()) * operation.planes;
-  state.SetBytesProcessed(moved * static_cast<int64_t>(state.iterations()));
+  const double moved = 2 * static_cast<double>(planes.bytes()) * operation.copied;
+  state.SetBytesProcessed(static_cast<int64_t>(moved) * static_cast<int64_t>(state.iterations()));
   state.counters["of_memcpy"] = median(toMemcpy);
   state.counters["definition_x"] = median(toDefinition);
 }

@@ -13,7 +13,6 @@ constexpr size_t kBytes = 32;
 #else
 constexpr size_t kBytes = 16;
 #endif
-constexpr size_t kLane = 16;
 
 typedef uint8_t U8 __attribute__((vector_size(kBytes)));
 typedef uint16_t U16 __attribute__((vector_size(kBytes)));
@@ -43,8 +42,6 @@ inline U16 select(U16 mask, U16 a, U16 b) { return (mask & a) | (~mask & b); }
 
 inline U16 widenLow(U8 a) { return (U16)_mm512_unpacklo_epi8((__m512i)a, _mm512_setzero_si512()); }
 inline U16 widenHigh(U8 a) { return (U16)_mm512_unpackhi_epi8((__m512i)a, _mm512_setzero_si512()); }
-inline U8 zipLow(U8 a, U8 b) { return (U8)_mm512_unpacklo_epi8((__m512i)a, (__m512i)b); }
-inline U8 zipHigh(U8 a, U8 b) { return (U8)_mm512_unpackhi_epi8((__m512i)a, (__m512i)b); }
 inline I16 zipLow(I16 a, I16 b) { return (I16)_mm512_unpacklo_epi16((__m512i)a, (__m512i)b); }
 inline I16 zipHigh(I16 a, I16 b) { return (I16)_mm512_unpackhi_epi16((__m512i)a, (__m512i)b); }
 inline U8 narrow(I16 a, I16 b) { return (U8)_mm512_packus_epi16((__m512i)a, (__m512i)b); }
@@ -67,8 +64,6 @@ inline U8 mirror(U8 v) {
 
 inline U16 widenLow(U8 a) { return (U16)_mm256_unpacklo_epi8((__m256i)a, _mm256_setzero_si256()); }
 inline U16 widenHigh(U8 a) { return (U16)_mm256_unpackhi_epi8((__m256i)a, _mm256_setzero_si256()); }
-inline U8 zipLow(U8 a, U8 b) { return (U8)_mm256_unpacklo_epi8((__m256i)a, (__m256i)b); }
-inline U8 zipHigh(U8 a, U8 b) { return (U8)_mm256_unpackhi_epi8((__m256i)a, (__m256i)b); }
 inline I16 zipLow(I16 a, I16 b) { return (I16)_mm256_unpacklo_epi16((__m256i)a, (__m256i)b); }
 inline I16 zipHigh(I16 a, I16 b) { return (I16)_mm256_unpackhi_epi16((__m256i)a, (__m256i)b); }
 inline U8 narrow(I16 a, I16 b) { return (U8)_mm256_packus_epi16((__m256i)a, (__m256i)b); }
@@ -91,8 +86,6 @@ inline U8 mirror(U8 v) {
 
 inline U16 widenLow(U8 a) { return (U16)_mm_unpacklo_epi8((__m128i)a, _mm_setzero_si128()); }
 inline U16 widenHigh(U8 a) { return (U16)_mm_unpackhi_epi8((__m128i)a, _mm_setzero_si128()); }
-inline U8 zipLow(U8 a, U8 b) { return (U8)_mm_unpacklo_epi8((__m128i)a, (__m128i)b); }
-inline U8 zipHigh(U8 a, U8 b) { return (U8)_mm_unpackhi_epi8((__m128i)a, (__m128i)b); }
 inline I16 zipLow(I16 a, I16 b) { return (I16)_mm_unpacklo_epi16((__m128i)a, (__m128i)b); }
 inline I16 zipHigh(I16 a, I16 b) { return (I16)_mm_unpackhi_epi16((__m128i)a, (__m128i)b); }
 inline U8 narrow(I16 a, I16 b) { return (U8)_mm_packus_epi16((__m128i)a, (__m128i)b); }
@@ -118,15 +111,6 @@ inline U8 mirror(U8 v) {
 
 inline U8 mirrorGroups(U8 v) {
   return __builtin_shufflevector(v, v, 3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
-}
-
-inline U8 zipLow(U8 a, U8 b) {
-  return __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
-}
-
-inline U8 zipHigh(U8 a, U8 b) {
-  return __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15,
-                                 31);
 }
 
 inline U8 mirror(U8 v) {

@@ -178,29 +178,50 @@ bool served(const Target& target, const SourceLines& source) {
   return true;
 }
 
+/// Up to kTransposeLines source lines, as pointers to the leftmost sample that is wanted of each.
+struct LineGroup {
+  const uint8_t* lines[kMaxPlanes][kTransposeLines];
+  int32_t count;
+
+  /// Takes the next lines of `left`, backwards where output columns run from right to left. They
+  /// lie pages apart, where no hardware expects the next one, so they are asked for while the group
+  /// before is turned.
+  void take(const Target& target, SourceLines& source, int32_t left) {
+    constexpr ptrdiff_t cacheLine = 64;
+    constexpr auto most = static_cast<int32_t>(kTransposeLines);
+    count = left < most ? left : most;
+    for (int32_t k = 0; k < count; ++k) {
+      const int32_t place = target.columnStep < 0 ? count - 1 - k : k;
+      for (int32_t p = 0; p < target.planes; ++p) {
+        const uint8_t* const line =
+            source.plane(p) - (target.sourceStep < 0 ? target.lines - 1 : 0);
+        lines[p][place] = line;
+        for (ptrdiff_t x = 0; x < target.lines; x += cacheLine) __builtin_prefetch(line + x);
+      }
+      if (k + 1 < left) source.next();
+    }
+  }
+};
+
 /// Turns a group of source lines at a time. Counter-clockwise the output lines are taken from the
 /// last one up and clockwise the source lines from the last one back: both are then a plain
 /// transposition.
 void rotate(const Rows& rows, const Target& target, SourceLines source) {
   const bool upwards = target.sourceStep < 0;
-  const ptrdiff_t lastLine = upwards ? target.lines - 1 : 0;
-  for (int32_t i = 0; i < target.columns;) {
-    const uint8_t* lines[kMaxPlanes][kTransposeLines];
-    const int32_t left = target.columns - i;
-    const int32_t count =
-        left < static_cast<int32_t>(kTransposeLines) ? left : static_cast<int32_t>(kTransposeLines);
-    for (int32_t k = 0; k < count; ++k) {
-      const int32_t place = target.columnStep < 0 ? count - 1 - k : k;
-      for (int32_t p = 0; p < target.planes; ++p) lines[p][place] = source.plane(p) - lastLine;
-      if (i + k + 1 < target.columns) source.next();
-    }
-    const ptrdiff_t column = target.columnStep < 0 ? -(i + count - 1) : i;
+  const ptrdiff_t firstLine = upwards ? (target.lines - 1) * target.pitch : 0;
+  LineGroup groups[2];
+  groups[0].take(target, source, target.columns);
+  for (int32_t i = 0, turn = 0; i < target.columns; turn = 1 - turn) {
+    const LineGroup& group = groups[turn];
+    const int32_t next = i + group.count;
+    if (next < target.columns) groups[1 - turn].take(target, source, target.columns - next);
+    const ptrdiff_t column = target.columnStep < 0 ? -(next - 1) : i;
     for (int32_t p = 0; p < target.planes; ++p) {
-      rows.transpose(target.first[p] + lastLine * target.pitch + column,
-                     upwards ? -target.pitch : target.pitch, lines[p], static_cast<size_t>(count),
+      rows.transpose(target.first[p] + firstLine + column, upwards ? -target.pitch : target.pitch,
+                     group.lines[p], static_cast<size_t>(group.count),
                      static_cast<size_t>(target.lines));
     }
-    i += count;
+    i = next;
   }
 }
 

@@ -21,7 +21,8 @@
  * curves and lookup buffers are read as each output sample is made.
  *
  * Null pointers. A record or buffer that a function needs and is not given is answered with
- * RAST_ERR_INVALID_ARG at the point where it would first be read.
+ * RAST_ERR_INVALID_ARG at the point where it would first be read. Plane pointers are checked where
+ * the function lists them; any other that it comes to need is the caller's to answer for.
  *
  * Threads. Every function may run on any number of threads at once as long as no call writes what
  * another one reads or writes.
@@ -289,16 +290,18 @@ uint32_t rastColBalance(const RastArea* pArea, const RastPlaneSet* pPlanes,
                         const RastColBalanceParam* pParam, uint8_t* pLut);
 
 /*
- * The overlay image and the placement of both overlay functions. Widths, positions and pitches
- * count pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay.
+ * The overlay image and the placement of both overlay functions. Widths, positions and pitches count
+ * pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay. A source is read
+ * from its start, (nStartX, nStartY) or (nOvlStartX, nOvlStartY), at start line * pitch + start
+ * column pixels from its pointer, in 32-bit wrap-around arithmetic, and from there as the function
+ * says.
  *
  * Two half-open rectangles in the output: the base at (nBaseX, nBaseY), as large as the RastArea
- * says, and the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite
- * is 1, else 0.
+ * says, and the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite is
+ * 1, else 0.
  *
  * The output is composed from line top = min(nBaseX, nOvlY) on: it is the base's column, not its
- * line, that enters. Above it everything is background, and the sources begin there: a base placed
- * higher than top shows its first line at top.
+ * line, that enters. Above it everything is background, and the sources are at their start there.
  *
  * Nothing of the geometry is checked. The caller keeps positions non-negative, the left edge of the
  * leftmost rectangle within nOutWidth, top within nOutHeight and the rectangles within their
@@ -333,7 +336,7 @@ typedef struct RastOverlayParam {
  *
  *   pArea      the base image and rectangle, in pixels; none of its fields is checked
  *   ppRgb      [0] the base image, only read; [1] the output, nOutHeight packed lines of nOutWidth
- *              pixels, written completely. The output must not overlap a source.
+ *              pixels, written completely
  *   pOvlParam  the overlay image and the placement
  *   nPlaneMode 0 or 1, without difference
  *   nReserved  not read
@@ -364,19 +367,19 @@ uint32_t rastOverlayRGB24bpp(const RastArea* pArea, uint8_t* const* ppRgb,
  * base and any other the weakened overlay, or with mode 1 the larger of both, sample by sample.
  * Where the overlay covers alone, a transparent pixel is 0 in every plane, whatever the background.
  *
+ * Each line within a rectangle takes the source's next line, the first composed one its first. What
+ * the output's right edge cuts off a rectangle is left out in every line; except of a single plane,
+ * whose lines start as much too early, and by more from line to line.
+ *
  *   pArea      the base image and rectangle; none of its fields is checked
  *   pPlanes    pIn[0 .. 2] the base, pOut[0 .. 2] the output, nOutHeight packed lines of nOutWidth
  *              samples each, written completely; only index 0 is checked, and in single-plane mode
- *              only index 0 is used. pIn[3], pOut[3] and nSize are not read. Outputs must not
- *              overlap sources.
+ *              only index 0 is used. pIn[3], pOut[3] and nSize are not read.
  *   pOvlParam  the overlay image and the placement
- *   nPlaneMode 0 or 1: three planes; 2: a single plane. Where a rectangle is cut at the output's
- *   right
- *              edge, three planes skip what is cut off; the single plane does not, and drifts left
- *              by as much on every line.
+ *   nPlaneMode 0 or 1: three planes; 2: a single plane
  *   nReserved  not read
- *   nBlendMode 0: threshold 16; 1: threshold 0 (nothing is transparent), larger of both; 2:
- *   threshold 1
+ *   nBlendMode 0: threshold 16; 1: threshold 0 (nothing is transparent), larger of both;
+ *              2: threshold 1
  *   nDensity   10 .. 100 percent
  *   nBgWhite   0 or 1: the background
  *
@@ -405,13 +408,12 @@ enum {
  * rastRotateSockOutput. The page fields count from the output page's first line and column.
  */
 typedef struct RastRotateBand {
-  int32_t nPlaneNum; /* planes in the band, 1 .. 4 */
-  const uint8_t*
-      pIn[4];         /* input planes at the band's line 0, with the pitch of the source RastArea */
-  uint8_t* pOut[4];   /* output planes at the band's line 0 */
-  int32_t nLines;     /* lines in the band; taken as it stands, also below 1 */
-  int32_t nOutStartX; /* column of the rotated image's left edge */
-  int32_t nOutStartY; /* line of the rotated image's top */
+  int32_t nPlaneNum;     /* planes in the band, 1 .. 4 */
+  const uint8_t* pIn[4]; /* input planes at the band's line 0, in the pitch of the RastArea */
+  uint8_t* pOut[4];      /* output planes at the band's line 0 */
+  int32_t nLines;        /* lines in the band; taken as it stands, also below 1 */
+  int32_t nOutStartX;    /* column of the rotated image's left edge */
+  int32_t nOutStartY;    /* line of the rotated image's top */
   int32_t nOutLineWidth; /* line pitch and width of the output page */
   int32_t nOutHeight;    /* lines of the output page */
   int32_t nReserved;     /* copied into the context, without use */

@@ -1,0 +1,25 @@
+# The front door: each target installs what it needs on Debian, then does its work.
+.DEFAULT_GOAL := help
+.PHONY: help test demo clean
+
+help:
+	@echo "make test   build everything and run the tests"
+	@echo "make demo   run the filters on a real page; before and after pictures in demo/"
+	@echo "make clean  remove build/ and demo/"
+
+test:
+	@scripts/install-deps.sh build tool test
+	@cmake --preset default
+	@cmake --build --preset default
+	@ctest --preset default -j "$$(nproc)"
+	@echo "All tests passed."
+
+demo:
+	@scripts/install-deps.sh build tool demo
+	@cmake --preset demo
+	@cmake --build --preset demo
+	@scripts/demo.sh build/demo/tool/rast
+
+clean:
+	@rm -rf build demo
+	@echo "build/ and demo/ are removed."

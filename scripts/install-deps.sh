@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the named kinds of work need and that are not there yet.
+set -euo pipefail
+
+declare -A sets=(
+  [build]="gcc g++ libc6-dev binutils cmake ninja-build"
+  [tool]="pkg-config libpng-dev"
+  [test]="libgtest-dev libgmock-dev python3 pkg-config"
+  [bench]="libbenchmark-dev"
+  [demo]="python3 poppler-utils"
+  [clang]="clang libclang-rt-14-dev"
+  [arm]="gcc-arm-linux-gnueabihf g++-arm-linux-gnueabihf libc6-dev-armhf-cross googletest"
+  [aarch64]="gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest"
+  [qemu]="qemu-user"
+  [valgrind]="valgrind libc6-dbg"
+  [lint]="clang clang-format clang-tidy shellcheck"
+)
+
+packages=()
+for set in "$@"; do
+  if [[ -z ${sets[$set]:-} ]]; then
+    echo "install-deps.sh: no set '$set'; there are: ${!sets[*]}" >&2
+    exit 2
+  fi
+  read -ra names <<<"${sets[$set]}"
+  packages+=("${names[@]}")
+done
+
+if ! command -v dpkg-query >/dev/null; then
+  echo "This is not a Debian system; these Debian packages are expected in some form: ${packages[*]}"
+  exit 0
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+  [[ $status == installed || " ${missing[*]} " == *" $package "* ]] || missing+=("$package")
+done
+((${#missing[@]})) || exit 0
+
+as_root=()
+if ((EUID != 0)); then
+  as_root=(sudo)
+  if ! command -v sudo >/dev/null; then
+    echo "Please install these packages as root, then try again: ${missing[*]}" >&2
+    exit 1
+  fi
+fi
+
+echo "Installing: ${missing[*]}"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+apt() {
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300 "$@" \
+    </dev/null >>"$log" 2>&1
+}
+if ! { apt update && apt install --no-install-recommends -y "${missing[@]}"; }; then
+  tail -n 20 "$log" >&2
+  echo "These packages could not be installed: ${missing[*]}" >&2
+  exit 1
+fi

@@ -94,23 +94,34 @@ RastHueLut bentHueLut() {
   return lut;
 }
 
-/// An overlay in the middle third of an output as large as its base.
-RastOverlayParam stampOn(int32_t width, int32_t height, const uint8_t* first, const uint8_t* rest) {
+/// An overlay of the given size at the middle of an output as large as its base.
+RastOverlayParam overlayOn(int32_t width, int32_t height, int32_t overlayWidth,
+                           int32_t overlayHeight) {
   RastOverlayParam param{};
-  param.pOvl[0] = first;
-  param.pOvl[1] = param.pOvl[2] = rest;
-  param.nOvlLineWidth = param.nOvlWidth = width / 3;
-  param.nOvlHeight = height < 3 ? height : height / 3;
-  param.nOvlX = width / 3;
-  param.nOvlY = height < 3 ? 0 : height / 3;
+  param.nOvlLineWidth = param.nOvlWidth = overlayWidth;
+  param.nOvlHeight = overlayHeight;
+  param.nOvlX = (width - overlayWidth) / 2;
+  param.nOvlY = (height - overlayHeight) / 2;
   param.nOutWidth = width;
   param.nOutHeight = height;
   return param;
 }
 
+/// A stamp of a third each way, on an interleaved page as wide as a line of samples is long.
+void overlayInterleaved(const Rows* rows, Planes& p) {
+  const int32_t width = kWidth / 3;
+  const RastArea base{width, 0, width, 0, p.area.nHeight};
+  uint8_t* const rgb[] = {p.in[0].data(), p.out[0].data()};
+  RastOverlayParam param = overlayOn(width, p.area.nHeight, width / 3, (p.area.nHeight + 2) / 3);
+  param.pOvl[0] = p.in[1].data();
+  rast::overlayRGB24bpp(rows, &base, rgb, &param, 0, 0, 1, 1);
+}
+
+/// An overlay as large as the page, so that every sample is blended.
 void overlayPlanes(const Rows* rows, Planes& p, uint32_t planeMode, uint32_t blendMode) {
   const RastPlaneSet set = p.color();
-  const RastOverlayParam param = stampOn(kWidth, p.area.nHeight, p.in[1].data(), p.in[2].data());
+  RastOverlayParam param = overlayOn(kWidth, p.area.nHeight, kWidth, p.area.nHeight);
+  for (size_t k = 0; k < 3; ++k) param.pOvl[k] = p.in[(k + 1) % 3].data();
   rast::overlay(rows, &p.area, &set, &param, planeMode, blendMode, 60, 1);
 }
 
@@ -222,19 +233,10 @@ const std::vector<Operation>& operations() {
          const RastPlaneSet set = p.color();
          rast::colBalance(rows, &p.area, &set, &balanceParam, lut);
        }},
-      {"overlayrgb", 1,
-       [](const Rows* rows, Planes& p) {
-         // A stamp of a third of the page each way, on a base that is as wide as three planes are.
-         const int32_t width = kWidth / 3;
-         const RastArea base{width, 0, width, 0, p.area.nHeight};
-         uint8_t* const rgb[] = {p.in[0].data(), p.out[0].data()};
-         const RastOverlayParam param =
-             stampOn(width, p.area.nHeight, p.in[1].data(), p.in[1].data());
-         rast::overlayRGB24bpp(rows, &base, rgb, &param, 0, 0, 1, 1);
-       }},
-      {"overlay-replace", 3, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 0); }},
-      {"overlay-maximum", 3, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 1); }},
-      {"overlay-single", 1, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 2, 0); }},
+      {"overlayrgb", 1, overlayInterleaved},
+      {"overlay-replace", 4.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 0); }},
+      {"overlay-maximum", 4.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 1); }},
+      {"overlay-single", 1.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 2, 0); }},
       {"rotate-one-plane", 1, [](const Rows* rows, Planes& p) { rotate(rows, p, 1); }},
       {"rotate-three-planes", 3, [](const Rows* rows, Planes& p) { rotate(rows, p, 3); }},
       {"zoom-1000", 3, [](const Rows* rows, Planes& p) { reduce(rows, p, 1000); }},
@@ -310,7 +312,7 @@ void measure(benchmark::State& state, const Operation& operation, const Rows* ro
     const double own = seconds([&] { operation.run(rows, planes); });
     const double copy = seconds([&] {
       double left = operation.copied;
-      for (size_t k = 0; left > 0; ++k, left -= 1) {
+      for (size_t k = 0; left > 0; k = (k + 1) % 3, left -= 1) {
         const auto part = static_cast<double>(planes.bytes()) * std::min(left, 1.0);
         memcpy(planes.out[k].data(), planes.in[k].data(), static_cast<size_t>(part));
       }

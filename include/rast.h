@@ -18,7 +18,8 @@
  * of the same component (in place) at full speed; any other overlap, of planes with each other or
  * of an output with a curve or lookup buffer, is honoured byte for byte at the speed of plain code.
  * The RastArea, the RastPlaneSet and the parameter block are read once, before anything is written;
- * curves and lookup buffers are read as each output sample is made.
+ * curves and lookup buffers are read as each output sample is made. Rotation and reduction have
+ * orders of their own, stated there.
  *
  * Null pointers. A record or buffer that a function needs and is not given is answered with
  * RAST_ERR_INVALID_ARG at the point where it would first be read. Plane pointers are checked where
@@ -290,15 +291,15 @@ uint32_t rastColBalance(const RastArea* pArea, const RastPlaneSet* pPlanes,
                         const RastColBalanceParam* pParam, uint8_t* pLut);
 
 /*
- * The overlay image and the placement of both overlay functions. Widths, positions and pitches count
- * pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay. A source is read
- * from its start, (nStartX, nStartY) or (nOvlStartX, nOvlStartY), at start line * pitch + start
- * column pixels from its pointer, in 32-bit wrap-around arithmetic, and from there as the function
- * says.
+ * The overlay image and the placement of both overlay functions. Widths, positions and pitches
+ * count pixels: 3 bytes for rastOverlayRGB24bpp, 1 byte of each plane for rastOverlay. A source is
+ * read from its start, (nStartX, nStartY) or (nOvlStartX, nOvlStartY), at start line * pitch +
+ * start column pixels from its pointer, in 32-bit wrap-around arithmetic, and from there as the
+ * function says.
  *
  * Two half-open rectangles in the output: the base at (nBaseX, nBaseY), as large as the RastArea
- * says, and the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite is
- * 1, else 0.
+ * says, and the overlay at (nOvlX, nOvlY). What lies in neither is background: 255 where nBgWhite
+ * is 1, else 0.
  *
  * The output is composed from line top = min(nBaseX, nOvlY) on: it is the base's column, not its
  * line, that enters. Above it everything is background, and the sources are at their start there.
@@ -426,9 +427,9 @@ typedef struct RastRotateBandEntry {
 } RastRotateBandEntry;
 
 /*
- * A rotation under way, owned by the caller and kept by the two functions. For each image the
- * caller sets nPlaneNum to 0, best by clearing all of it, and keeps the input bands alive and
- * unchanged until the last output band is written.
+ * A rotation under way, owned by the caller and kept by the two functions. It points into itself
+ * and must stay where it is. For each image the caller sets nPlaneNum to 0, best by clearing all of
+ * it, and keeps the input bands alive and unchanged until the last output band is written.
  */
 typedef struct RastRotateCtx {
   int32_t nPlaneNum; /* from the first band; 0: nothing accumulated yet */
@@ -485,8 +486,8 @@ uint32_t rastRotateInputAccumulate(const RastArea* pArea, const RastRotateBand* 
  * clockwise to line c, column nHeight - 1 - r, both counted from (nOutStartX, nOutStartY).
  *
  *   pBand  pOut of each of the context's planes, nLines and nOutLineWidth are read
- *   pCtx   a rotation for which the input side has answered RAST_COMPLETE; nSrcX and nOutPos move
- *          on
+ *   pCtx   a rotation for which the input side has answered RAST_COMPLETE; by each band nSrcX and
+ *          nOutPos move on, also where it has no line
  *
  * A band above the image moves on; one that ends exactly at its top is refused; one that starts
  * above and reaches past its end writes on, beyond the image; one that starts past it changes
@@ -494,7 +495,8 @@ uint32_t rastRotateInputAccumulate(const RastArea* pArea, const RastRotateBand* 
  * ones with that of the first input band.
  *
  * For each plane in turn one sample is read and written, source line by source line; overlap is
- * honoured in that order.
+ * honoured in that order. A source line in an entry without planes, which a cleared context has
+ * after its last band, and those after it are left out.
  *
  * Returns RAST_OK; RAST_COMPLETE when, clockwise, the last source column has been written
  * (counter-clockwise never answers it: the caller counts lines); or, with nothing changed:
@@ -517,15 +519,19 @@ typedef struct RastZoomParam {
  * accumulator that grows by the ratio and emits at 1000; what is left at the end is a group too. An
  * output sample is the truncated mean of its group, of which the low 8 bits are stored.
  *
- * A group of one adds the sum of the group before it: with ratios of 501 to 999 such samples are
- * the sum of three, in 8 bits. At 1000 nothing has been summed before and samples are copied.
- * Stored sums wrap at 16 bits.
+ * A group of one adds what the group before it had stored, its sum without its last sample: with
+ * ratios of 501 to 999 such an output is the sum of two samples, in 8 bits. At 1000 nothing has
+ * been stored and samples are copied. Stored sums wrap at 16 bits.
+ *
+ * An output line is made when its source lines have been read in all planes; then its samples are
+ * written one after the other, each in plane after plane. Overlap is honoured in that order.
  *
  *   pArea    the source rectangle; nHeight is the end line, exclusive: lines nStartY to nHeight - 1
  *            are read, none where nHeight <= nStartY
  *   pPlanes  from pIn to pOut. The output is packed: line j of a plane starts at pOut + j * M, with
  *            M the number of samples that a line becomes.
- *   pParam   A vertical ratio above 1000 returns RAST_OK at once, a horizontal one writes nothing.
+ *   pParam   a vertical ratio above 1000 returns RAST_OK at once; a horizontal one reads the source
+ *            and writes nothing
  *
  * Allocates working lines and frees them before it returns.
  *

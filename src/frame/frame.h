@@ -19,12 +19,16 @@ constexpr int32_t wrappingSubtract(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
 
+/// 32-bit multiplication that wraps.
+constexpr int32_t wrappingMultiply(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
+}
+
 /// Byte offset of line `r` of the rectangle from each plane's pointer. The 32-bit value wraps and
 /// is then applied signed, so a line above or left of the pointer is reached by a negative offset.
 constexpr ptrdiff_t lineOffset(const RastArea& area, int32_t r) {
-  const auto line = static_cast<uint32_t>(wrappingAdd(area.nStartY, r));
-  const auto start = static_cast<uint32_t>(area.nStartX);
-  return static_cast<int32_t>(line * static_cast<uint32_t>(area.nLineWidth) + start);
+  const int32_t line = wrappingMultiply(wrappingAdd(area.nStartY, r), area.nLineWidth);
+  return wrappingAdd(line, area.nStartX);
 }
 
 /// Calls `work` with the offset of each line, top to bottom.

@@ -46,7 +46,7 @@ struct Segments {
   }
 };
 
-size_t sizeOf(int64_t length) { return length > 0 ? static_cast<size_t>(length) : 0; }
+size_t sizeOf(int32_t length) { return length > 0 ? static_cast<size_t>(length) : 0; }
 
 }  // namespace
 
@@ -71,15 +71,15 @@ uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
   const size_t end = nPlaneMode == 0 ? 3 : 4;
   const bool fills = param.nFillMode != 0;
   const int value = param.nFillMode == 2 ? 255 : 0;
-  const int64_t pitch = param.nOutLineWidth;
+  const int32_t pitch = param.nOutLineWidth;
 
   if (fills) {
     for (size_t p = first; p < end; ++p)
-      memset(planes.pOut[p], value, sizeOf(pitch * segments.top));
+      memset(planes.pOut[p], value, sizeOf(wrappingMultiply(pitch, segments.top)));
   }
   for (int32_t r = 0; r < segments.lines; ++r) {
     const ptrdiff_t source = lineOffset(area, r);
-    const ptrdiff_t target = static_cast<ptrdiff_t>((int64_t{segments.top} + r) * pitch);
+    const ptrdiff_t target = wrappingMultiply(wrappingAdd(segments.top, r), pitch);
     for (size_t p = first; fills && p < end; ++p) {
       memset(planes.pOut[p] + target, value, sizeOf(segments.left));
     }
@@ -93,10 +93,9 @@ uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
     }
   }
   if (fills) {
-    const ptrdiff_t below =
-        static_cast<ptrdiff_t>((int64_t{segments.top} + segments.lines) * pitch);
+    const ptrdiff_t below = wrappingMultiply(wrappingAdd(segments.top, segments.lines), pitch);
     for (size_t p = first; p < end; ++p) {
-      memset(planes.pOut[p] + below, value, sizeOf(pitch * segments.bottom));
+      memset(planes.pOut[p] + below, value, sizeOf(wrappingMultiply(pitch, segments.bottom)));
     }
   }
   return RAST_OK;

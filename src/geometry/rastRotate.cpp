@@ -94,7 +94,7 @@ class SourceLines {
         pitch_(ctx.stArea.nLineWidth),
         column_(ctx.nSrcX),
         passed_(ctx.nCurLine),
-        offset_(static_cast<ptrdiff_t>(ctx.nCurLine) * pitch_ + column_) {}
+        offset_(wrappingAdd(wrappingMultiply(ctx.nCurLine, ctx.stArea.nLineWidth), ctx.nSrcX)) {}
 
   /// False past the bands that the table holds.
   bool present() const { return entry_ < end_ && entry_->pPlane[0]; }
@@ -255,10 +255,12 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
   }
 
   const bool clockwise = nRotate == RAST_ROTATE_CW90;
-  ptrdiff_t start = ctx.nOutStartX;
-  if (position <= imageTop)
-    start += ptrdiff_t{pBand->nOutLineWidth} * wrappingSubtract(imageTop, position);
-  if (clockwise) start += ctx.nRotWidth - 1;
+  int32_t start = ctx.nOutStartX;
+  if (position <= imageTop) {
+    const int32_t above = wrappingSubtract(imageTop, position);
+    start = wrappingAdd(start, wrappingMultiply(pBand->nOutLineWidth, above));
+  }
+  if (clockwise) start = wrappingAdd(start, wrappingSubtract(ctx.nRotWidth, 1));
   Target target{{},    ctx.nOutLineWidth, clockwise ? -1 : 1, clockwise ? 1 : -1, ctx.nPlaneNum,
                 lines, ctx.nRotWidth};
   for (int32_t p = 0; p < ctx.nPlaneNum; ++p) target.first[p] = pBand->pOut[p] + start;

@@ -115,9 +115,9 @@ bool sourcesApart(const Cursors& start, const Placement& placement) {
          apart(start.out, out * kPixel, start.overlay, overlay * kPixel);
 }
 
-/// A pixel offset in bytes, in the interface's 32-bit arithmetic.
+/// A pixel offset, which fits 32 bits, in bytes.
 ptrdiff_t bytesOf(ptrdiff_t pixels) {
-  return static_cast<int32_t>(static_cast<uint32_t>(pixels) * uint32_t{kPixel});
+  return wrappingMultiply(static_cast<int32_t>(pixels), int32_t{kPixel});
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ RastHueParam identity(int16_t reverse = 0, int16_t mirror = 0) {
   return {{{256, 0, 0, 0, 0}, {0, 256, 0, 0, 0}, {0, 0, 256, 0, 0}}, reverse, mirror};
 }
 
-RastHueParam randomParam(Random& random, int64_t span) {
+RastHueParam randomParam(Random& random, ptrdiff_t span) {
   RastHueParam param{};
   for (auto& row : param.nMatrix) {
     for (int16_t& word : row) word = static_cast<int16_t>(random.pick(-span, span - 1));

@@ -36,7 +36,7 @@ std::ostream& operator<<(std::ostream& stream, const Operation& operation) {
 
 /// A 16-bit value that is often small, often at the ends of its range.
 int16_t drawWord(Random& random) {
-  const int64_t span = random.oneIn(3) ? 32768 : 600;
+  const ptrdiff_t span = random.oneIn(3) ? 32768 : 600;
   if (random.oneIn(8)) return random.oneIn(2) ? INT16_MIN : INT16_MAX;
   return static_cast<int16_t>(random.pick(-span, span - 1));
 }
@@ -79,7 +79,7 @@ Invocation drawRecord(Random& random) {
   RastBinConvColor record{};
   record.bMaxA = random.oneIn(3);
   record.bMaxB = random.oneIn(8);
-  const int64_t even = random.pick(0, 85);
+  const ptrdiff_t even = random.pick(0, 85);
   for (size_t k = 0; k < 3; ++k) {
     record.nCoefA[k] = drawWord(random);
     record.nCoefB[k] =
@@ -163,14 +163,14 @@ struct Layout {
 
 constexpr size_t kSlots = 7;
 constexpr size_t kSlotSize = 12288;  // a RastHueLut and a rectangle beside it
-constexpr int64_t kReach = 130;      // two registers of the widest level, and a little
+constexpr ptrdiff_t kReach = 130;    // two registers of the widest level, and a little
 
 /// Planes of random arrangement; what lies close to something else does so in its slot.
 Layout drawLayout(Random& random, const Geometry& geometry, const Memory& memory,
                   size_t bufferSize) {
   const auto slotSize = static_cast<ptrdiff_t>(memory.slotSize());
   const ptrdiff_t last = slotSize - geometry.extent;
-  const auto near = [&](const Place& place, int64_t reach) {
+  const auto near = [&](const Place& place, ptrdiff_t reach) {
     return Place{place.slot, std::clamp<ptrdiff_t>(place.at + random.pick(-reach, reach), 0, last)};
   };
   Layout layout;
@@ -209,7 +209,7 @@ Layout drawLayout(Random& random, const Geometry& geometry, const Memory& memory
   layout.buffer = {6, random.oneIn(2) ? lastBuffer : random.pick(0, lastBuffer)};
   if (random.oneIn(3)) {
     const Place& over = layout.out[one];
-    const auto reach = static_cast<int64_t>(bufferSize) + 8;
+    const auto reach = static_cast<ptrdiff_t>(bufferSize) + 8;
     layout.buffer = {over.slot, over.at + random.pick(-reach, geometry.extent + 8)};
   }
   // A RastHueLut needs its alignment.

@@ -298,6 +298,20 @@ TEST(RotateOutput, ModesThatAreNotTurns) {
   EXPECT_EQ(reserved.results, std::vector<uint32_t>{RAST_ERR_INVALID_ARG});
 }
 
+TEST(RotateOutput, TheStartOfACursorWrapsAt32Bits) {
+  // Line 4 at a pitch of 2^30 is the plane's first sample again.
+  const auto ctx = freshContext();
+  const RastArea area{1 << 30, 1, 1, 4, 1};
+  const RastRotateBand band = inputBand(kThreeByFour.data(), 5, 10, 10);
+  ASSERT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), 0), uint32_t{RAST_COMPLETE});
+  Bytes out(1);
+  RastRotateBand to{};
+  to.pOut[0] = out.data();
+  to.nLines = 1;
+  ASSERT_EQ(rastRotateSockOutput(&to, ctx.get()), RAST_OK);
+  EXPECT_EQ(out[0], kThreeByFour[1]);
+}
+
 struct OutputCall {
   Bytes out = Bytes(64, 0xAA);
   std::unique_ptr<RastRotateCtx> ctx = freshContext();

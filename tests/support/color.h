@@ -77,9 +77,10 @@ struct ColorCall : Planes {
     Random random(seed);
     random.fill(in[3].data(), in[3].size());
     for (size_t i = 0; i < in[0].size(); ++i) {
-      const int64_t kind = random.pick(0, 3);
-      const int64_t lowest = kind == 1 ? random.pick(0, 255) : 0;
-      const int64_t highest = kind == 1 ? std::min<int64_t>(255, lowest + random.pick(0, 60)) : 255;
+      const ptrdiff_t kind = random.pick(0, 3);
+      const ptrdiff_t lowest = kind == 1 ? random.pick(0, 255) : 0;
+      const ptrdiff_t highest =
+          kind == 1 ? std::min<ptrdiff_t>(255, lowest + random.pick(0, 60)) : 255;
       for (size_t k = 0; k < 3; ++k) {
         in[k][i] = static_cast<uint8_t>(random.pick(lowest, highest));
         if (kind == 2) in[k][i] = std::array<uint8_t, 6>{0, 1, 127, 128, 254, 255}[in[k][i] % 6];

@@ -28,7 +28,7 @@ struct Geometry {
 
 /// A rectangle of up to `maxWidth` x 4: mostly apart in its pitch, sometimes with lines that touch
 /// or overlap one another, which a negative start lets through the line-fit check.
-inline Geometry randomGeometry(Random& random, int64_t maxWidth) {
+inline Geometry randomGeometry(Random& random, ptrdiff_t maxWidth) {
   RastArea area;
   area.nWidth = static_cast<int32_t>(random.pick(1, maxWidth));
   area.nHeight = static_cast<int32_t>(random.pick(1, 4));

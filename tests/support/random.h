@@ -13,13 +13,13 @@ class Random {
   explicit Random(uint64_t seed) : engine_(seed) {}
 
   /// A whole number in lowest .. highest.
-  int64_t pick(int64_t lowest, int64_t highest) {
+  ptrdiff_t pick(ptrdiff_t lowest, ptrdiff_t highest) {
     const auto span = static_cast<uint64_t>(highest - lowest) + 1;
-    return lowest + static_cast<int64_t>(span == 0 ? engine_() : engine_() % span);
+    return lowest + static_cast<ptrdiff_t>(engine_() % span);
   }
 
   /// True once in `n` times.
-  bool oneIn(int64_t n) { return pick(1, n) == 1; }
+  bool oneIn(ptrdiff_t n) { return pick(1, n) == 1; }
 
   void fill(void* memory, size_t size) {
     auto* bytes = static_cast<uint8_t*>(memory);

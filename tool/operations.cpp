@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <utility>
 
+#include "page_filter.h"
 #include "tables.h"
 
 namespace {
@@ -17,9 +20,9 @@ Filter makeExpGamma(const Values& values) {
   const RastExpGammaParam curve{static_cast<std::uint8_t>(values[0][0]),
                                 static_cast<std::uint8_t>(values[1][0]),
                                 static_cast<std::uint16_t>(values[2][0])};
-  return [curve](const RastArea& area, const RastPlaneSet& planes) {
+  return {[curve](const RastArea& area, const RastPlaneSet& planes) {
     return rastExpGamma(&area, &planes, &curve, nullptr);
-  };
+  }};
 }
 
 constexpr Parameter colGammaParameters[] = {
@@ -36,9 +39,9 @@ Filter makeColGamma(const Values& values) {
   std::array<std::uint8_t, 256> curve = {};
   std::ranges::transform(values[0], curve.begin(),
                          [](std::int64_t v) { return static_cast<std::uint8_t>(v); });
-  return [curve](const RastArea& area, const RastPlaneSet& planes) {
+  return {[curve](const RastArea& area, const RastPlaneSet& planes) {
     return rastColGamma(&area, &planes, curve.data());
-  };
+  }};
 }
 
 constexpr Parameter binConvParameters[] = {
@@ -50,9 +53,9 @@ constexpr Parameter binConvParameters[] = {
 
 Filter makeBinConv(const Values& values) {
   const auto color = static_cast<std::uint32_t>(values[0][0]);
-  return [color](const RastArea& area, const RastPlaneSet& planes) {
+  return {[color](const RastArea& area, const RastPlaneSet& planes) {
     return rastBinConv(&area, &planes, color);
-  };
+  }};
 }
 
 constexpr Parameter satAdjustParameters[] = {
@@ -62,9 +65,9 @@ constexpr Parameter satAdjustParameters[] = {
 
 Filter makeSatAdjust(const Values& values) {
   const auto mode = static_cast<std::uint32_t>(values[0][0]);
-  return [mode](const RastArea& area, const RastPlaneSet& planes) {
+  return {[mode](const RastArea& area, const RastPlaneSet& planes) {
     return rastSatAdjust(&area, &planes, mode);
-  };
+  }};
 }
 
 constexpr Parameter hueAdjustParameters[] = {
@@ -91,15 +94,15 @@ Filter makeHueAdjust(const Values& values) {
   param.nReverse = static_cast<std::int16_t>(values[1][0]);
   param.nMirror = static_cast<std::int16_t>(values[2][0]);
   if (param.nMirror != 0) {
-    return [param](const RastArea& area, const RastPlaneSet& planes) {
+    return {[param](const RastArea& area, const RastPlaneSet& planes) {
       return rastHueAdjust(&area, &planes, &param, nullptr);
-    };
+    }};
   }
   RastHueLut lut = {};
   lut.nReverse = param.nReverse;
-  return [param, lut](const RastArea& area, const RastPlaneSet& planes) mutable {
+  return {[param, lut](const RastArea& area, const RastPlaneSet& planes) mutable {
     return rastHueAdjust(&area, &planes, &param, &lut);
-  };
+  }};
 }
 
 constexpr Parameter colBalanceParameters[] = {
@@ -115,10 +118,124 @@ Filter makeColBalance(const Values& values) {
   RastColBalanceParam param = {};
   param.nCurve = static_cast<std::uint8_t>(values[0][0]);
   for (std::size_t i = 0; i < 4; ++i) param.nLevel[i] = static_cast<std::int16_t>(values[1][i]);
-  return [param, lut = std::array<std::uint8_t, 1025>{}](const RastArea& area,
-                                                         const RastPlaneSet& planes) mutable {
+  return {[param, lut = std::array<std::uint8_t, 1025>{}](const RastArea& area,
+                                                          const RastPlaneSet& planes) mutable {
     return rastColBalance(&area, &planes, &param, lut.data());
+  }};
+}
+
+std::optional<Size> sizeOf(const Value& value) {
+  if (value.empty()) return {};
+  return Size{static_cast<std::uint32_t>(value[0]), static_cast<std::uint32_t>(value[1])};
+}
+
+Position positionOf(const Value& value) {
+  return {static_cast<std::int32_t>(value[0]), static_cast<std::int32_t>(value[1])};
+}
+
+constexpr Parameter overlayParameters[] = {
+    {"with", "FILE", readText, 0, 0, nullptr,
+     "the overlay: one image, of the kinds that IN may hold"},
+    {"flatten", "black|white", readChoice, 0, 1, "",
+     "background onto which a transparent overlay is composited when it\n"
+     "is read, rounded to nearest; without it, such a FILE is refused"},
+    {"at", "X,Y", readNumbers, 0, INT32_MAX, "0,0",
+     "place of the overlay's top left corner in the output page"},
+    {"base", "X,Y", readNumbers, 0, INT32_MAX, "0,0",
+     "place of the page's top left corner in the output page"},
+    {"size", "WxH", readSize, 1, INT32_MAX, "",
+     "size of the output page; that of the page if not given"},
+    {"white", nullptr, readNumbers, 0, 1, "0", "white background, 255, instead of black, 0"},
+    {"mode", "replace|max|ink", readChoice, 0, 2, "replace",
+     "what shows where both lie, by the overlay's weakened samples:\n"
+     "replace: a pixel whose largest sample is below the threshold 16 is\n"
+     "transparent and shows the page, any other replaces it\n"
+     "max: no pixel is transparent (the threshold is 0); the larger of\n"
+     "both shows, sample by sample\n"
+     "ink: as replace with threshold 1, so that only a pixel that is 0\n"
+     "throughout is transparent"},
+    {"density", "N", readNumbers, 10, 100, "100",
+     "percentage that overlay samples are weakened to"},
+};
+
+OverlaySettings overlaySettings(const Values& values) {
+  OverlaySettings settings = {};
+  settings.path.assign(values[0].begin(), values[0].end());
+  if (!values[1].empty()) settings.flatten = static_cast<std::uint8_t>(values[1][0] * 255);
+  settings.at = positionOf(values[2]);
+  settings.base = positionOf(values[3]);
+  settings.size = sizeOf(values[4]);
+  settings.white = static_cast<std::uint32_t>(values[5][0]);
+  return settings;
+}
+
+std::unique_ptr<PageFilter> makeOverlay(const Values& values) {
+  OverlaySettings settings = overlaySettings(values);
+  settings.mode = static_cast<std::uint32_t>(values[6][0]);
+  settings.density = static_cast<std::uint32_t>(values[7][0]);
+  return planesOverlay(settings);
+}
+
+// Pixels are copied as they stand: without mode and density.
+constexpr std::span<const Parameter> overlayRgbParameters(overlayParameters, 6);
+
+std::unique_ptr<PageFilter> makeOverlayRgb(const Values& values) {
+  return pixelsOverlay(overlaySettings(values));
+}
+
+constexpr Parameter rotateParameters[] = {
+    {"turn", "cw|ccw", readChoice, 0, 1, nullptr,
+     "direction, clockwise or counter-clockwise; with this option it is\n"
+     "not given before IN",
+     true},
+};
+
+std::unique_ptr<PageFilter> makeRotate(const Values& values) {
+  return rotation(values[0][0] == 0 ? RAST_ROTATE_CW90 : RAST_ROTATE_CCW90);
+}
+
+constexpr Parameter zoomParameters[] = {
+    {"percent", "P", readTenths, 1, wholeRatio, "100",
+     "both ratios in percent, 0.1..100, with one decimal"},
+    {"x", "N", readNumbers, 1, wholeRatio, "",
+     "horizontal ratio in thousandths, in place of --percent"},
+    {"y", "N", readNumbers, 1, wholeRatio, "",
+     "vertical ratio in thousandths, in place of --percent"},
+};
+
+Filter makeZoom(const Values& values) {
+  const auto ratio = [&values](std::size_t i) {
+    return static_cast<std::uint32_t>(values[values[i].empty() ? 0 : i][0]);
   };
+  const RastZoomParam gray{1, ratio(1), ratio(2)};
+  return {[gray](const RastArea& area, const RastPlaneSet& given) {
+            RastZoomParam param = gray;
+            RastPlaneSet planes = given;
+            if (planes.pIn[3] == nullptr) {
+              param.nPlaneNum = 3;
+            } else {
+              std::swap(planes.pIn[0], planes.pIn[3]);
+              std::swap(planes.pOut[0], planes.pOut[3]);
+            }
+            return rastZoom(&area, &planes, &param);
+          },
+          gray.nRatioX, gray.nRatioY};
+}
+
+constexpr Parameter shiftParameters[] = {
+    {"x", "N", readNumbers, -INT32_MAX, INT32_MAX, "0",
+     "columns to the right; if negative, columns to drop"},
+    {"y", "N", readNumbers, -INT32_MAX, INT32_MAX, "0", "lines down; if negative, lines to drop"},
+    {"size", "WxH", readSize, 1, INT32_MAX, "",
+     "size of the output page; that of the page if not given"},
+    {"fill", "none|black|white", readChoice, 0, 2, "white",
+     "the rest of the output page; with none it is left as it is, which\n"
+     "is 0, since the page is cleared before"},
+};
+
+std::unique_ptr<PageFilter> makeShift(const Values& values) {
+  return shift(positionOf({values[0][0], values[1][0]}), sizeOf(values[2]),
+               static_cast<std::uint32_t>(values[3][0]));
 }
 
 constexpr Operation table[] = {
@@ -155,6 +272,44 @@ constexpr Operation table[] = {
      "level; then the pixel is put together again.",
      Takes::colour, colBalanceParameters, "rast colbalance --level 6,5,4,5 in.ppm out.ppm",
      makeColBalance},
+    {"overlay", "an image over the page",
+     "The page and the overlay are placed in an output page; what lies in neither is background.\n"
+     "Overlay samples v are first weakened to (v * ((density * 256 + 50) / 100)) >> 8. Where the\n"
+     "overlay lies alone, a transparent pixel is 0, whatever the background.\n"
+     "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
+     "above it all is background and a page placed higher begins there; with --base 0,Y it is\n"
+     "line 0 and nothing surprising happens. Colour is just cut at the output page's right edge;\n"
+     "the lines of a gray image that is cut there start as much too early in it, and by more from\n"
+     "line to line.\n"
+     "The overlay must be gray for gray pages and colour for colour pages.",
+     Takes::both, overlayParameters,
+     "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", nullptr,
+     makeOverlay},
+    {"overlayrgb", "an image over the page, pixel by pixel",
+     "The page and the overlay are placed in an output page; what lies in neither is background.\n"
+     "Each is consumed as one run of pixels, and they cross: where the page lies alone the\n"
+     "overlay's next pixel shows, where the overlay lies alone the page's next pixel; where both\n"
+     "lie, the overlay's next pixel shows without being consumed, and one of the page's is\n"
+     "consumed. A run that ends too early goes on with background.\n"
+     "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
+     "above it all is background; with --base 0,Y it is line 0.",
+     Takes::colour, overlayRgbParameters,
+     "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm", nullptr, makeOverlayRgb},
+    {"rotate", "quarter turn", "Lines become columns; the direction is given before IN.",
+     Takes::both, rotateParameters, "rast rotate cw in.ppm out.ppm", nullptr, makeRotate},
+    {"zoom", "reduction by averaging",
+     "Lines, and the samples of a line, are gathered into groups by an accumulator that grows by\n"
+     "the ratio and completes a group at 1000; what is left at the end is a group too. A group\n"
+     "becomes its mean, truncated. A group of one adds what the group before it had before its\n"
+     "last sample, in 8 bits, deliberately: ratios of 501 to 999 have such groups, others do not.\n"
+     "Bands are extended to multiples of 1000 / gcd(1000, vertical ratio) lines.",
+     Takes::both, zoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom},
+    {"shift", "the page moved within an output page",
+     "What reaches past the right or lower edge is left out. With a negative offset the first\n"
+     "columns or lines are kept, from column or line 0 on, and as many of the last ones are\n"
+     "dropped. Not possible: a negative --y without a negative --x, a positive --y with one, an\n"
+     "offset beyond the page, and with a negative --x more columns or lines than --size has.",
+     Takes::both, shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", nullptr, makeShift},
 };
 
 }  // namespace

@@ -45,6 +45,9 @@ constexpr char filesHelp[] =
     "PNG output holds one page. Colour profiles and resolution are not carried over. A file is\n"
     "replaced only once its new content is complete.\n";
 
+constexpr char wholePageHelp[] =
+    "Whole pages are kept in unlinked temporary files, in the folder that TMPDIR names, or /tmp.\n";
+
 constexpr char exitHelp[] =
     "Exit status:\n"
     "  0  done\n"
@@ -72,7 +75,7 @@ std::string generalHelp() {
       "usage: rast OPERATION [OPTION]... [IN [OUT]]\n"
       "       rast help [OPERATION]\n"
       "       rast --help | --version\n\n"
-      "Applies a raster filter to page images, band by band.\n\n"
+      "Applies a raster filter to page images.\n\n"
       "Operations ('rast help OPERATION' describes one):\n";
   for (const Operation& operation : operations()) {
     text += helpRow(operation.name, join(operation.summary, " (", takenPages(operation), ")"));
@@ -81,17 +84,25 @@ std::string generalHelp() {
 }
 
 std::string operationHelp(const Operation& operation) {
-  std::string text = join("usage: rast ", operation.name, " [OPTION]... [IN [OUT]]\n\n",
+  const Parameter& first = operation.parameters[0];
+  const std::string operand = first.operand ? join(' ', first.argument) : "";
+  std::string text = join("usage: rast ", operation.name, operand, " [OPTION]... [IN [OUT]]\n\n",
                           operation.name, ": ", operation.summary, ", for ", takenPages(operation),
-                          ".\n", operation.details, "\n\nParameters:\n");
+                          ".\n", operation.details, '\n');
+  if (operation.makePageFilter != nullptr) text += wholePageHelp;
+  text += "\nParameters:\n";
   for (const Parameter& p : operation.parameters) {
     if (p.argument == nullptr) {
       text += helpRow(join("    --", p.name), p.help);
       continue;
     }
-    const std::string range = p.read == readNumbers ? join(p.low, "..", p.high, ", ") : "";
-    const std::string preset = p.preset != nullptr ? join("default ", p.preset) : "required";
-    text += helpRow(join("    --", p.name, ' ', p.argument), join(p.help, '\n', range, preset));
+    const std::string range = p.read == readNumbers ? join(p.low, "..", p.high) : "";
+    const std::string preset = p.preset == nullptr ? "required"
+                               : *p.preset != '\0' ? join("default ", p.preset)
+                                                   : "";
+    const std::string line = join(range, range.empty() || preset.empty() ? "" : ", ", preset);
+    text += helpRow(join("    --", p.name, ' ', p.argument),
+                    join(p.help, line.empty() ? "" : "\n", line));
   }
   text += "\nOptions:\n";
   for (const CommonOption& o : commonOptions) {
@@ -127,7 +138,8 @@ class JobParser {
       const int code = firstParameterCode + static_cast<int>(job_.values.size());
       const int argument = p.argument != nullptr ? required_argument : no_argument;
       options_.push_back({p.name, argument, nullptr, code});
-      job_.values.push_back(p.preset != nullptr ? p.read(p, p.preset) : Value());
+      const bool hasPreset = p.preset != nullptr && *p.preset != '\0';
+      job_.values.push_back(hasPreset ? p.read(p, p.preset) : Value());
     }
     options_.push_back({});
   }
@@ -139,7 +151,7 @@ class JobParser {
       if (code == 'h') return {operationHelp(*job_.operation), {}};
       take(code);
     }
-    takePaths();
+    takeOperands();
     requireParameters();
     job_.format = format_ ? *format_ : formatOf(job_.outPath);
     return {"", std::move(job_)};
@@ -195,7 +207,11 @@ class JobParser {
          advice(given.substr(0, given.find('=')), known, seeHelp()));
   }
 
-  void takePaths() {
+  void takeOperands() {
+    const Parameter& first = job_.operation->parameters[0];
+    if (first.operand && job_.values[0].empty() && optind < argc_) {
+      job_.values[0] = first.read(first, argv_[optind++]);
+    }
     if (optind < argc_) job_.inPath = argv_[optind++];
     if (optind < argc_) job_.outPath = argv_[optind++];
     if (optind < argc_) {
@@ -206,7 +222,7 @@ class JobParser {
   void requireParameters() const {
     for (std::size_t i = 0; i < job_.values.size(); ++i) {
       const Parameter& p = job_.operation->parameters[i];
-      if (job_.values[i].empty()) {
+      if (p.preset == nullptr && job_.values[i].empty()) {
         fail(ExitCode::usage, optionName(p), ' ', p.argument, " is missing", seeHelp());
       }
     }

@@ -33,6 +33,19 @@ mode_t defaultMode() {
 
 }  // namespace
 
+FatalSignalsBlocked::FatalSignalsBlocked() {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  for (const int number : fatalSignals) sigaddset(&blocked, number);
+  sigprocmask(SIG_BLOCK, &blocked, &before_);
+}
+
+FatalSignalsBlocked::~FatalSignalsBlocked() {
+  const int error = errno;
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+  errno = error;
+}
+
 void removeTemporaryOnSignals() {
   for (const int number : fatalSignals) {
     // A signal that the caller chose to ignore (nohup) stays ignored.
@@ -79,21 +92,16 @@ void Output::dropTemporary() noexcept {
 void Output::openTemporary(unsigned mode) {
   std::string path = std::filesystem::path(final_).parent_path() / ".rast-XXXXXX";
 
-  // No signal may come between the file and the note of its name.
-  sigset_t blocked;
-  sigset_t before;
-  sigemptyset(&blocked);
-  for (const int number : fatalSignals) sigaddset(&blocked, number);
-  sigprocmask(SIG_BLOCK, &blocked, &before);
-  const int fd = mkostemp(path.data(), O_CLOEXEC);
-  const int error = errno;
-  if (fd >= 0) {
-    temporary_ = std::move(path);
-    pendingTemporary = temporary_.c_str();
+  int fd = -1;
+  {
+    // No signal may come between the file and the note of its name.
+    const FatalSignalsBlocked blocked;
+    fd = mkostemp(path.data(), O_CLOEXEC);
+    if (fd >= 0) {
+      temporary_ = std::move(path);
+      pendingTemporary = temporary_.c_str();
+    }
   }
-  sigprocmask(SIG_SETMASK, &before, nullptr);
-
-  errno = error;
   if (fd >= 0 && fchmod(fd, mode) == 0) file_.reset(fdopen(fd, "wb"));
 }
 

@@ -2,6 +2,7 @@
 #ifndef RAST_TOOL_OUTPUT_H
 #define RAST_TOOL_OUTPUT_H
 
+#include <csignal>
 #include <cstddef>
 #include <string>
 
@@ -40,6 +41,18 @@ class Output {
   std::string temporary_;  // empty when written straight, or once renamed
   File file_;
   int error_ = 0;
+};
+
+// Keeps those signals waiting that would leave a file behind.
+class FatalSignalsBlocked {
+ public:
+  FatalSignalsBlocked();
+  ~FatalSignalsBlocked();
+  FatalSignalsBlocked(const FatalSignalsBlocked&) = delete;
+  FatalSignalsBlocked& operator=(const FatalSignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_;
 };
 
 // Lets SIGINT, SIGTERM and SIGHUP remove the temporary file before they end the process.

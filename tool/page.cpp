@@ -3,21 +3,22 @@
 #include "png_page.h"
 #include "pnm_page.h"
 
-PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour) {
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
+                     const char* page) {
   if (width < 1 || width > INT32_MAX || height < 1 || height > INT32_MAX) {
-    in.fail(ExitCode::damaged, 0, "the page size is out of range; expected 1 to ", INT32_MAX,
+    in.fail(ExitCode::damaged, 0, "the ", page, " size is out of range; expected 1 to ", INT32_MAX,
             " columns and lines");
   }
   const PageHead head{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                       colour};
   if (head.workBytes() > memoryCap) {
-    in.fail(ExitCode::memory, 0, "one line of ", width, " columns needs ", head.workBytes(),
-            " bytes; the cap is ", memoryCap);
+    in.fail(ExitCode::memory, 0, "one line of the ", page, ", ", width, " columns, needs ",
+            head.workBytes(), " bytes; the cap is ", memoryCap);
   }
   return head;
 }
 
-std::unique_ptr<PageReader> nextPage(Input& in) {
+std::unique_ptr<PageReader> nextPage(Input& in, const Transparency& transparency) {
   const bool first = in.page() == 0;
   while (!first && isPnmSpace(in.peek())) in.get();
   switch (in.peek()) {
@@ -26,7 +27,7 @@ std::unique_ptr<PageReader> nextPage(Input& in) {
       return makePnmReader(in);
     case pngFirstByte:
       in.startPage();
-      return makePngReader(in);
+      return makePngReader(in, transparency);
     case EOF:
       if (!first) return nullptr;
       in.fail(ExitCode::damaged, 0, "empty; expected a PGM, PPM or PNG image");

@@ -3,12 +3,17 @@
 #ifndef RAST_TOOL_PAGE_H
 #define RAST_TOOL_PAGE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "input.h"
 #include "output.h"
+
+// The most that a band may take. It also keeps every offset inside a plane below 2^31.
+inline constexpr std::uint64_t memoryCap = 256 << 20;
 
 struct PageHead {
   std::uint32_t width;
@@ -18,13 +23,23 @@ struct PageHead {
   std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
   // What a line takes while in work: as input planes, as output planes, and colour as stored.
   std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 9 : 2); }
+  // The lines of a band: as many as wanted, as far as there are and the cap allows.
+  std::uint32_t bandLines(std::uint32_t wanted) const {
+    const std::uint64_t most = std::min<std::uint64_t>(height, memoryCap / workBytes());
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));
+  }
 };
 
-// The most that a band may take. It also keeps every offset inside a plane below 2^31.
-inline constexpr std::uint64_t memoryCap = 256 << 20;
+// The one gate for sizes, of pages that come from a file and of those that become of them: refuses
+// what is empty, absurd or above the cap.
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
+                     const char* page = "page");
 
-// The one gate for sizes that come from a file: refuses what is empty, absurd or above the cap.
-PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour);
+// What is done about a page with transparency.
+struct Transparency {
+  const char* hint = "flatten it onto a background";
+  std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is refused
+};
 
 class PageReader {
  public:
@@ -35,7 +50,7 @@ class PageReader {
 };
 
 // The next page of the stream, or null after the last. A stream without pages is an error.
-std::unique_ptr<PageReader> nextPage(Input& in);
+std::unique_ptr<PageReader> nextPage(Input& in, const Transparency& transparency = {});
 
 class PageWriter {
  public:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -69,6 +70,24 @@ class Tokens {
   int last_ = 0;
 };
 
+// As many numbers between separators.
+Value readSeparated(const Parameter& parameter, const std::string& text, char separator,
+                    std::size_t count) {
+  const std::string option = optionName(parameter);
+  Value value;
+  for (std::size_t start = 0; value.size() < count;) {
+    const bool isLast = value.size() + 1 == count;
+    const std::size_t end = isLast ? text.size() : text.find(separator, start);
+    if (end == std::string::npos) {
+      fail(ExitCode::usage, option, ": '", text, "' is too short; expected ", parameter.argument);
+    }
+    value.push_back(
+        parseNumber(option, text.substr(start, end - start), parameter.low, parameter.high));
+    start = end + 1;
+  }
+  return value;
+}
+
 }  // namespace
 
 std::string optionName(const Parameter& parameter) { return join("--", parameter.name); }
@@ -97,19 +116,25 @@ std::size_t parseChoice(const std::string& option, const std::string& text,
 Value readNumbers(const Parameter& parameter, const std::string& text) {
   const std::string names = parameter.argument != nullptr ? parameter.argument : "";
   const auto count = static_cast<std::size_t>(std::ranges::count(names, ',')) + 1;
-  Value value;
-  for (std::size_t start = 0; value.size() < count;) {
-    const bool isLast = value.size() + 1 == count;
-    const std::size_t end = isLast ? text.size() : text.find(',', start);
-    if (end == std::string::npos) {
-      fail(ExitCode::usage, optionName(parameter), ": '", text, "' is too short; expected ", names);
-    }
-    value.push_back(parseNumber(optionName(parameter), text.substr(start, end - start),
-                                parameter.low, parameter.high));
-    start = end + 1;
-  }
-  return value;
+  return readSeparated(parameter, text, ',', count);
 }
+
+Value readSize(const Parameter& parameter, const std::string& text) {
+  return readSeparated(parameter, text, 'x', 2);
+}
+
+Value readTenths(const Parameter& parameter, const std::string& text) {
+  const std::string option = optionName(parameter);
+  const auto tenths = [](std::int64_t v) { return static_cast<double>(v) / 10; };
+  const double value = parseDecimal(option, text, tenths(parameter.low), tenths(parameter.high));
+  const std::int64_t nearest = std::llround(value * 10);
+  if (tenths(nearest) != value) {
+    fail(ExitCode::usage, option, ": '", text, "' has more than one decimal");
+  }
+  return {nearest};
+}
+
+Value readText(const Parameter&, const std::string& text) { return {text.begin(), text.end()}; }
 
 Value readChoice(const Parameter& parameter, const std::string& text) {
   const std::size_t place = parseChoice(optionName(parameter), text, parameter.argument);

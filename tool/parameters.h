@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// The numbers that a parameter stands for; none when it was not given and has no default.
+// The numbers that a parameter stands for; none when it was not given and has no preset.
 using Value = std::vector<std::int64_t>;
 
 // Given as --name ARGUMENT, or as --name alone, which is --name 1, when there is no argument.
@@ -17,8 +17,9 @@ struct Parameter {
   Value (*read)(const Parameter& parameter, const std::string& text);
   std::int64_t low;  // of every number of the value
   std::int64_t high;
-  const char* preset;  // the argument that stands for none; null: one must be given
+  const char* preset;  // the argument that stands for none; "": none is needed; null: one is
   const char* help;
+  bool operand = false;  // of the first parameter: it may be given as an operand before IN
 };
 
 std::string optionName(const Parameter& parameter);
@@ -34,6 +35,12 @@ std::size_t parseChoice(const std::string& option, const std::string& text,
 
 // Readers for the table. As many numbers as the argument has names between commas: "N", "R,G,B".
 Value readNumbers(const Parameter& parameter, const std::string& text);
+// Two numbers: "WxH".
+Value readSize(const Parameter& parameter, const std::string& text);
+// Ten times a decimal number with at most one decimal.
+Value readTenths(const Parameter& parameter, const std::string& text);
+// The bytes of the text.
+Value readText(const Parameter& parameter, const std::string& text);
 // The place of the text among the words of the argument.
 Value readChoice(const Parameter& parameter, const std::string& text);
 

@@ -51,8 +51,9 @@ void setLimits(png_structp png) {
 
 class PngReader final : public PageReader {
  public:
-  explicit PngReader(Input& in)
+  PngReader(Input& in, const Transparency& transparency)
       : in_(in),
+        transparency_(transparency),
         png_(png_create_read_struct(PNG_LIBPNG_VER_STRING, &fault_, onError, onWarning)),
         info_(png_ != nullptr ? png_create_info_struct(png_) : nullptr) {
     if (info_ == nullptr) throw std::bad_alloc();
@@ -66,15 +67,19 @@ class PngReader final : public PageReader {
   void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
  private:
+  bool hasTransparency() const;
   void refuseUnsupported() const;
+  void flatten(std::uint8_t* line) const;
   [[noreturn]] void failRead() const;
 
   Input& in_;
+  Transparency transparency_;
   Fault fault_;
   png_structp png_;
   png_infop info_;
   PageHead head_ = {};
   std::uint32_t done_ = 0;
+  std::unique_ptr<std::uint8_t[]> transparent_;  // one line with alpha; null where there is none
 };
 
 void PngReader::readHead() {
@@ -91,10 +96,15 @@ void PngReader::readHead() {
   const bool colour = (png_get_color_type(png_, info_) & PNG_COLOR_MASK_COLOR) != 0;
   head_ =
       checkedHead(in_, png_get_image_width(png_, info_), png_get_image_height(png_, info_), colour);
-  const bool prepared = guarded(png_, [this] {
+  std::size_t lineBytes = head_.lineBytes();
+  if (hasTransparency()) {
+    lineBytes += head_.width;
+    transparent_ = std::make_unique_for_overwrite<std::uint8_t[]>(lineBytes);
+  }
+  const bool prepared = guarded(png_, [this, lineBytes] {
     png_set_expand(png_);
     png_read_update_info(png_, info_);
-    if (png_get_rowbytes(png_, info_) != head_.lineBytes()) png_error(png_, "unexpected row size");
+    if (png_get_rowbytes(png_, info_) != lineBytes) png_error(png_, "unexpected row size");
   });
   if (!prepared) failRead();
 }
@@ -107,16 +117,36 @@ void PngReader::refuseUnsupported() const {
     refuse("interlaced PNG", "save it without interlacing");
   }
   if (png_get_bit_depth(png_, info_) == 16) refuse("16-bit PNG", "reduce it to 8 bits a sample");
-  const bool hasAlpha = (png_get_color_type(png_, info_) & PNG_COLOR_MASK_ALPHA) != 0;
-  if (hasAlpha || png_get_valid(png_, info_, PNG_INFO_tRNS) != 0) {
-    refuse("PNG with transparency", "flatten it onto a background");
+  if (hasTransparency() && !transparency_.background) {
+    refuse("PNG with transparency", transparency_.hint);
+  }
+}
+
+bool PngReader::hasTransparency() const {
+  return (png_get_color_type(png_, info_) & PNG_COLOR_MASK_ALPHA) != 0 ||
+         png_get_valid(png_, info_, PNG_INFO_tRNS) != 0;
+}
+
+// Composites the line with alpha onto the background, rounded to nearest.
+void PngReader::flatten(std::uint8_t* line) const {
+  const std::uint8_t* from = transparent_.get();
+  const unsigned background = *transparency_.background;
+  const std::size_t components = head_.colour ? 3 : 1;
+  for (std::uint32_t x = 0; x < head_.width; ++x, ++from) {
+    const unsigned alpha = from[components];
+    for (std::size_t c = 0; c < components; ++c) {
+      const unsigned sum = *from++ * alpha + background * (255 - alpha);
+      *line++ = static_cast<std::uint8_t>((sum + 127) / 255);
+    }
   }
 }
 
 void PngReader::readLines(std::uint8_t* lines, std::uint32_t count) {
   const bool read = guarded(png_, [&] {
     for (std::uint32_t i = 0; i < count; ++i, ++done_) {
-      png_read_row(png_, lines + i * head_.lineBytes(), nullptr);
+      std::uint8_t* const line = lines + i * head_.lineBytes();
+      png_read_row(png_, transparent_ ? transparent_.get() : line, nullptr);
+      if (transparent_) flatten(line);
     }
     if (done_ == head_.height) png_read_end(png_, nullptr);
   });
@@ -187,8 +217,8 @@ void PngWriter::check(bool written) const {
 
 }  // namespace
 
-std::unique_ptr<PageReader> makePngReader(Input& in) {
-  auto reader = std::make_unique<PngReader>(in);
+std::unique_ptr<PageReader> makePngReader(Input& in, const Transparency& transparency) {
+  auto reader = std::make_unique<PngReader>(in, transparency);
   reader->readHead();
   return reader;
 }

@@ -8,7 +8,7 @@
 
 inline constexpr int pngFirstByte = 0x89;
 
-std::unique_ptr<PageReader> makePngReader(Input& in);
+std::unique_ptr<PageReader> makePngReader(Input& in, const Transparency& transparency);
 std::unique_ptr<PageWriter> makePngWriter(Output& out);
 
 #endif

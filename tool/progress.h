@@ -20,6 +20,14 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  // A line that stays.
+  void announce(std::uint64_t page, std::uint32_t width, std::uint32_t height) {
+    if (!on_) return;
+    std::fprintf(stderr, "%spage %llu: output of %lu x %lu pixels\n", shown_ ? "\r" : "",
+                 static_cast<unsigned long long>(page), static_cast<unsigned long>(width),
+                 static_cast<unsigned long>(height));
+  }
+
   void show(std::uint64_t page, std::uint64_t done, std::uint64_t height) {
     const auto percent = static_cast<int>(done * 100 / height);
     if (!on_ || (page == page_ && percent == percent_)) return;

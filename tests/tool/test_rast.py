@@ -1,5 +1,6 @@
 """End-to-end tests of the rast command; the environment variable RAST names the binary."""
 
+import itertools
 import math
 import os
 import random
@@ -94,6 +95,14 @@ class RastTest(unittest.TestCase):
         path.write_bytes(content)
         return path
 
+    def aside(self, name, content):
+        """A file in a folder of its own."""
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        path = Path(folder.name) / name
+        path.write_bytes(content)
+        return path
+
     def run_rast(self, *arguments, **options):
         options.setdefault("stdin" if "input" not in options else "input", subprocess.DEVNULL)
         options.setdefault("stdout", subprocess.PIPE)
@@ -113,6 +122,11 @@ class RastTest(unittest.TestCase):
         self.assertRegex(text, r"\Arast: [^\n]+\n\Z")
         for word in words:
             self.assertIn(word, text)
+
+    def assert_same(self, actual, expected):
+        """Without the comparison that assertEqual prints, which takes minutes for pages."""
+        alike = len(os.path.commonprefix([actual, expected]))
+        self.assertTrue(actual == expected, f"differs from byte {alike} on")
 
     def refuse(self, content, code, *words, operation="expgamma", arguments=()):
         """Refused with the code, the words in its message, and an existing output left alone."""
@@ -199,9 +213,9 @@ class Curve(RastTest):
         for lines in (1, 7, 64, 1000, 65536):
             with self.subTest(lines):
                 done = self.curve_of(pgm(13, 150, gray), "--band", lines)
-                self.assertEqual(done, pgm(13, 150, curve(gray)))
+                self.assert_same(done, pgm(13, 150, curve(gray)))
                 done = self.curve_of(ppm(13, 150, rgb), "--gray", "--band", lines)
-                self.assertEqual(done, pgm(13, 150, curve(luma(rgb))))
+                self.assert_same(done, pgm(13, 150, curve(luma(rgb))))
                 done = self.curve_of(pgm(13, 150, gray), "--format", "png", "--band", lines)
                 self.assertEqual(decode_gray_png(done), (13, 150, curve(gray)))
 
@@ -387,25 +401,25 @@ class Files(RastTest):
     def test_names(self):
         for name in ("out.pgm", "out.ppm", "out.pnm", "out", "x" * 250 + ".pgm"):
             self.assertEqual(self.apply(self.source, self.folder / name).returncode, DONE)
-            self.assertEqual((self.folder / name).read_bytes(), self.expected)
+            self.assert_same((self.folder / name).read_bytes(), self.expected)
         self.assertEqual(self.apply("in.pgm", "here.pgm", cwd=self.folder).returncode, DONE)
-        self.assertEqual((self.folder / "here.pgm").read_bytes(), self.expected)
-        self.assertEqual(self.apply(self.source, "-").stdout, self.expected)
+        self.assert_same((self.folder / "here.pgm").read_bytes(), self.expected)
+        self.assert_same(self.apply(self.source, "-").stdout, self.expected)
         content = self.source.read_bytes()
         self.assertEqual(self.apply("-", self.folder / "out.pgm", input=content).stdout, b"")
-        self.assertEqual((self.folder / "out.pgm").read_bytes(), self.expected)
+        self.assert_same((self.folder / "out.pgm").read_bytes(), self.expected)
         self.assertFalse([name for name in os.listdir(self.folder) if name.startswith(".")])
 
     def test_in_place(self):
         self.assertEqual(self.apply(self.source, self.source).returncode, DONE)
-        self.assertEqual(self.source.read_bytes(), self.expected)
+        self.assert_same(self.source.read_bytes(), self.expected)
 
     def test_link_is_followed(self):
         link = self.folder / "link.pgm"
         link.symlink_to("in.pgm")
         self.assertEqual(self.apply(link, link).returncode, DONE)
         self.assertTrue(link.is_symlink())
-        self.assertEqual(self.source.read_bytes(), self.expected)
+        self.assert_same(self.source.read_bytes(), self.expected)
         link.unlink()
         link.symlink_to("nowhere.pgm")
         self.assert_fails(self.apply(self.source, link), OUTPUT, str(link), "symbolic link")
@@ -446,7 +460,7 @@ class Files(RastTest):
         command = f"'{RAST}' expgamma {' '.join(PARAMETERS)} '{self.source}'"
         shell = lambda line: subprocess.run(["sh", "-c", line], check=False).returncode
         self.assertEqual(shell(f"{command} '{target}' <&- >&- 2>&-"), DONE)
-        self.assertEqual(target.read_bytes(), self.expected)
+        self.assert_same(target.read_bytes(), self.expected)
         self.assertEqual(shell(f"{command} >&- 2>/dev/null"), OUTPUT)
         self.assertEqual(shell(f"'{RAST}' expgamma <&- 2>/dev/null"), RUN_TIME)
 
@@ -455,10 +469,10 @@ class Files(RastTest):
         os.mkfifo(fifo)
         with subprocess.Popen(["cat", fifo], stdout=subprocess.PIPE) as cat:
             self.assertEqual(self.apply(self.source, fifo).returncode, DONE)
-            self.assertEqual(cat.communicate()[0], self.expected)
+            self.assert_same(cat.communicate()[0], self.expected)
         self.assertTrue(fifo.is_fifo())
         self.assertEqual(self.apply(self.source, "/dev/null").returncode, DONE)
-        self.assertEqual(self.apply(self.source, "/dev/stdout").stdout, self.expected)
+        self.assert_same(self.apply(self.source, "/dev/stdout").stdout, self.expected)
 
     def test_file_size_limit(self):
         done = subprocess.run(
@@ -497,13 +511,31 @@ class Files(RastTest):
         for more in ((), ("--quiet",), ("--progress", "--quiet")):
             self.assertEqual(self.apply(*more, input=pages).stderr, b"")
         done = self.apply("--progress", input=pages)
-        self.assertEqual((done.returncode, done.stdout), (DONE, self.expected * 2))
+        self.assertEqual(done.returncode, DONE)
+        self.assert_same(done.stdout, self.expected * 2)
         for words in (b"\rpage 1:  32%\r", b"\rpage 1: 100%\r", b"\rpage 2: 100%\r"):
             self.assertIn(words, done.stderr)
         self.assertRegex(done.stderr, rb"\r +\r\Z")
         self.assertNotIn(b"\n", done.stderr)
         done = self.apply("--progress", input=pages[:-1])
         self.assertRegex(done.stderr, rb"\r +\rrast: [^\r\n]+ page 2, line 200: [^\r\n]+\n\Z")
+
+
+def lines_of(components, width, height, samples):
+    """Lists of pixels, which are tuples."""
+    pixels = list(zip(*[iter(samples)] * components))
+    return [pixels[y * width : (y + 1) * width] for y in range(height)]
+
+
+def image_of(lines):
+    write = pgm if len(lines[0][0]) == 1 else ppm
+    samples = bytes(itertools.chain.from_iterable(itertools.chain.from_iterable(lines)))
+    return write(len(lines[0]), len(lines), samples)
+
+
+def random_lines(components, width, height, seed=7):
+    samples = random.Random(seed).randbytes(width * height * components)
+    return lines_of(components, width, height, samples)
 
 
 def clamp(value):
@@ -585,27 +617,23 @@ class Operation(RastTest):
             samples[-1] = 0
             yield width, height, bytes(samples)
 
-    def assert_same(self, actual, expected):
-        """Without the comparison that assertEqual prints, which takes minutes for pages."""
-        alike = len(os.path.commonprefix([actual, expected]))
-        self.assertTrue(actual == expected, f"differs from byte {alike} on")
-
     def apply(self, *arguments, page):
         done = self.run_rast(*arguments, input=page)
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))
         return done.stdout
 
-    def check(self, model, *arguments, kinds=(1, 3), stderr=rb"\A\Z"):
+    def check(self, model, *arguments, **more):
+        self.check_pages(lambda lines: [model(line) for line in lines], *arguments, **more)
+
+    def check_pages(self, model, *arguments, kinds=(1, 3), stderr=rb"\A\Z", bands=(1, 7, 64)):
+        """The model makes lines of lines."""
         for components in kinds:
-            write = pgm if components == 1 else ppm
             stream, expected = b"", b""
-            for width, height, samples in self.pages(components):
-                stream += write(width, height, samples)
-                pixels = list(zip(*[iter(samples)] * components))
-                lines = [model(pixels[y * width : (y + 1) * width]) for y in range(height)]
-                out = bytes(sample for line in lines for pixel in line for sample in pixel)
-                expected += write(width, height, out)
-            for band in (1, 7, 64):
+            for page in self.pages(components):
+                lines = lines_of(components, *page)
+                stream += image_of(lines)
+                expected += image_of(model(lines))
+            for band in bands:
                 with self.subTest(arguments=arguments, components=components, band=band):
                     done = self.run_rast(*arguments, "--band", band, input=stream)
                     self.assertEqual(done.returncode, DONE, done.stderr)
@@ -627,6 +655,7 @@ class EveryOperation(Operation):
     def test_list(self):
         names = [name for name, _ in self.operations()]
         expected = ["expgamma", "colgamma", "binconv", "satadjust", "hueadjust", "colbalance"]
+        expected += ["overlay", "overlayrgb", "rotate", "zoom", "shift"]
         self.assertEqual(names, expected)
 
     def test_help_and_its_example(self):
@@ -636,6 +665,8 @@ class EveryOperation(Operation):
         path = {"PATH": f"{command.parent}:{os.environ['PATH']}"}
         self.file("in.pgm", pgm(9, 5, ramp(45)))
         self.file("in.ppm", ppm(9, 5, ramp(135)))
+        self.file("logo.ppm", ppm(4, 3, ramp(36)[::-1]))
+        sizes = {"rotate": b"5 9", "zoom": b"5 3"}
         for name, _ in self.operations():
             with self.subTest(name):
                 done = self.run_rast(name, "--help")
@@ -643,22 +674,24 @@ class EveryOperation(Operation):
                 text = done.stdout.decode()
                 self.assertLessEqual(max(map(len, text.splitlines())), 100)
                 example = re.search(r"^Example:\n  (rast .*)$", text, re.MULTILINE)[1]
-                self.assertTrue(example.startswith(f"rast {name} --"))
+                self.assertTrue(example.startswith(f"rast {name} "))
                 target = self.folder / shlex.split(example)[-1]
                 done = subprocess.run(
                     example, shell=True, cwd=self.folder, env=os.environ | path, check=False,
                     stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                 )
                 self.assertEqual((done.returncode, done.stdout), (DONE, b""))
-                self.assertRegex(target.read_bytes(), rb"\AP[56]\n9 5\n255\n")
+                size = sizes.get(name, b"9 5")
+                self.assertRegex(target.read_bytes(), rb"\AP[56]\n%s\n255\n" % size)
                 self.assertNotEqual(target.read_bytes(), target.with_stem("in").read_bytes())
                 target.unlink()
 
     def test_colour_operations_refuse_gray(self):
+        logo = self.aside("logo.ppm", ppm(1, 1, b"rgb"))
         for name, takes in self.operations():
             if takes != "colour":
                 continue
-            more = ["--mode", "raise"] if name == "satadjust" else []
+            more = {"satadjust": ["--mode", "raise"], "overlayrgb": ["--with", logo]}.get(name, [])
             gray, words = pgm(1, 1, b"a"), (name, "colour pages only", "is gray")
             for content, page in ((gray, 1), (ppm(1, 1, b"rgb") + gray, 2)):
                 self.refuse(
@@ -669,7 +702,10 @@ class EveryOperation(Operation):
             self.assertNotIn(b"--gray", self.run_rast(name, "--help").stdout)
 
     def test_required_parameters(self):
-        for name, option in (("colgamma", "--curve"), ("satadjust", "--mode")):
+        for name, option in (
+            ("colgamma", "--curve"), ("satadjust", "--mode"), ("overlay", "--with"),
+            ("overlayrgb", "--with"), ("rotate", "--turn"),
+        ):
             self.assert_fails(self.run_rast(name), USAGE, option, "missing", f"rast help {name}")
 
     def test_close_names(self):
@@ -897,6 +933,430 @@ class ColBalance(Operation):
             done = self.run_rast("colbalance", "--level", value)
             self.assert_fails(done, USAGE, "--level", "0..11")
         self.refuse_values("colbalance", "level", ("5,5,5", "R,G,B,GREY"), ("", "R,G,B,GREY"))
+
+
+class Canvas:
+    """Where page and overlay lie in an output page, and which one covers a place."""
+
+    def __init__(self, page, overlay, at, base, size=None):
+        self.page, self.overlay, self.at, self.base = page, overlay, at, base
+        self.width, self.height = size or (len(page[0]), len(page))
+        self.top = min(base[0], at[1])
+
+    @staticmethod
+    def holds(image, corner, x, y):
+        in_columns = corner[0] <= x < corner[0] + len(image[0])
+        return in_columns and corner[1] <= y < corner[1] + len(image)
+
+    def compose(self, background, pixel):
+        """The pixel by what covers it: page, overlay, x, y."""
+        nothing = (background,) * len(self.page[0][0])
+        out = [[nothing] * self.width for _ in range(self.height)]
+        for y in range(self.top, self.height):
+            for x in range(self.width):
+                in_page = self.holds(self.page, self.base, x, y)
+                in_overlay = self.holds(self.overlay, self.at, x, y)
+                if in_page or in_overlay:
+                    out[y][x] = pixel(in_page, in_overlay, x, y)
+        return out
+
+
+def overlay_model(canvas, mode, density, background):
+    components = len(canvas.page[0][0])
+    scale, threshold = (density * 256 + 50) // 100, (16, 0, 1)[mode]
+
+    def pixel_of(image, corner, x, y):
+        width = len(image[0])
+        line = y - max(canvas.top, corner[1])
+        cut = min(width, max(0, corner[0] + width - canvas.width)) if components == 1 else 0
+        place = line * (width - cut) + x - corner[0]
+        return image[place // width][place % width]
+
+    def pixel(in_page, in_overlay, x, y):
+        below = pixel_of(canvas.page, canvas.base, x, y) if in_page else (0,) * components
+        if not in_overlay:
+            return below
+        over = tuple(v * scale >> 8 for v in pixel_of(canvas.overlay, canvas.at, x, y))
+        if max(over) < threshold:
+            return below
+        return tuple(map(max, over, below)) if mode == 1 else over
+
+    return canvas.compose(background, pixel)
+
+
+def crossing_model(canvas, background):
+    rest = itertools.repeat((background,) * 3)
+    page = itertools.chain(itertools.chain.from_iterable(canvas.page), rest)
+    overlay = itertools.chain(itertools.chain.from_iterable(canvas.overlay), rest)
+    shown = [next(overlay)]  # the overlay's next pixel
+
+    def pixel(in_page, in_overlay, *_):
+        taken = shown[0]
+        if in_overlay:
+            passed = next(page)
+            return taken if in_page else passed
+        shown[0] = next(overlay)
+        return taken
+
+    return canvas.compose(background, pixel)
+
+
+class Placed(Operation):
+    """Base: page sizes, overlay sizes and places that cut, miss, and lie beyond the first line."""
+
+    PLACES = (
+        # page, overlay, at, base, size
+        ((20, 15), (6, 4), (3, 2), (0, 0), None),
+        ((20, 15), (6, 4), (17, 13), (0, 0), None),  # cut on the right and below
+        ((20, 15), (6, 40), (17, 0), (0, 3), (21, 30)),
+        ((20, 15), (30, 20), (2, 1), (4, 3), (25, 17)),  # both cut
+        ((20, 15), (6, 4), (9, 9), (5, 0), (40, 25)),  # begins at line 5
+        ((20, 15), (6, 4), (0, 7), (9, 1), (40, 25)),  # begins at line 7
+        ((5, 5), (5, 5), (8, 8), (0, 0), (16, 16)),
+        ((5, 5), (7, 7), (0, 0), (1, 1), (8, 9)),
+        ((5, 5), (3, 3), (90, 0), (0, 0), (6, 6)),  # the overlay beyond the right edge
+        ((5, 5), (3, 3), (0, 0), (90, 90), (6, 6)),
+        ((1, 1), (1, 1), (0, 0), (0, 0), (1, 1)),
+    )
+
+    def check_place(self, operation, components, place, expected_of, *arguments):
+        (width, height), overlay_size, at, base, size = place
+        page = random_lines(components, width, height, 1)
+        overlay = random_lines(components, *overlay_size, 2)
+        for line in overlay:
+            line[0] = (0,) * components
+            line[-1] = (17, 16, 15)[:components]
+        path = self.file("logo", image_of(overlay))
+        more = ["--size", f"{size[0]}x{size[1]}"] if size else []
+        with self.subTest(components=components, place=place, arguments=arguments):
+            out = self.apply(
+                operation, "--with", path, "--at", f"{at[0]},{at[1]}", "--base",
+                f"{base[0]},{base[1]}", *more, *arguments, page=image_of(page) * 2,
+            )
+            expected = image_of(expected_of(Canvas(page, overlay, at, base, size)))
+            self.assert_same(out, expected * 2)
+
+    def check_refusals(self, operation):
+        page, logo = ppm(4, 3, ramp(36)), self.aside("logo.ppm", ppm(2, 2, ramp(12)))
+        for more, words in (
+            (["--at", "4,0", "--base", "4,0"], ["column 4", "4 columns"]),
+            (["--at", "0,3", "--base", "3,0"], ["line 3", "3 lines"]),
+            (["--at", "1,1", "--base", "1,1", "--size", "1x9"], ["column 1", "1 columns"]),
+            (["--at", "1,1", "--base", "1,1", "--size", "9x1"], ["line 1", "1 lines"]),
+            (["--at", "2147483647,0"], ["the overlay", "2147483647"]),
+            (["--at", "0,2147483646"], ["the overlay", "2147483647"]),
+            (["--base", "2147483644,0"], ["the page", "2147483647"]),
+            (["--base", "0,2147483645"], ["the page", "2147483647"]),
+        ):
+            with self.subTest(more):
+                arguments = ["--with", logo, *more]
+                self.refuse(
+                    page, USAGE, "page 1", *words, operation=operation, arguments=arguments
+                )
+        for size, code, words in (
+            ("200000000x1", MEMORY, ["268435456"]), ("50000x50000", UNSUPPORTED, ["too large"])
+        ):
+            arguments = ["--with", logo, "--size", size]
+            self.refuse(page, code, *words, operation=operation, arguments=arguments)
+        for size in ("0x1", "1x0", "2147483648x1", "-1x5", "5", "5x", "x", "5,5", "5x5x5", ""):
+            done = self.run_rast(operation, "--with", logo, "--size", size)
+            self.assert_fails(done, USAGE, "--size", "1..2147483647" if "x" in size else "WxH")
+        for option in ("--at", "--base"):
+            for value, word in (("-1,0", "'-1'"), ("0,-1", "'-1'"), ("1", "X,Y"), ("1;1", "X,Y")):
+                self.assert_fails(self.run_rast(operation, option, value), USAGE, option, word)
+        self.refuse_values(operation, "flatten", ("gray", "black or white"))
+
+
+class Overlay(Placed):
+    def test_places(self):
+        for place in self.PLACES:
+            for components in (1, 3):
+                model = lambda canvas: overlay_model(canvas, 0, 100, 0)
+                self.check_place("overlay", components, place, model)
+        for components in (1, 3):
+            model = lambda canvas: overlay_model(canvas, 1, 100, 255)
+            more = ("--mode", "max", "--white")
+            self.check_place("overlay", components, self.PLACES[3], model, *more)
+
+    def test_modes_and_densities(self):
+        for mode, name in enumerate(("replace", "max", "ink")):
+            for density in (10, 33, 99, 100):
+                for components in (1, 3):
+                    model = lambda canvas: overlay_model(canvas, mode, density, 255)
+                    more = ("--mode", name, "--density", density, "--white")
+                    self.check_place("overlay", components, self.PLACES[4], model, *more)
+
+    def test_gray_drifts_where_cut(self):
+        page, logo = pgm(4, 3, bytes(12)), self.file("logo", pgm(3, 3, b"abcdefghi"))
+        out = self.apply("overlay", "--with", logo, "--at", "2,0", "--base", "0,0", page=page)
+        self.assertEqual(out, pgm(4, 3, b"\0\0ab\0\0cd\0\0ef"))
+
+    def test_refusals(self):
+        self.check_refusals("overlay")
+        gray, colour = pgm(1, 1, b"a"), ppm(1, 1, b"rgb")
+        for page, overlay, word in ((gray, colour, "page is gray"), (colour, gray, "is colour")):
+            logo = self.aside("logo", overlay)
+            more = ["--with", logo]
+            self.refuse(page, UNSUPPORTED, str(logo), word, operation="overlay", arguments=more)
+        self.refuse_values("overlay", "density", (9, "10..100"), (101, "10..100"))
+        self.refuse_values("overlay", "mode", ("min", "replace or max or ink"))
+
+    def test_files_that_are_refused(self):
+        page = pgm(1, 1, b"a")
+        for content, code, word in (
+            (b"", DAMAGED, "empty"), (b"GIF", UNSUPPORTED, "PGM"), (page[:-1], DAMAGED, "line 1"),
+            (page * 2, UNSUPPORTED, "several pages"), (page + b"x", DAMAGED, "not an image"),
+        ):
+            logo = self.aside("logo", content)
+            target = self.folder / "out.pgm"
+            done = self.run_rast("overlay", "--with", logo, "-", target, input=page)
+            self.assert_fails(done, code, str(logo), word)
+        done = self.run_rast("overlay", "--with", self.folder / "missing", input=page)
+        self.assert_fails(done, RUN_TIME, "missing", "cannot be opened")
+        self.assert_fails(self.run_rast("overlay", "--with", "-", input=page), USAGE, "--with")
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_transparency(self):
+        alphas = range(0, 256, 5)
+        values = [(37 * a + 11) % 256 for a in alphas]
+        count = len(values)
+        gray = b"".join(bytes((v, a)) for v, a in zip(values, alphas))
+        rgb = b"".join(bytes((v, 255 - v, 7, a)) for v, a in zip(values, alphas))
+        for name, ground in (("black", 0), ("white", 255)):
+            onto = lambda v, a: math.floor((v * a + ground * (255 - a)) / 255 + 0.5)
+            flat = bytes(map(onto, values, alphas))
+            colours = bytes(
+                onto(c, a) for v, a in zip(values, alphas) for c in (v, 255 - v, 7)
+            )
+            for image, page, expected in (
+                (png(count, 1, 8, 4, [gray]), pgm(count, 1, bytes(count)), pgm(count, 1, flat)),
+                (png(count, 1, 8, 6, [rgb]), ppm(count, 1, bytes(3 * count)),
+                 ppm(count, 1, colours)),
+            ):
+                logo = self.aside("logo.png", image)
+                more = ("--with", logo, "--mode", "max")
+                out = self.apply("overlay", *more, "--flatten", name, page=page)
+                self.assert_same(out, expected)
+                done = self.run_rast("overlay", *more, input=page)
+                self.assert_fails(done, UNSUPPORTED, str(logo), "transparency", "--flatten")
+        keyed = png(2, 1, 8, 0, [b"ab"], before=chunk(b"tRNS", b"\0a"))
+        more = ("--with", self.aside("keyed.png", keyed), "--flatten", "white")
+        out = self.apply("overlay", *more, page=pgm(2, 1, b"xy"))
+        self.assertEqual(out, pgm(2, 1, b"\xffb"))
+
+    def test_size_is_announced(self):
+        logo, page = self.aside("logo", pgm(1, 1, b"a")), pgm(3, 2, b"abcdef")
+        more = ("--with", logo, "--size", "7x5", "--progress")
+        done = self.run_rast("overlay", *more, input=page * 2)
+        self.assertEqual(done.returncode, DONE)
+        for number in (1, 2):
+            self.assertIn(b"page %d: output of 7 x 5 pixels\n" % number, done.stderr)
+        done = self.run_rast("overlay", *more, input=page[:-1])
+        self.assertIn(b"output of 7 x 5 pixels\n", done.stderr)  # before the pixels that miss
+
+
+class OverlayRgb(Placed):
+    def test_places(self):
+        for place in self.PLACES:
+            model = lambda canvas: crossing_model(canvas, 0)
+            self.check_place("overlayrgb", 3, place, model)
+            model = lambda canvas: crossing_model(canvas, 255)
+            self.check_place("overlayrgb", 3, place, model, "--white")
+
+    def test_runs_that_grow(self):
+        """The one overlay serves pages that take more and more of it."""
+        overlay = random_lines(3, 3, 3, 5)
+        logo, pages = self.aside("logo", image_of(overlay)), [(2, 2), (70, 90), (9, 9), (200, 100)]
+        stream = [random_lines(3, *size) for size in pages]
+        out = self.apply("overlayrgb", "--with", logo, page=b"".join(map(image_of, stream)))
+        models = [crossing_model(Canvas(page, overlay, (0, 0), (0, 0)), 0) for page in stream]
+        self.assert_same(out, b"".join(map(image_of, models)))
+
+    def test_refusals(self):
+        self.check_refusals("overlayrgb")
+        logo = self.aside("logo", pgm(1, 1, b"a"))
+        more = ["--with", logo]
+        self.refuse(
+            ppm(1, 1, b"rgb"), UNSUPPORTED, "is colour", str(logo), operation="overlayrgb",
+            arguments=more,
+        )
+
+
+class Rotate(Operation):
+    SIZES = ((5, 1), (4, 127), (3, 128), (70, 129), (2, 300), (130, 3), (1, 1))
+
+    def test_turns(self):
+        clockwise = lambda lines: list(zip(*lines[::-1]))
+        counter = lambda lines: list(zip(*lines))[::-1]
+        self.check_pages(clockwise, "rotate", "cw")
+        self.check_pages(counter, "rotate", "ccw")
+        self.check_pages(counter, "rotate", "--turn", "ccw", bands=[64])
+        self.check_pages(clockwise, "rotate", "--turn=cw", bands=[65536])
+
+    def test_gray_option(self):
+        out = self.apply("rotate", "cw", "--gray", page=ppm(2, 1, b"abcdef"))
+        self.assertEqual(out, pgm(1, 2, luma(b"abcdef")))
+
+    def test_operands(self):
+        page = self.file("in.pgm", pgm(2, 1, b"ab"))
+        for arguments in (
+            ["cw", page, "out.pgm"], ["--turn", "cw", page, "out.pgm"],
+            [page, "out.pgm", "--turn=cw"], ["-b1", "cw", page, "out.pgm"],
+        ):
+            with self.subTest(arguments):
+                done = self.run_rast("rotate", *arguments, cwd=self.folder)
+                self.assertEqual((done.returncode, done.stdout), (DONE, b""), done.stderr)
+                self.assertEqual((self.folder / "out.pgm").read_bytes(), pgm(1, 2, b"ab"))
+        for arguments in (["in.pgm"], ["--turn", "left"]):
+            self.assert_fails(self.run_rast("rotate", *arguments), USAGE, "--turn", "cw or ccw")
+        self.assert_fails(self.run_rast("rotate", "cw", "a", "b", "c"), USAGE, "'c'")
+
+    def test_sizes(self):
+        self.refuse(b"P5 1 134217729 255\n", MEMORY, "output", operation="rotate",
+                    arguments=["cw"])
+        self.refuse(b"P5 50000 50000 255\n", UNSUPPORTED, "too large", operation="rotate",
+                    arguments=["cw"])
+        self.refuse(b"P5 40000 40000 255\n", DAMAGED, "line 1", operation="rotate",
+                    arguments=["cw"])
+
+    def test_temporary_files(self):
+        page = pgm(3, 2, b"abcdef")
+        for folder, word in (("/nonexistent", "No such file"), ("/proc", "")):
+            done = self.run_rast(
+                "rotate", "cw", input=page, env=os.environ | {"TMPDIR": folder}
+            )
+            self.assert_fails(done, RUN_TIME, folder, "temporary file", "TMPDIR", word)
+            self.assertEqual(done.stdout, b"")
+        here = os.environ | {"TMPDIR": str(self.folder)}
+        done = self.run_rast("rotate", "cw", input=page * 3, env=here)
+        self.assertEqual((done.returncode, os.listdir(self.folder)), (DONE, []))
+        done = subprocess.run(
+            ["sh", "-c", f"ulimit -f 1; exec '{RAST}' rotate cw"], input=pgm(999, 99, bytes(98901)),
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
+        )
+        self.assert_fails(done, RUN_TIME, "temporary file", "File too large")
+
+    def test_progress(self):
+        done = self.run_rast("rotate", "cw", "-p", "-b1", input=pgm(2, 2, b"abcd"))
+        expected = [b"page 1: output of 2 x 2 pixels\n"]
+        expected += [b"page 1: %3d%%" % n for n in (25, 50, 75, 100)]
+        self.assertEqual(done.stderr.split(b"\r")[:-2], expected)
+
+
+def reduced(values, ratio):
+    out, progress, count, before = [], 0, 0, 0
+    for value in values:
+        count, progress = count + 1, progress + ratio
+        if progress >= 1000:
+            out.append((before + value) // count % 256)
+            count, progress = 0, progress - 1000
+        else:
+            before = value if count == 1 else (before + value) % 65536
+    return out + [before // count % 256] if count else out
+
+
+def zoom_model(ratio_x, ratio_y):
+    def each(values, ratio):
+        """Of tuples, component by component."""
+        return list(zip(*(reduced(component, ratio) for component in zip(*values))))
+
+    def model(lines):
+        columns = [each(column, ratio_y) for column in zip(*lines)]
+        return [each(line, ratio_x) for line in zip(*columns)]
+
+    return model
+
+
+class Zoom(Operation):
+    SIZES = ((13, 70), (67, 9), (3, 2), (1, 1), (40, 133))
+
+    def test_ratios(self):
+        for x, y in ((1000, 1000), (500, 500), (333, 600), (600, 700), (700, 1), (1, 999)):
+            self.check_pages(zoom_model(x, y), "zoom", "--x", x, "--y", y)
+
+    def test_many_bands(self):
+        lines = random_lines(1, 3, 3333)
+        for ratio in (333, 999, 250):
+            for band in (1, 7, 64, 1001, 65536):
+                out = self.apply("zoom", "--y", ratio, "-b", band, page=image_of(lines))
+                self.assert_same(out, image_of(zoom_model(1000, ratio)(lines)))
+
+    def test_percent(self):
+        for percent, ratio in (("50", 500), ("33.3", 333), ("0.1", 1), ("100", 1000), (".7", 7)):
+            self.check_pages(zoom_model(ratio, ratio), "zoom", "--percent", percent, bands=[64])
+        model = zoom_model(250, 500)
+        self.check_pages(model, "zoom", "--percent", "50", "--x", "250", bands=[64])
+        self.check_pages(zoom_model(1000, 1000), "zoom", bands=[64])
+
+    def test_values(self):
+        for option in "xy":
+            self.refuse_values("zoom", option, (0, "1..1000"), (1001, "1..1000"), ("1.5", "whole"))
+        self.refuse_values(
+            "zoom", "percent", ("0", "0.1..100"), ("100.1", "0.1..100"), ("0.05", "0.1..100"),
+            ("33.33", "one decimal"), ("nan", "0.1..100"), ("5%", "no decimal number"),
+            ("", "no decimal number"),
+        )
+
+    def test_memory_cap(self):
+        page = b"P5 134300 2000 255\n"
+        self.refuse(page, MEMORY, "1000 lines", operation="zoom", arguments=["--y", "999"])
+        self.refuse(page, DAMAGED, "line 1", operation="zoom", arguments=["--y", "500"])
+
+
+def shift_model(x, y, size=None, fill=255):
+    def model(lines):
+        width, height = size or (len(lines[0]), len(lines))
+        rest = (fill,) * len(lines[0][0])
+        kept = [line[: len(line) + min(x, 0)] for line in lines[: len(lines) + min(y, 0)]]
+        out = [[rest] * max(x, 0) + line + [rest] * width for line in kept]
+        out = [[rest] * width] * max(y, 0) + out + [[rest] * width] * height
+        return [line[:width] for line in out[:height]]
+
+    return model
+
+
+class Shift(Operation):
+    SIZES = ((13, 70), (67, 9), (6, 6), (130, 5))
+
+    def test_offsets(self):
+        for x, y in ((0, 0), (3, 2), (5, 0), (0, 4), (-2, -3), (-5, 0), (-1, -4)):
+            self.check_pages(shift_model(x, y), "shift", "--x", x, "--y", y, bands=[7])
+
+    def test_sizes_and_fills(self):
+        for x, y, size in (
+            (7, 3, (150, 80)), (2, 1, (4, 3)), (-3, -2, (150, 100)), (199, 0, (200, 1)),
+        ):
+            more = ["--x", x, "--y", y, "--size", f"{size[0]}x{size[1]}"]
+            for name, fill in (("none", 0), ("black", 0), ("white", 255)):
+                model = shift_model(x, y, size, fill)
+                self.check_pages(model, "shift", *more, "--fill", name, bands=[64])
+
+    def test_refusals(self):
+        for page in (pgm(4, 3, ramp(12)), ppm(4, 3, ramp(36))):
+            for more, words in (
+                (["--x", "4"], ["--x 4", "4 columns"]), (["--y", "3"], ["--y 3", "3 lines"]),
+                (["--x", "-4"], ["--x -4", "none of the 4 columns"]),
+                (["--x", "-1", "--y", "-3"], ["--y -3", "none of the 3 lines"]),
+                (["--y", "-1"], ["--y -1", "negative --x"]),
+                (["--x", "2", "--y", "-1"], ["--y -1", "negative --x"]),
+                (["--x", "-1", "--y", "1"], ["--y 1", "negative --x"]),
+                (["--x", "-1", "--size", "2x9"], ["3 columns are left", "the 2"]),
+                (["--x", "-1", "--size", "9x2"], ["3 lines are left", "the 2"]),
+                (["--x", "9", "--size", "9x9"], ["--x 9", "9 columns"]),
+                (["--x", "2147483645"], ["2147483647"]),
+                (["--y", "2147483645"], ["2147483647"]),
+                (["--x", "-2147483647"], ["none of the 4 columns"]),
+            ):
+                with self.subTest(more):
+                    self.refuse(page, USAGE, "page 1", *words, operation="shift", arguments=more)
+        self.refuse_values("shift", "fill", ("gray", "none or black or white"))
+        self.refuse_values("shift", "x", ("2147483648", "2147483647"), ("1.5", "whole"))
+
+    def test_second_page_is_refused(self):
+        page = pgm(4, 3, ramp(12))
+        self.refuse(
+            page + pgm(1, 1, b"a"), USAGE, "page 2", operation="shift", arguments=["--x", "1"]
+        )
 
 
 @unittest.skipUnless(shutil.which("cc"), "needs a C compiler")

@@ -1,10 +1,11 @@
 # The front door: each target installs what it needs on Debian, then does its work.
 .DEFAULT_GOAL := help
-.PHONY: help test demo clean
+.PHONY: help test demo bench clean
 
 help:
 	@echo "make test   build everything and run the tests"
 	@echo "make demo   run the filters on a real page; before and after pictures in demo/"
+	@echo "make bench  time every operation at every level against memcpy; a table in build/bench/"
 	@echo "make clean  remove build/ and demo/"
 
 test:
@@ -19,6 +20,14 @@ demo:
 	@cmake --preset demo
 	@cmake --build --preset demo
 	@scripts/demo.sh build/demo/tool/rast
+
+bench:
+	@scripts/install-deps.sh build bench
+	@cmake --preset bench
+	@cmake --build --preset bench
+	@build/bench/bench/rast_bench --benchmark_min_time=0.2 --benchmark_out=build/bench/results.json
+	@bench/report.py build/bench/results.json >build/bench/results.md
+	@echo "The table is in build/bench/results.md."
 
 clean:
 	@rm -rf build demo

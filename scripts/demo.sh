@@ -51,5 +51,18 @@ fetch_page || echo "The test page cannot be had here; a drawn page stands in."
 echo "Running the filters ..."
 
 show expgamma gray --threshold 40 --offset 0 --gain 300
+show colgamma color --curve gamma=1.8
+show binconv color --color 3
+show satadjust color --mode raise
+show hueadjust color --matrix rotate=120
+show colbalance color --curve 3 --level 7,5,3,5
+
+# The stamp of the overlay is the page itself, reduced and inverted.
+"$rast" zoom --percent 20 "$work/color.ppm" "$work/small.ppm" 2>/dev/null
+"$rast" colgamma --curve invert "$work/small.ppm" "$out/overlay-stamp.png"
+show overlay color --with "$out/overlay-stamp.png" --at 300,1900
+show rotate color cw
+show zoom color --percent 33.3
+show shift color --x 300 --y 200 --fill black
 
 echo "Done: the pages before and after each filter are in $out/."

@@ -111,7 +111,8 @@ def check_levels(nm, archive):
             members.setdefault(member, []).append((kind, name))
     expect(members, "no level files in the archive")
     for member, symbols in members.items():
-        expect(not [s for s in symbols if s[0] in "wWvVu"], f"{member} has weak symbols: {symbols}")
+        weak = [name for kind, name in symbols if kind in "wWvVu"]
+        expect(not weak, f"{member} has weak symbols: {weak}")
         shared = [name for kind, name in symbols if kind.isupper() and kind != "U"]
         level = re.match(r"rows_(\w+)\.cpp", member)[1]
         expect(shared == [f"rast::{level}::rows()"], f"{member} defines {shared}")

@@ -91,7 +91,7 @@ AT(RastRotateCtx, nReserved, 28);
 AT(RastRotateCtx, stArea, 32);
 AT(RastRotateCtx, nRotate, 52);
 AT(RastRotateCtx, stBand, 56);
-AT(RastRotateCtx, pCurBand, 56 + 128 * 5 * kPointer);
+AT(RastRotateCtx, pCurBand, 56 + 640 * kPointer);
 AT(RastRotateCtx, nCurLine, 56 + 641 * kPointer);
 AT(RastRotateCtx, nSrcX, 60 + 641 * kPointer);
 AT(RastRotateCtx, nOutPos, 64 + 641 * kPointer);
@@ -113,52 +113,6 @@ AT(RastShiftParam, nFillMode, 16);
 static_assert(RAST_ROTATE_CCW90 == 0, "counter-clockwise");
 static_assert(RAST_ROTATE_SAME_SIZE == 1, "same size");
 static_assert(RAST_ROTATE_CW90 == 2, "clockwise");
-
-SIZE(RastRotateBand, kPointer == 8 ? 96 : 60);
-AT(RastRotateBand, nPlaneNum, 0);
-AT(RastRotateBand, pIn, kPointer);
-AT(RastRotateBand, pOut, 5 * kPointer);
-AT(RastRotateBand, nLines, 9 * kPointer);
-AT(RastRotateBand, nOutStartX, 9 * kPointer + 4);
-AT(RastRotateBand, nOutStartY, 9 * kPointer + 8);
-AT(RastRotateBand, nOutLineWidth, 9 * kPointer + 12);
-AT(RastRotateBand, nOutHeight, 9 * kPointer + 16);
-AT(RastRotateBand, nReserved, 9 * kPointer + 20);
-
-SIZE(RastRotateBandEntry, 5 * kPointer);
-AT(RastRotateBandEntry, pPlane, 0);
-AT(RastRotateBandEntry, nLines, 4 * kPointer);
-
-SIZE(RastRotateCtx, kPointer == 8 ? 5208 : 2640);
-AT(RastRotateCtx, nPlaneNum, 0);
-AT(RastRotateCtx, nOutStartX, 4);
-AT(RastRotateCtx, nOutStartY, 8);
-AT(RastRotateCtx, nOutLineWidth, 12);
-AT(RastRotateCtx, nOutHeight, 16);
-AT(RastRotateCtx, nRotWidth, 20);
-AT(RastRotateCtx, nRotHeight, 24);
-AT(RastRotateCtx, nReserved, 28);
-AT(RastRotateCtx, stArea, 32);
-AT(RastRotateCtx, nRotate, 52);
-AT(RastRotateCtx, stBand, 56);
-AT(RastRotateCtx, pCurBand, 56 + 640 * kPointer);
-AT(RastRotateCtx, nCurLine, 56 + 641 * kPointer);
-AT(RastRotateCtx, nSrcX, 60 + 641 * kPointer);
-AT(RastRotateCtx, nOutPos, 64 + 641 * kPointer);
-AT(RastRotateCtx, nBandNum, 68 + 641 * kPointer);
-AT(RastRotateCtx, nTotalLines, 72 + 641 * kPointer);
-
-SIZE(RastZoomParam, 12);
-AT(RastZoomParam, nPlaneNum, 0);
-AT(RastZoomParam, nRatioX, 4);
-AT(RastZoomParam, nRatioY, 8);
-
-SIZE(RastShiftParam, 20);
-AT(RastShiftParam, nShiftX, 0);
-AT(RastShiftParam, nShiftY, 4);
-AT(RastShiftParam, nOutLineWidth, 8);
-AT(RastShiftParam, nOutHeight, 12);
-AT(RastShiftParam, nFillMode, 16);
 
 static_assert(RAST_OK == 0, "done");
 static_assert(RAST_COMPLETE == 16, "rotation complete");

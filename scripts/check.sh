@@ -9,7 +9,7 @@ list="default     the release build and all its tests, with g++
 clang       the same with clang
 O0          the tests without optimisation
 asan-ubsan  the tests under the address and undefined-behaviour sanitizers, with clang
-tsan        concurrent calls of every operation under the thread sanitizer
+tsan        concurrent calls under the thread sanitizer
 levels      every instruction-set level built alone
 symbols     what the binaries hold: both compilers at -O0 and -O2, and both ARM targets
 install     C and C++ programs built against the installed library in every way

@@ -23,7 +23,7 @@ struct Shared {
   std::array<uint8_t, 1025> balanceTable{};
 };
 
-/// Every operation in turn on the shared planes and buffers; the outputs of all of them.
+/// One call after the other on the shared planes and buffers; the outputs of all of them.
 std::vector<Plane> callAll(Shared& shared) {
   const RastArea area{kWidth, 0, kWidth, 0, kHeight};
   std::vector<Plane> outputs;

@@ -25,7 +25,7 @@ bench:
 	@scripts/install-deps.sh build bench
 	@cmake --preset bench
 	@cmake --build --preset bench
-	@build/bench/bench/rast_bench --benchmark_min_time=0.2 --benchmark_out=build/bench/results.json
+	@build/bench/bench/rast_bench --benchmark_min_time=0.1 --benchmark_out=build/bench/results.json
 	@bench/report.py build/bench/results.json >build/bench/results.md
 	@echo "The table is in build/bench/results.md."
 

@@ -325,5 +325,32 @@ TEST_P(Levels, OverlapAtEveryDistance) {
   });
 }
 
+class Kernels : public testing::TestWithParam<Level> {};
+
+INSTANTIATE_TEST_SUITE_P(, Kernels, testing::ValuesIn(levels()),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_P(Kernels, OfNoWidthTouchNoPlane) {
+  const Rows& rows = *GetParam().rows;
+  const uint8_t table[4 * 256] = {};
+  const RastHueLut lut{};
+  const ColorMatrix matrix{};
+  rows.curve(MonoRow{}, table);
+  rows.curveMirrored(MonoRow{}, table);
+  rows.saturation(ColorRow{}, 0);
+  rows.matrix(ColorRow{}, matrix);
+  rows.matrixMirrored(ColorRow{}, matrix);
+  if (rows.products) rows.products(ColorRow{}, lut);
+  rows.balance(ColorRow{}, table);
+  rows.ink(ColorRow{}, Ink{{}, 0, {}, table});
+  rows.overlay(ColorRow{}, Blend{});
+  rows.overlayMono(MonoRow{}, Blend{});
+  rows.overlayOnBase(Row<6, 3>{}, Blend{});
+  rows.overlayOnBaseMono(Row<2, 1>{}, Blend{});
+  rows.transpose(nullptr, 0, nullptr, 0, 0);
+  rows.sum(nullptr, nullptr, 0, true);
+  rows.mean(nullptr, nullptr, nullptr, 0, 1);
+}
+
 }  // namespace
 }  // namespace rast::test

@@ -1,5 +1,6 @@
 // What this processor runs. No state is kept and nothing of libgcc's cached detection is used, so
-// these may be called before relocation is done.
+// these may be called before relocation is done; static, so that the resolver never runs another
+// file's instrumented copy.
 #pragma once
 
 #include <stdint.h>
@@ -13,7 +14,7 @@ namespace rast::cpu {
 #if defined(__x86_64__)
 
 /// The register state that the operating system saves, as XCR0 tells; 0 where it cannot be read.
-inline uint32_t savedState() {
+static inline uint32_t savedState() {
   uint32_t a = 0;
   uint32_t b = 0;
   uint32_t c = 0;
@@ -24,7 +25,7 @@ inline uint32_t savedState() {
 }
 
 /// True when leaf 7 has all the given bits and the operating system saves the given state.
-inline bool hasLeaf7(uint32_t ebx, uint32_t ecx, uint32_t state) {
+static inline bool hasLeaf7(uint32_t ebx, uint32_t ecx, uint32_t state) {
   uint32_t a = 0;
   uint32_t b = 0;
   uint32_t c = 0;
@@ -33,12 +34,12 @@ inline bool hasLeaf7(uint32_t ebx, uint32_t ecx, uint32_t state) {
          (b & ebx) == ebx && (c & ecx) == ecx;
 }
 
-inline bool runsAvx2() {
+static inline bool runsAvx2() {
   constexpr uint32_t xmmYmm = 0x06;
   return hasLeaf7(bit_AVX2, 0, xmmYmm);
 }
 
-inline bool runsAvx512() {
+static inline bool runsAvx512() {
   constexpr uint32_t xmmYmmZmmMask = 0xe6;
   constexpr uint32_t features = bit_AVX2 | bit_AVX512F | bit_AVX512BW | bit_AVX512VL;
   return hasLeaf7(features, bit_AVX512VBMI, xmmYmmZmmMask);
@@ -47,7 +48,7 @@ inline bool runsAvx512() {
 #elif defined(__arm__)
 
 /// `hwcap` as the loader passes it to ifunc resolvers and as getauxval(AT_HWCAP) gives it.
-inline bool runsNeon(unsigned long hwcap) {
+static inline bool runsNeon(unsigned long hwcap) {
   constexpr unsigned long neon = 1UL << 12;
   return (hwcap & neon) != 0;
 }

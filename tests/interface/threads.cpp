@@ -2,6 +2,7 @@
 // thread alone gets. Under the thread sanitizer this shows that calls share nothing that is written.
 #include <array>
 #include <cstdio>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -27,7 +28,7 @@ struct Shared {
 std::vector<Plane> callAll(Shared& shared) {
   const RastArea area{kWidth, 0, kWidth, 0, kHeight};
   std::vector<Plane> outputs;
-  outputs.reserve(32);
+  outputs.reserve(48);
   const auto planes = [&](size_t count, size_t first) {
     RastPlaneSet set{};
     set.nSize = kWidth * kHeight;
@@ -55,6 +56,30 @@ std::vector<Plane> callAll(Shared& shared) {
   set = planes(3, 0);
   const RastZoomParam ratios{3, 700, 600};
   record(rastZoom(&area, &set, &ratios));
+  set = planes(3, 0);
+  const RastShiftParam shift{5, 3, kWidth, kHeight, 2};
+  record(rastImageShift(&area, &set, &shift, 0));
+
+  RastOverlayParam overlay{};
+  overlay.nOvlLineWidth = overlay.nOutWidth = kWidth;
+  overlay.nOutHeight = kHeight;
+  overlay.nOvlWidth = overlay.nOvlHeight = overlay.nOvlX = overlay.nOvlY = kHeight / 2;
+  for (size_t k = 0; k < 3; ++k) overlay.pOvl[k] = shared.in[2 - k].data();
+  set = planes(3, 0);
+  record(rastOverlay(&area, &set, &overlay, 0, 0, 0, 70, 1));
+
+  const auto rotation = std::make_unique<RastRotateCtx>();
+  RastRotateBand band{};
+  band.nPlaneNum = 1;
+  band.nLines = kHeight;
+  band.nOutLineWidth = kHeight;
+  band.nOutHeight = kWidth;
+  band.pIn[0] = shared.in[0].data();
+  band.pOut[0] = outputs.emplace_back(shared.in[0].size()).data();
+  rastRotateInputAccumulate(&area, &band, rotation.get(), RAST_ROTATE_CW90);
+  band.nLines = kWidth;
+  outputs.emplace_back(
+      1, static_cast<uint8_t>(rastRotateSockOutput(&band, rotation.get()) == RAST_COMPLETE));
   return outputs;
 }
 

@@ -45,8 +45,14 @@ struct Blend {
   bool maximum;  // the larger of overlay and base instead of the overlay
 };
 
-/// The most lines that one transposition takes: their samples fill a cache line of the output.
-constexpr size_t kTransposeLines = 64;
+/// Lines that are turned together: at most as many as there are samples in a cache line of the
+/// output. No kernel turns fewer lines or columns than kLeast faster than one sample at a time.
+struct LineGroup {
+  static constexpr size_t kLeast = 16;
+  static constexpr size_t kMost = 64;
+  const uint8_t* lines[kMost];
+  size_t count;
+};
 
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
 /// row in each plane. An output may be its own input, except where mirrored, and overlaps nothing
@@ -78,9 +84,10 @@ struct Rows {
   void (*overlayOnBase)(const Row<6, 3>& row, const Blend& blend);
   void (*overlayOnBaseMono)(const Row<2, 1>& row, const Blend& blend);
 
-  /// out[j * pitch + i] = lines[i][j] for i < count, j < columns; count is at most kTransposeLines.
-  /// The lines of the output do not overlap one another or the input.
-  void (*transpose)(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
+  /// out[j * pitch + i] = group.lines[i][j] for i < group.count, j < columns. The lines of the output
+  /// do not overlap one another or the input. Asks for the same columns of `next` meanwhile: lines
+  /// lie pages apart, where no hardware expects them.
+  void (*transpose)(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const LineGroup& next,
                     size_t columns);
 
   /// 16-bit sums of lines: started with `line`, or `line` added. How whole registers of sums are

@@ -99,11 +99,19 @@ class SourceLines {
   /// False past the bands that the table holds.
   bool present() const { return entry_ < end_ && entry_->pPlane[0]; }
   const uint8_t* plane(int32_t p) const { return entry_->pPlane[p] + offset_; }
+  ptrdiff_t pitch() const { return pitch_; }
 
-  void next() {
-    ++passed_;
-    if (int64_t{left_} + entry_->nLines > passed_) {
-      offset_ += pitch_;
+  /// How many of the next `most` lines follow one another in the same band.
+  int32_t run(int32_t most) const {
+    const int64_t rest = left_ + entry_->nLines - passed_;
+    return rest < 1 ? 1 : rest < most ? static_cast<int32_t>(rest) : most;
+  }
+
+  /// Goes on by at most the lines of a run.
+  void advance(int32_t lines) {
+    passed_ += lines;
+    if (left_ + entry_->nLines > passed_) {
+      offset_ += lines * pitch_;
       return;
     }
     left_ += entry_->nLines;
@@ -142,86 +150,114 @@ void rotate(const Target& target, SourceLines source) {
         target.first[p][to] = source.plane(p)[j * target.sourceStep];
       }
     }
-    if (i + 1 < target.columns) source.next();
+    if (i + 1 < target.columns) source.advance(1);
   }
 }
 
 }  // namespace definition
 
-/// True when the output lines overlap neither each other nor another plane's, and touch no source
-/// line.
-bool served(const Target& target, const SourceLines& source) {
+/// The bytes from the first to the last of equally spaced stretches.
+struct Block {
+  const uint8_t* first;
+  size_t size;
+
+  Block(const uint8_t* start, ptrdiff_t step, int32_t count, int32_t length)
+      : first(start + (step < 0 ? (count - 1) * step : 0)),
+        size(static_cast<size_t>((count - 1) * (step < 0 ? -step : step) + length)) {}
+
+  bool apartFrom(const Block& other) const { return apart(first, size, other.first, other.size); }
+};
+
+/// Where the source line that `at` points into starts: its leftmost sample that is wanted.
+const uint8_t* lineStart(const Target& target, const uint8_t* at) {
+  return target.sourceStep < 0 ? at - (target.lines - 1) : at;
+}
+
+/// True when kernels are faster and to the byte the same: the output lines overlap neither each
+/// other nor another plane's, and touch no source line. Lines of planes may take turns in memory.
+bool served(const Target& target, SourceLines source) {
   const ptrdiff_t width = target.columns;
   const ptrdiff_t pitch = target.pitch < 0 ? -target.pitch : target.pitch;
-  if (target.lines < 1 || width < 1 || pitch < width) return false;
-  const auto size = static_cast<size_t>((target.lines - 1) * pitch + width);
-  const uint8_t* lowest[kMaxPlanes];
+  constexpr auto least = static_cast<int32_t>(LineGroup::kLeast);
+  if (target.lines < least || width < least || pitch < width) return false;
+  const auto output = [&](int32_t p) {
+    const ptrdiff_t left = target.columnStep < 0 ? width - 1 : 0;
+    return Block(target.first[p] - left, target.pitch, target.lines, target.columns);
+  };
   for (int32_t p = 0; p < target.planes; ++p) {
-    const ptrdiff_t byLines = target.pitch < 0 ? (target.lines - 1) * target.pitch : 0;
-    const ptrdiff_t byColumns = target.columnStep < 0 ? (width - 1) * target.columnStep : 0;
-    lowest[p] = target.first[p] + byLines + byColumns;
     for (int32_t other = 0; other < p; ++other) {
-      if (!apart(lowest[p], size, lowest[other], size)) return false;
+      const Block a = output(p);
+      const Block b = output(other);
+      const auto atA = reinterpret_cast<uintptr_t>(a.first);
+      const auto atB = reinterpret_cast<uintptr_t>(b.first);
+      const uintptr_t distance = atA > atB ? atA - atB : atB - atA;
+      const auto shift = static_cast<ptrdiff_t>(distance % static_cast<size_t>(pitch));
+      const bool takeTurns = shift >= width && pitch - shift >= width;
+      if (!takeTurns && !a.apartFrom(b)) return false;
     }
   }
-  SourceLines line = source;
-  for (int32_t i = 0; i < target.columns; ++i) {
-    if (!line.present()) return false;
+  for (int32_t i = 0; i < target.columns;) {
+    if (!source.present()) return false;
+    const int32_t run = source.run(target.columns - i);
     for (int32_t p = 0; p < target.planes; ++p) {
-      const uint8_t* const read = line.plane(p) - (target.sourceStep < 0 ? target.lines - 1 : 0);
+      const Block read(lineStart(target, source.plane(p)), source.pitch(), run, target.lines);
       for (int32_t other = 0; other < target.planes; ++other) {
-        if (!apart(lowest[other], size, read, static_cast<size_t>(target.lines))) return false;
+        if (!read.apartFrom(output(other))) return false;
       }
     }
-    if (i + 1 < target.columns) line.next();
+    i += run;
+    if (i < target.columns) source.advance(run);
   }
   return true;
 }
 
-/// Up to kTransposeLines source lines, as pointers to the leftmost sample that is wanted of each.
-struct LineGroup {
-  const uint8_t* lines[kMaxPlanes][kTransposeLines];
-  int32_t count;
-
-  /// Takes the next lines of `left`, backwards where output columns run from right to left. They
-  /// lie pages apart, where no hardware expects the next one, so they are asked for while the group
-  /// before is turned.
-  void take(const Target& target, SourceLines& source, int32_t left) {
-    constexpr ptrdiff_t cacheLine = 64;
-    constexpr auto most = static_cast<int32_t>(kTransposeLines);
-    count = left < most ? left : most;
-    for (int32_t k = 0; k < count; ++k) {
-      const int32_t place = target.columnStep < 0 ? count - 1 - k : k;
-      for (int32_t p = 0; p < target.planes; ++p) {
-        const uint8_t* const line =
-            source.plane(p) - (target.sourceStep < 0 ? target.lines - 1 : 0);
-        lines[p][place] = line;
-        for (ptrdiff_t x = 0; x < target.lines; x += cacheLine) __builtin_prefetch(line + x);
-      }
-      if (k + 1 < left) source.next();
-    }
+/// The next of `left` lines of plane `p`, from their sample `column` on: backwards where output
+/// columns run from right to left.
+void take(LineGroup& group, const Target& target, SourceLines& source, int32_t p, int32_t column,
+          int32_t left) {
+  constexpr auto most = static_cast<int32_t>(LineGroup::kMost);
+  const int32_t count = left < most ? left : most;
+  group.count = static_cast<size_t>(count);
+  for (int32_t k = 0; k < count; ++k) {
+    group.lines[target.columnStep < 0 ? count - 1 - k : k] =
+        lineStart(target, source.plane(p)) + column;
+    if (k + 1 < left) source.advance(1);
   }
-};
+}
 
-/// Turns a group of source lines at a time. Counter-clockwise the output lines are taken from the
-/// last one up and clockwise the source lines from the last one back: both are then a plain
-/// transposition.
-void rotate(const Rows& rows, const Target& target, SourceLines source) {
+/// Turns `columns` samples from `column` on of all source lines of plane `p`, a group at a time.
+/// Counter-clockwise the output lines are taken from the last one up and clockwise the source lines
+/// from the last one back: both are then a plain transposition.
+void rotateStrip(const Rows& rows, const Target& target, SourceLines source, int32_t p,
+                 int32_t column, int32_t columns) {
   const bool upwards = target.sourceStep < 0;
-  const ptrdiff_t firstLine = upwards ? (target.lines - 1) * target.pitch : 0;
+  const ptrdiff_t pitch = upwards ? -target.pitch : target.pitch;
+  uint8_t* const out =
+      target.first[p] + (upwards ? (target.lines - 1) * target.pitch : 0) + column * pitch;
   LineGroup groups[2];
-  groups[0].take(target, source, target.columns);
+  take(groups[0], target, source, p, column, target.columns);
   for (int32_t i = 0, turn = 0; i < target.columns; turn = 1 - turn) {
     const LineGroup& group = groups[turn];
-    const int32_t next = i + group.count;
-    if (next < target.columns) groups[1 - turn].take(target, source, target.columns - next);
-    const ptrdiff_t column = target.columnStep < 0 ? -(next - 1) : i;
-    for (int32_t p = 0; p < target.planes; ++p) {
-      rows.transpose(target.first[p] + firstLine + column, upwards ? -target.pitch : target.pitch,
-                     group.lines[p], static_cast<size_t>(group.count),
-                     static_cast<size_t>(target.lines));
-    }
+    LineGroup& following = groups[1 - turn];
+    const int32_t next = i + static_cast<int32_t>(group.count);
+    following.count = 0;
+    if (next < target.columns) take(following, target, source, p, column, target.columns - next);
+    rows.transpose(out + (target.columnStep < 0 ? -(next - 1) : i), pitch, group, following,
+                   static_cast<size_t>(columns));
     i = next;
+  }
+}
+
+void rotate(const Rows& rows, const Target& target, const SourceLines& source) {
+  // Two groups of lines of this many samples stay in the first-level cache.
+  constexpr int32_t mostColumns = 128;
+  const int32_t strips = (target.lines + mostColumns - 1) / mostColumns;
+  for (int32_t p = 0; p < target.planes; ++p) {
+    for (int32_t s = 0; s < strips; ++s) {
+      const auto column = static_cast<int32_t>(int64_t{target.lines} * s / strips);
+      const auto end = static_cast<int32_t>(int64_t{target.lines} * (s + 1) / strips);
+      rotateStrip(rows, target, source, p, column, end - column);
+    }
   }
 }
 

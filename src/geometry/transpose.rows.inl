@@ -1,20 +1,45 @@
-// A transposition waits for memory at any width, so all levels work on blocks of 16 x 16.
-constexpr size_t kSide = 16;
-typedef uint8_t Side __attribute__((vector_size(kSide)));
+// A lane of 16 samples for each of 16 lines makes a square. Registers of two lanes turn two squares
+// at once, that of the 16 lines below in the upper lane; wider ones measured no faster, because a
+// transposition waits for memory.
+constexpr size_t kSide = LineGroup::kLeast;
 
-inline Side zipLow(Side a, Side b) {
-  return __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+#if defined(__AVX2__)
+
+typedef uint8_t Lanes __attribute__((vector_size(2 * kSide)));
+
+inline Lanes zipLow(Lanes a, Lanes b) {
+  return (Lanes)_mm256_unpacklo_epi8((__m256i)a, (__m256i)b);
+}
+inline Lanes zipHigh(Lanes a, Lanes b) {
+  return (Lanes)_mm256_unpackhi_epi8((__m256i)a, (__m256i)b);
+}
+inline Lanes loadLanes(const uint8_t* lower, const uint8_t* upper) {
+  return (Lanes)_mm256_loadu2_m128i((const __m128i*)upper, (const __m128i*)lower);
 }
 
-inline Side zipHigh(Side a, Side b) {
+#else
+
+typedef uint8_t Lanes __attribute__((vector_size(kSide)));
+
+inline Lanes zipLow(Lanes a, Lanes b) {
+  return __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+}
+inline Lanes zipHigh(Lanes a, Lanes b) {
   return __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15,
                                  31);
 }
+inline Lanes loadLanes(const uint8_t* line, const uint8_t*) {
+  Lanes v;
+  __builtin_memcpy(&v, line, kSide);
+  return v;
+}
+
+#endif
 
 // Merging register i of the lower half with register i of the upper half rotates the place of every
-// sample, counted in bits (four of the register, four of the byte in it), by one.
-inline void zipStage(Side (&v)[kSide]) {
-  Side merged[kSide];
+// sample, counted in bits (four of the register, four of the byte in its lane), by one.
+inline void zipStage(Lanes (&v)[kSide]) {
+  Lanes merged[kSide];
   for (size_t i = 0; i < kSide / 2; ++i) {
     merged[2 * i] = zipLow(v[i], v[i + kSide / 2]);
     merged[2 * i + 1] = zipHigh(v[i], v[i + kSide / 2]);
@@ -22,45 +47,57 @@ inline void zipStage(Side (&v)[kSide]) {
   for (size_t i = 0; i < kSide; ++i) v[i] = merged[i];
 }
 
-// Four stages swap register and byte.
+// Four stages swap register and byte. One lane of lines fills all lanes of the registers alike.
+template <size_t kLines>
 inline void transposeBlock(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines,
                            size_t column) {
-  Side v[kSide];
-  for (size_t i = 0; i < kSide; ++i) __builtin_memcpy(&v[i], lines[i] + column, kSide);
+  Lanes v[kSide];
+  for (size_t i = 0; i < kSide; ++i) {
+    v[i] = loadLanes(lines[i] + column, lines[i + kLines - kSide] + column);
+  }
   for (int stage = 0; stage < 4; ++stage) zipStage(v);
-  for (size_t i = 0; i < kSide; ++i) __builtin_memcpy(out + (ptrdiff_t)i * pitch, &v[i], kSide);
+  for (size_t i = 0; i < kSide; ++i) __builtin_memcpy(out + (ptrdiff_t)i * pitch, &v[i], kLines);
 }
 
-// Blocks that are cut at an edge go through copies, so that nothing outside is read or written.
-void transposeEdge(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
-                   size_t column, size_t columns) {
-  uint8_t copy[kSide][kSide] = {};
-  uint8_t turned[kSide][kSide];
-  const uint8_t* copied[kSide];
-  for (size_t i = 0; i < kSide; ++i) {
-    copied[i] = copy[i];
-    if (i < count) __builtin_memcpy(copy[i], lines[i] + column, columns);
-  }
-  transposeBlock(turned[0], kSide, copied, 0);
-  for (size_t j = 0; j < columns; ++j) {
-    __builtin_memcpy(out + (ptrdiff_t)j * pitch, turned[j], count);
+// Where the last block would reach past the end, the one that ends there is taken: what it shares
+// with the block before is written twice.
+inline size_t blockStart(size_t at, size_t end, size_t size) {
+  return at + size <= end ? at : end - size;
+}
+
+template <size_t kLines>
+inline void transposeColumns(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, size_t column) {
+  for (size_t i = 0; i < group.count; i += kLines) {
+    const size_t line = blockStart(i, group.count, kLines);
+    transposeBlock<kLines>(out + line, pitch, group.lines + line, column);
   }
 }
 
 // The lines of a group are taken one block after the other for the same output lines, which fills
 // these a cache line at a time.
-void transposeRows(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines, size_t count,
+void transposeRows(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const LineGroup& next,
                    size_t columns) {
-  for (size_t column = 0; column < columns; column += kSide) {
-    const size_t columnCount = columns - column < kSide ? columns - column : kSide;
-    for (size_t line = 0; line < count; line += kSide) {
-      const size_t lineCount = count - line < kSide ? count - line : kSide;
-      uint8_t* const to = out + (ptrdiff_t)column * pitch + (ptrdiff_t)line;
-      if (lineCount == kSide && columnCount == kSide) {
-        transposeBlock(to, pitch, lines + line, column);
-      } else {
-        transposeEdge(to, pitch, lines + line, lineCount, column, columnCount);
-      }
+  constexpr size_t cacheLine = 64;
+  if (group.count < kSide || columns < kSide) {
+    for (size_t j = 0; j < columns; ++j) {
+      for (size_t i = 0; i < group.count; ++i) out[(ptrdiff_t)j * pitch + (ptrdiff_t)i] = group.lines[i][j];
+    }
+    return;
+  }
+  const size_t share = next.count / (columns / kSide) + 1;
+  size_t asked = 0;
+  for (size_t strip = 0; strip < columns; strip += kSide) {
+    for (size_t end = asked + share; asked < end && asked < next.count; ++asked) {
+      const uint8_t* const line = next.lines[asked];
+      for (size_t x = 0; x < columns; x += cacheLine) __builtin_prefetch(line + x);
+      __builtin_prefetch(line + columns - 1);
+    }
+    const size_t column = blockStart(strip, columns, kSide);
+    uint8_t* const to = out + (ptrdiff_t)column * pitch;
+    if (group.count < sizeof(Lanes)) {
+      transposeColumns<kSide>(to, pitch, group, column);
+    } else {
+      transposeColumns<sizeof(Lanes)>(to, pitch, group, column);
     }
   }
 }

@@ -347,7 +347,7 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   rows.overlayMono(MonoRow{}, Blend{});
   rows.overlayOnBase(Row<6, 3>{}, Blend{});
   rows.overlayOnBaseMono(Row<2, 1>{}, Blend{});
-  rows.transpose(nullptr, 0, nullptr, 0, 0);
+  rows.transpose(nullptr, 0, LineGroup{}, LineGroup{}, 0);
   rows.sum(nullptr, nullptr, 0, true);
   rows.mean(nullptr, nullptr, nullptr, 0, 1);
 }

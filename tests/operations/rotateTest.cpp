@@ -370,7 +370,7 @@ TEST_P(RotateLevels, RandomPages) {
     result.copyFrom(expected);
     const auto mode = static_cast<uint32_t>(random.oneIn(2) ? RAST_ROTATE_CCW90 : RAST_ROTATE_CW90);
     RastArea area;
-    area.nWidth = static_cast<int32_t>(random.pick(1, 200));
+    area.nWidth = static_cast<int32_t>(random.pick(1, 300));
     area.nStartX = static_cast<int32_t>(random.pick(0, 10));
     area.nLineWidth = area.nStartX + area.nWidth + static_cast<int32_t>(random.pick(0, 40));
     area.nHeight = static_cast<int32_t>(random.pick(1, 150));
@@ -412,15 +412,18 @@ TEST_P(RotateLevels, RandomPages) {
       const auto narrow = static_cast<int32_t>(random.pick(1, area.nHeight));
       left->nOutLineWidth = right->nOutLineWidth = narrow;
     }
+    // Lines of the planes that take turns, as in a line-interleaved page.
+    const bool turns = random.oneIn(5);
+    if (turns) left->nOutLineWidth = right->nOutLineWidth = planes * band.nOutLineWidth;
 
     for (int32_t page = 0; page < band.nOutHeight + 5;) {
       RastRotateBand to{};
-      to.nLines = static_cast<int32_t>(random.pick(0, 70));
+      to.nLines = static_cast<int32_t>(random.pick(0, turns || random.oneIn(2) ? 70 : 290));
       // A band from above that passes the image's end would read beyond the rectangle.
       if (left->nOutPos < band.nOutStartY)
         to.nLines = std::min(to.nLines, band.nOutHeight - left->nOutPos);
       to.nOutLineWidth = left->nOutLineWidth;
-      const auto close = random.oneIn(8) ? random.pick(0, 40) : 0;
+      const auto close = turns ? band.nOutLineWidth : random.oneIn(8) ? random.pick(0, 40) : 0;
       RastRotateBand from = to;
       for (int32_t p = 0; p < planes; ++p) {
         const auto slot = static_cast<size_t>(close ? 0 : p);

@@ -54,6 +54,25 @@ struct LineGroup {
   size_t count;
 };
 
+/// How a line is reduced by groups of at most four samples, for up to one period of its groups. A
+/// kernel makes a register of outputs, a block, at a time from windows of 16 samples: each window
+/// serves one lane of 16 bytes of one of `terms` registers, whose windows stand side by side.
+struct LinePlan {
+  static constexpr size_t kPeriod = 1000;  // samples
+  static constexpr size_t kWindow = 16;
+  static constexpr size_t kMostWindows = 128;
+  static constexpr size_t kMostOutputs = 1024;
+  static constexpr size_t kMostRegisterBytes = 64;
+  static constexpr uint8_t kNone = 0x80;
+
+  size_t terms;                          // places that an output has in its window: 2 or 4
+  bool recalls;                          // samples far behind their window are needed
+  uint16_t start[kMostWindows];          // of a window in the period
+  uint16_t recalled[kMostWindows];       // the sample that stands in for the window's last one
+  uint8_t place[kMostWindows][kWindow];  // of each term in the window, or kNone
+  uint16_t multiplier[kMostOutputs];     // 32768 / divisor + 1, in the order of the sums
+};
+
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
 /// row in each plane. An output may be its own input, except where mirrored, and overlaps nothing
 /// else.
@@ -90,12 +109,17 @@ struct Rows {
   void (*transpose)(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const LineGroup& next,
                     size_t columns);
 
-  /// 16-bit sums of lines: started with `line`, or `line` added. How whole registers of sums are
-  /// ordered is the level's own; only mean() reads them.
-  void (*sum)(uint16_t* sums, const uint8_t* line, size_t width, bool first);
-  /// mean[x] = (sums[x] + line[x]) / count, in 8 bits; `line` may be null. The sum fits 16 bits.
-  void (*mean)(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,
-               uint16_t count);
+  /// out[x] = a[x] + b[x], and mean[x] = (sum over k < count of lines[k * pitch + x]) / count, both
+  /// in 8 bits. A line has a register of samples at least; 2 to 255 lines make a mean.
+  void (*add)(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t width);
+  void (*mean)(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count, size_t width);
+
+  /// Blocks [block, end) of a period of outputs. Reads windows past the last output's samples. Null
+  /// where a level cannot pick samples by table.
+  void (*reduce)(uint8_t* out, const uint8_t* period, const LinePlan& plan, size_t block,
+                 size_t end);
+
+  size_t registerBytes;
 };
 
 namespace baseline {

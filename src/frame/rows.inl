@@ -14,7 +14,7 @@ namespace {
 #include "tone/ink.rows.inl"
 #include "overlay/overlay.rows.inl"
 #include "geometry/transpose.rows.inl"
-#include "geometry/mean.rows.inl"
+#include "geometry/reduction.rows.inl"
 
 constexpr Rows table{
     .curve = curveRow<Order::straight>,
@@ -30,8 +30,10 @@ constexpr Rows table{
     .overlayOnBase = overlayRow<3, true>,
     .overlayOnBaseMono = overlayRow<1, true>,
     .transpose = transposeRows,
-    .sum = sumRow,
+    .add = addRow,
     .mean = meanRow,
+    .reduce = reduceBlocks,
+    .registerBytes = kBytes,
 };
 
 }  // namespace

@@ -104,21 +104,17 @@ size_t enlarge(const uint8_t* const*, size_t, uint8_t* const*, const RastZoomPar
   return RAST_ERR_NOT_SUPPORTED;
 }
 
-/// The lengths of the groups of a ratio, which repeat after at most 1,000 samples.
+/// The lengths of the groups of a ratio up to 1.0 in turn, which are of two kinds.
 struct GroupLengths {
   uint32_t ratio;
-  uint16_t length[kWhole];
-  size_t count = 0;
+  uint32_t shorter = kWhole / ratio;
+  uint32_t progress = 0;
 
-  /// Of no use, but harmless, for ratios above 1.0.
-  explicit GroupLengths(uint32_t perThousand) : ratio(perThousand < kWhole ? perThousand : kWhole) {
-    Group group{ratio};
-    do {
-      while (!group.add()) {
-      }
-      length[count++] = static_cast<uint16_t>(group.count);
-      group.begin();
-    } while (group.progress != 0);
+  size_t next() {
+    progress += shorter * ratio;
+    const bool isShorter = progress >= kWhole;
+    progress -= kWhole - (isShorter ? 0 : ratio);
+    return isShorter ? shorter : shorter + 1;
   }
 };
 
@@ -132,70 +128,86 @@ class Divisor {
   uint64_t reciprocal_;
 };
 
-/// definition::reduce for one plane, group by group. A ratio's groups have one of two lengths.
-size_t reducePlane(const GroupLengths& groups, const uint8_t* line, size_t width, uint8_t* out) {
-  const size_t shorter = kWhole / groups.ratio;
-  const Divisor byShorter(static_cast<uint32_t>(shorter));
-  const Divisor byLonger(static_cast<uint32_t>(shorter + 1));
-  size_t written = 0;
-  size_t at = 0;
-  uint32_t before =
-      0;  // the sum of a group but for its last sample, which a group of one adds again
-  for (size_t i = 0;; i = i + 1 == groups.count ? 0 : i + 1) {
-    const size_t length = groups.length[i];
-    if (width - at < length) break;
+/// The first `outputs` groups of a line of one plane.
+void reduceGroups(uint32_t ratio, const uint8_t* line, size_t outputs, uint8_t* out) {
+  GroupLengths groups{ratio};
+  const Divisor byShorter(groups.shorter);
+  const Divisor byLonger(groups.shorter + 1);
+  // The sum of a group but for its last sample, which a group of one adds again.
+  uint32_t before = 0;
+  for (size_t i = 0; i < outputs; ++i) {
+    const size_t length = groups.next();
     if (length > 1) {
-      before = line[at];
-      for (size_t k = 1; k + 1 < length; ++k) before += line[at + k];
+      before = line[0];
+      for (size_t k = 1; k + 1 < length; ++k) before += line[k];
       before &= 0xFFFF;
     }
+    line += length;
+    out[i] = (length == groups.shorter ? byShorter : byLonger).quotient(before + line[-1]);
+  }
+}
+
+/// The plan for lines of `outputs` groups, of a ratio that planned() admits.
+LinePlan planLine(uint32_t ratio, size_t outputs, size_t registerBytes) {
+  constexpr size_t window = LinePlan::kWindow;
+  constexpr size_t sums = window / sizeof(uint16_t);
+  LinePlan plan;
+  plan.terms = ratio >= kWhole / 2 ? 2 : 4;
+  plan.recalls = false;
+  const size_t lanes = registerBytes / window;
+  const size_t windowOutputs = window / plan.terms;
+  GroupLengths groups{ratio};
+  size_t at = 0;
+  size_t twin = 0;  // the first sample of the last group of two, which a group of one adds again
+  if (outputs > ratio) outputs = ratio;
+  for (size_t o = 0; o < outputs || o % registerBytes != 0; ++o) {
+    const size_t block = o / registerBytes;
+    const size_t lane = o % registerBytes / window;
+    const size_t slot = (block * plan.terms + o % window / windowOutputs) * lanes + lane;
+    if (o % windowOutputs == 0) {
+      plan.start[slot] = static_cast<uint16_t>(at);
+      plan.recalled[slot] = static_cast<uint16_t>(at + window - 1);
+    }
+    const size_t length = o < outputs ? groups.next() : 0;
+    uint8_t* const place = plan.place[slot] + o % windowOutputs * plan.terms;
+    for (size_t k = 0; k < plan.terms; ++k) {
+      place[k] = k < length ? static_cast<uint8_t>(at - plan.start[slot] + k) : LinePlan::kNone;
+    }
+    if (length == 1 && twin >= plan.start[slot]) {
+      place[1] = static_cast<uint8_t>(twin - plan.start[slot]);
+    } else if (length == 1) {
+      // A window that holds a group of one has its last place to spare.
+      place[1] = window - 1;
+      plan.recalled[slot] = static_cast<uint16_t>(twin);
+      plan.recalls = true;
+    }
+    if (length == 2) twin = at;
+    const size_t half = o % window / sums * lanes + lane;
+    plan.multiplier[block * registerBytes + half * sums + o % sums] =
+        static_cast<uint16_t>(length ? 32768 / length + 1 : 0);
     at += length;
-    out[written++] = (length == shorter ? byShorter : byLonger).quotient(before + line[at - 1]);
   }
-  if (at < width) {
-    before = 0;
-    for (size_t k = at; k < width; ++k) before += line[k];
-    out[written++] = static_cast<uint8_t>((before & 0xFFFF) / (width - at));
-  }
-  return written;
+  return plan;
 }
 
 /// The working memory of a call, and the pass over it.
 class Reduction {
  public:
-  Reduction(const Rows* rows, const RastArea& area, const RastPlaneSet& planes,
-            const RastZoomParam& param)
-      : area_(area),
-        param_(param),
-        width_(static_cast<size_t>(area.nWidth)),
-        groups_(param.nRatioX) {
+  Reduction(const RastArea& area, const RastPlaneSet& planes, const RastZoomParam& param)
+      : area_(area), param_(param), width_(static_cast<size_t>(area.nWidth)) {
     for (uint32_t p = 0; p < param.nPlaneNum; ++p) {
       line_[p] = planes.pIn[p] + lineOffset(area, 0);
       out_[p] = planes.pOut[p];
     }
-    // Sums in kernels do not wrap where a group's lines are at most 257.
-    constexpr uint32_t leastRatioOfKernels = 4;
-    if (param.nRatioY >= leastRatioOfKernels) rows_ = rows;
-    planewise_ = rows && param.nRatioX <= kWhole && outputsApart();
   }
 
-  uint32_t run() {
+  uint32_t run(const Rows* rows) {
     if (!allocate()) return RAST_ERR_NO_MEMORY;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) source_[p] = line_[p];
-    Group group{param_.nRatioY};
-    for (int32_t y = area_.nStartY; y < area_.nHeight; ++y) {
-      if (group.add()) {
-        for (uint32_t p = 0; p < param_.nPlaneNum; ++p) mean(p, source_[p], group.count);
-        emit();
-        group.begin();
-      } else {
-        for (uint32_t p = 0; p < param_.nPlaneNum; ++p) sum(p, group.count == 1);
-      }
-      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) source_[p] += area_.nLineWidth;
-    }
-    if (group.count != 0) {
-      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) mean(p, nullptr, group.count);
-      emit();
+    if (rows && served(*rows)) {
+      reduce(*rows);
+    } else {
+      reduceByDefinition();
     }
     free(source_);
     releaseSet(means_, param_.nPlaneNum);
@@ -215,9 +227,44 @@ class Reduction {
     return false;
   }
 
-  /// True when output lines of different planes share no byte. They are written one sample of each
-  /// plane at a time, after all that is read for them has been read.
-  bool outputsApart() const {
+  void reduceByDefinition() {
+    Group group{param_.nRatioY};
+    for (int32_t y = area_.nStartY; y < area_.nHeight; ++y) {
+      const bool completes = group.add();
+      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+        auto* const sums = reinterpret_cast<uint16_t*>(sums_[p]);
+        if (completes) {
+          definition::meanLine(means_[p], sums, source_[p], width_, group.count);
+        } else {
+          definition::sumLine(sums, source_[p], width_, group.count == 1);
+        }
+        source_[p] += area_.nLineWidth;
+      }
+      if (!completes) continue;
+      emitByDefinition();
+      group.begin();
+    }
+    if (group.count == 0) return;
+    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+      definition::meanLine(means_[p], reinterpret_cast<uint16_t*>(sums_[p]), nullptr, width_,
+                           group.count);
+    }
+    emitByDefinition();
+  }
+
+  void emitByDefinition() {
+    const auto step = param_.nRatioX <= kWhole ? definition::reduce : enlarge;
+    const size_t written = step(means_, width_, out_, param_);
+    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) out_[p] += written;
+  }
+
+  /// True when kernels can be used and give the same to the byte: sums of lines do not wrap, and
+  /// output lines of different planes, which are written one sample of each plane at a time after all that is read
+  /// for them has been read, share no byte.
+  bool served(const Rows& rows) const {
+    constexpr uint32_t leastRatioY = 4;
+    if (param_.nRatioX > kWhole || param_.nRatioY < leastRatioY) return false;
+    if (width_ < rows.registerBytes) return false;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       for (uint32_t other = 0; other < p; ++other) {
         if (!apart(out_[p], width_, out_[other], width_)) return false;
@@ -226,50 +273,111 @@ class Reduction {
     return true;
   }
 
-  uint16_t* sumsOf(uint32_t p) { return reinterpret_cast<uint16_t*>(sums_[p]); }
-
-  void sum(uint32_t p, bool first) {
-    if (rows_) {
-      rows_->sum(sumsOf(p), source_[p], width_, first);
-    } else {
-      definition::sumLine(sumsOf(p), source_[p], width_, first);
-    }
+  /// True when lines are worth a plan and have one. The last windows read past the means, of which
+  /// a line's sums have room for two lines.
+  bool planned(const Rows& rows) const {
+    constexpr int32_t leastWidth = 512;
+    constexpr int32_t leastLines = 16;
+    return rows.reduce && param_.nRatioX >= kWhole / 4 && param_.nRatioX < kWhole &&
+           area_.nWidth >= leastWidth && area_.nHeight - area_.nStartY >= leastLines;
   }
 
-  void mean(uint32_t p, const uint8_t* line, uint32_t count) {
-    if (rows_ && line && param_.nRatioY == kWhole) {
-      memcpy(means_[p], line, width_);
-    } else if (rows_) {
-      rows_->mean(means_[p], sumsOf(p), line, width_, static_cast<uint16_t>(count));
-    } else {
-      definition::meanLine(means_[p], sumsOf(p), line, width_, count);
-    }
-  }
-
-  void emit() {
-    size_t written = 0;
-    if (planewise_) {
+  /// Group by group, with the means where the definition has its sums, and the first line of the
+  /// last group of two where it has its means.
+  void reduce(const Rows& rows) {
+    if (copies()) return;
+    // Of a line: whole groups, and the samples of a last, cut one.
+    const size_t outputs = width_ * param_.nRatioX / kWhole;
+    const size_t rest = width_ - (outputs * kWhole + param_.nRatioX - 1) / param_.nRatioX;
+    const bool plans = planned(rows);
+    LinePlan plan;
+    if (plans) plan = planLine(param_.nRatioX, outputs, rows.registerBytes);
+    GroupLengths groups{param_.nRatioY};
+    for (int64_t y = area_.nStartY; y < area_.nHeight;) {
+      const auto left = static_cast<size_t>(area_.nHeight - y);
+      const size_t length = groups.next();
+      const size_t lines = length < left ? length : left;
+      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+        if (lines > 1) {
+          if (groups.shorter == 1) memcpy(means_[p], source_[p], width_);
+          rows.mean(sums_[p], source_[p], area_.nLineWidth, lines, width_);
+        } else if (length == 1 && param_.nRatioY < kWhole) {
+          rows.add(sums_[p], means_[p], source_[p], width_);
+        } else {
+          memcpy(sums_[p], source_[p], width_);
+        }
+        source_[p] += static_cast<ptrdiff_t>(lines) * area_.nLineWidth;
+      }
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
         if (param_.nRatioX == kWhole) {
-          memcpy(out_[p], means_[p], width_);
-          written = width_;
+          memcpy(out_[p], sums_[p], width_);
+        } else if (plans) {
+          reduceByPlan(rows, plan, sums_[p], outputs, out_[p]);
         } else {
-          written = reducePlane(groups_, means_[p], width_, out_[p]);
+          reduceGroups(param_.nRatioX, sums_[p], outputs, out_[p]);
+        }
+        out_[p] += outputs;
+        if (rest != 0) *out_[p]++ = meanOfRest(sums_[p] + width_ - rest, rest);
+      }
+      y += static_cast<int64_t>(lines);
+    }
+  }
+
+  /// A period at a time. What the last register holds past the last output is not written.
+  void reduceByPlan(const Rows& rows, const LinePlan& plan, const uint8_t* line, size_t outputs,
+                    uint8_t* out) {
+    for (size_t left = outputs; left != 0; line += LinePlan::kPeriod) {
+      const size_t wanted = left < param_.nRatioX ? left : param_.nRatioX;
+      const size_t blocks = (wanted + rows.registerBytes - 1) / rows.registerBytes;
+      const bool fits = blocks * rows.registerBytes <= left;
+      const size_t direct = fits ? blocks : blocks - 1;
+      rows.reduce(out, line, plan, 0, direct);
+      if (!fits) {
+        uint8_t last[LinePlan::kMostRegisterBytes];
+        rows.reduce(last, line, plan, direct, blocks);
+        const size_t done = direct * rows.registerBytes;
+        memcpy(out + done, last, wanted - done);
+      }
+      out += wanted;
+      left -= wanted;
+    }
+  }
+
+  static uint8_t meanOfRest(const uint8_t* samples, size_t count) {
+    uint32_t sum = 0;
+    for (size_t k = 0; k < count; ++k) sum += samples[k];
+    return static_cast<uint8_t>((sum & 0xFFFF) / count);
+  }
+
+  /// Where neither direction is reduced and no output touches a source line: copies, in one piece
+  /// where lines follow one another.
+  bool copies() {
+    if (param_.nRatioX != kWhole || param_.nRatioY != kWhole) return false;
+    if (area_.nStartY >= area_.nHeight) return true;
+    const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
+    const auto pitch = static_cast<size_t>(area_.nLineWidth);
+    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+      for (uint32_t other = 0; other < param_.nPlaneNum; ++other) {
+        if (!apart(out_[p], lines * width_, source_[other], (lines - 1) * pitch + width_)) {
+          return false;
         }
       }
-    } else {
-      const auto step = param_.nRatioX <= kWhole ? definition::reduce : enlarge;
-      written = step(means_, width_, out_, param_);
     }
-    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) out_[p] += written;
+    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+      if (pitch == width_) {
+        memcpy(out_[p], source_[p], lines * width_);
+        continue;
+      }
+      for (size_t y = 0; y < lines; ++y) {
+        memcpy(out_[p] + y * width_, source_[p] + y * pitch, width_);
+      }
+    }
+    return true;
   }
 
   const RastArea area_;
   const RastZoomParam param_;
   const size_t width_;
-  const GroupLengths groups_;
-  const Rows* rows_ = nullptr;
-  bool planewise_;
   const uint8_t* line_[kMaxPlanes];  // the first source line of each plane
   uint8_t* out_[kMaxPlanes];
   const uint8_t** source_ = nullptr;  // the current source line of each plane
@@ -293,7 +401,7 @@ uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlan
   if (pPlanes->nSize < 1) return RAST_ERR_INVALID_ARG;
   if (!isRatio(pParam->nRatioX) || !isRatio(pParam->nRatioY)) return RAST_ERR_INVALID_ARG;
   if (pParam->nRatioY > kWhole) return RAST_OK;
-  return Reduction(rows, *pArea, *pPlanes, *pParam).run();
+  return Reduction(*pArea, *pPlanes, *pParam).run(rows);
 }
 
 }  // namespace rast

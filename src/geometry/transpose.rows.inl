@@ -80,7 +80,8 @@ void transposeRows(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const 
   constexpr size_t cacheLine = 64;
   if (group.count < kSide || columns < kSide) {
     for (size_t j = 0; j < columns; ++j) {
-      for (size_t i = 0; i < group.count; ++i) out[(ptrdiff_t)j * pitch + (ptrdiff_t)i] = group.lines[i][j];
+      for (size_t i = 0; i < group.count; ++i)
+        out[(ptrdiff_t)j * pitch + (ptrdiff_t)i] = group.lines[i][j];
     }
     return;
   }

@@ -348,8 +348,7 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   rows.overlayOnBase(Row<6, 3>{}, Blend{});
   rows.overlayOnBaseMono(Row<2, 1>{}, Blend{});
   rows.transpose(nullptr, 0, LineGroup{}, LineGroup{}, 0);
-  rows.sum(nullptr, nullptr, 0, true);
-  rows.mean(nullptr, nullptr, nullptr, 0, 1);
+  if (rows.reduce) rows.reduce(nullptr, nullptr, LinePlan{}, 0, 0);
 }
 
 }  // namespace

@@ -216,6 +216,10 @@ class ZoomLevels : public testing::TestWithParam<Level> {};
 INSTANTIATE_TEST_SUITE_P(, ZoomLevels, testing::ValuesIn(levels()),
                          [](const auto& info) { return info.param.name; });
 
+/// Where outputs lie: in memory of their own, in the same memory, or in that of their own input,
+/// which is then the middle.
+enum class Outs { apart, together, overSource };
+
 class TwoMemories {
  public:
   explicit TwoMemories(size_t slotSize) : expected_(6, slotSize), result_(6, slotSize) {}
@@ -225,20 +229,24 @@ class TwoMemories {
     result_.copyFrom(expected_);
   }
   bool same(const Rows* rows, const RastArea& area, const RastZoomParam& param,
-            const ptrdiff_t (&outAt)[3], bool outsTogether) {
-    return run(expected_, nullptr, area, param, outAt, outsTogether) ==
-               run(result_, rows, area, param, outAt, outsTogether) &&
+            const ptrdiff_t (&outAt)[3], Outs outs) {
+    return run(expected_, nullptr, area, param, outAt, outs) ==
+               run(result_, rows, area, param, outAt, outs) &&
            expected_ == result_;
   }
 
  private:
   static uint32_t run(const Memory& memory, const Rows* rows, const RastArea& area,
-                      const RastZoomParam& param, const ptrdiff_t (&outAt)[3], bool outsTogether) {
+                      const RastZoomParam& param, const ptrdiff_t (&outAt)[3], Outs outs) {
     const ptrdiff_t size = static_cast<ptrdiff_t>(area.nHeight) * area.nLineWidth;
     RastPlaneSet planes{};
     for (size_t k = 0; k < 3; ++k) {
-      planes.pIn[k] = memory.slot(k) + static_cast<ptrdiff_t>(memory.slotSize()) - size;
-      planes.pOut[k] = memory.slot(outsTogether ? 3 : 3 + k) + outAt[k];
+      const auto room = static_cast<ptrdiff_t>(memory.slotSize()) - size;
+      planes.pIn[k] = memory.slot(k) + (outs == Outs::overSource ? room / 2 : room);
+      planes.pOut[k] = memory.slot(outs == Outs::overSource ? k
+                                   : outs == Outs::together ? 3
+                                                            : 3 + k) +
+                       outAt[k];
     }
     planes.nSize = 1;
     return zoom(rows, &area, &planes, &param);
@@ -258,10 +266,49 @@ TEST_P(ZoomLevels, EveryRatioInBothDirections) {
     const auto height = static_cast<int32_t>(random.pick(1, 40));
     const auto other = static_cast<uint32_t>(random.oneIn(3) ? 1000 : random.pick(1, 1000));
     const RastArea area{width + 3, 2, width, 0, height};
-    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, ratio, other}, apart, false))
+    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, ratio, other}, apart, Outs::apart))
         << ratio << ' ' << other;
-    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, other, ratio}, apart, false))
+    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, other, ratio}, apart, Outs::apart))
         << other << ' ' << ratio;
+  }
+}
+
+/// Lines wide enough to be reduced by a table that was made for the call.
+TEST_P(ZoomLevels, EveryRatioOfWideLines) {
+  Random random(53);
+  TwoMemories memories(65536);
+  const ptrdiff_t apart[3] = {0, 5, 11};
+  for (uint32_t ratio = 240; ratio <= 1000; ++ratio) {
+    if (ratio % 20 == 0) memories.refill(random);
+    const auto width = static_cast<int32_t>(random.pick(500, random.oneIn(4) ? 3000 : 1100));
+    const auto height = static_cast<int32_t>(random.pick(15, 18));
+    const auto other = static_cast<uint32_t>(random.oneIn(2) ? 1000 : random.pick(4, 1000));
+    const RastArea area{width + 3, 2, width, 0, height};
+    ASSERT_TRUE(memories.same(GetParam().rows, area, {3, ratio, other}, apart, Outs::apart))
+        << ratio << ' ' << other << ' ' << width;
+  }
+}
+
+TEST_P(ZoomLevels, InPlaceAndOverTheSource) {
+  Random random(54);
+  TwoMemories memories(65536);
+  for (int round = 0; round < 200; ++round) {
+    memories.refill(random);
+    const auto width = static_cast<int32_t>(random.pick(1, 1100));
+    const auto height = static_cast<int32_t>(random.pick(1, 40));
+    const ptrdiff_t room = 65536 - static_cast<ptrdiff_t>(width) * height;
+    const auto at = [&] {
+      return random.oneIn(3) ? room / 2 : random.pick(room / 3, room * 2 / 3);
+    };
+    const ptrdiff_t outAt[3] = {at(), at(), at()};
+    const auto ratio = [&] {
+      return static_cast<uint32_t>(random.pick(random.oneIn(2) ? 4 : 500, 1000));
+    };
+    const auto ratioX = random.oneIn(3) ? 1000 : ratio();
+    const RastZoomParam param{3, ratioX, random.oneIn(3) ? 1000 : ratio()};
+    ASSERT_TRUE(memories.same(GetParam().rows, {width, 0, width, 0, height}, param, outAt,
+                              Outs::overSource))
+        << param.nRatioX << ' ' << param.nRatioY << ' ' << width;
   }
 }
 
@@ -272,9 +319,10 @@ TEST_P(ZoomLevels, LongGroupsWrap) {
   for (uint32_t ratio = 1; ratio <= 6; ++ratio) {
     memories.refill(random);
     ASSERT_TRUE(
-        memories.same(GetParam().rows, {1200, 0, 1200, 0, 40}, {3, ratio, 300}, apart, false))
+        memories.same(GetParam().rows, {1200, 0, 1200, 0, 40}, {3, ratio, 300}, apart, Outs::apart))
         << ratio;
-    ASSERT_TRUE(memories.same(GetParam().rows, {40, 0, 40, 0, 1200}, {3, 300, ratio}, apart, false))
+    ASSERT_TRUE(
+        memories.same(GetParam().rows, {40, 0, 40, 0, 1200}, {3, 300, ratio}, apart, Outs::apart))
         << ratio;
   }
 }
@@ -291,7 +339,7 @@ TEST_P(ZoomLevels, OutputsOverEachOther) {
         static_cast<uint32_t>(random.oneIn(2) ? 1000 : random.pick(300, 1000))};
     ASSERT_TRUE(memories.same(GetParam().rows,
                               {width, 0, width, 0, static_cast<int32_t>(random.pick(1, 9))}, param,
-                              outAt, true));
+                              outAt, Outs::together));
   }
 }
 

@@ -5,7 +5,7 @@
 help:
 	@echo "make test   build everything and run the tests"
 	@echo "make demo   run the filters on a real page; before and after pictures in demo/"
-	@echo "make bench  time every operation at every level against memcpy; a table in build/bench/"
+	@echo "make bench  time every operation at every level against memcpy and peers; a table in build/bench/"
 	@echo "make clean  remove build/ and demo/"
 
 test:
@@ -22,12 +22,13 @@ demo:
 	@scripts/demo.sh build/demo/tool/rast
 
 bench:
-	@scripts/install-deps.sh build bench
+	@scripts/install-deps.sh build bench peers
 	@cmake --preset bench
 	@cmake --build --preset bench
-	@build/bench/bench/rast_bench --benchmark_min_time=0.1 --benchmark_out=build/bench/results.json
-	@bench/report.py build/bench/results.json >build/bench/results.md
-	@echo "The table is in build/bench/results.md."
+	@build/bench/bench/rast_bench --benchmark_repetitions=9 \
+	  --benchmark_enable_random_interleaving=true --benchmark_out=build/bench/results.json >/dev/null
+	@bench/report.py build/bench/results.json --plot build/bench/results.svg >build/bench/results.md
+	@echo "The table is in build/bench/results.md, a plot of it in results.svg beside it."
 
 clean:
 	@rm -rf build demo

@@ -7,6 +7,7 @@ declare -A sets=(
   [tool]="pkg-config libpng-dev"
   [test]="libgtest-dev libgmock-dev python3 pkg-config"
   [bench]="libbenchmark-dev python3"
+  [peers]="libopencv-imgproc-dev libopencv-core-dev libyuv-dev libpixman-1-dev"
   [demo]="python3 poppler-utils"
   [clang]="clang libclang-rt-14-dev"
   [arm]="gcc-arm-linux-gnueabihf g++-arm-linux-gnueabihf libc6-dev-armhf-cross googletest"

@@ -1,0 +1,20 @@
+// The nearest operation of other libraries, where those are installed.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "workloads.h"
+
+namespace rast::bench {
+
+struct Peer {
+  const char* library;
+  const char* workload;
+  /// Prepares the library's own pictures of the planes' size; what it returns is timed.
+  std::function<std::function<void()>(Planes&)> prepare;
+};
+
+const std::vector<Peer>& peers();
+
+}  // namespace rast::bench

@@ -1,0 +1,221 @@
+#include "workloads.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "frame/operations.h"
+#include "support/random.h"
+
+namespace rast::bench {
+
+namespace {
+
+RastHueParam hueParam(int16_t mirror) {
+  return {{{200, 80, -24, 3, -2}, {-30, 290, -4, 0, 5}, {10, -60, 306, -7, 0}}, 0, mirror};
+}
+
+/// A buffer whose tables are no straight lines, which only table look-ups can serve.
+RastHueLut bentHueLut() {
+  RastHueLut lut{};
+  test::Random random(2);
+  for (RastHueLutRow& row : lut.row) {
+    for (auto& table : row.nProd) {
+      for (int32_t& product : table) product = static_cast<int32_t>(random.pick(-30000, 60000));
+    }
+  }
+  lut.nBuilt = 1;
+  return lut;
+}
+
+/// An overlay of the given size at the middle of an output as large as its base.
+RastOverlayParam overlayOn(int32_t width, int32_t height, int32_t overlayWidth,
+                           int32_t overlayHeight) {
+  RastOverlayParam param{};
+  param.nOvlLineWidth = param.nOvlWidth = overlayWidth;
+  param.nOvlHeight = overlayHeight;
+  param.nOvlX = (width - overlayWidth) / 2;
+  param.nOvlY = (height - overlayHeight) / 2;
+  param.nOutWidth = width;
+  param.nOutHeight = height;
+  return param;
+}
+
+/// A stamp of a third each way, on an interleaved page as wide as a line of samples is long.
+void overlayInterleaved(const Rows* rows, Planes& p) {
+  const int32_t width = p.area.nWidth / 3;
+  const RastArea base{width, 0, width, 0, p.area.nHeight};
+  uint8_t* const rgb[] = {p.in[0].data(), p.out[0].data()};
+  RastOverlayParam param = overlayOn(width, p.area.nHeight, width / 3, (p.area.nHeight + 2) / 3);
+  param.pOvl[0] = p.in[1].data();
+  rast::overlayRGB24bpp(rows, &base, rgb, &param, 0, 0, 1, 1);
+}
+
+/// An overlay as large as the page, so that every sample is blended.
+void overlayPlanes(const Rows* rows, Planes& p, uint32_t planeMode, uint32_t blendMode) {
+  const RastPlaneSet set = p.color();
+  RastOverlayParam param = overlayOn(p.area.nWidth, p.area.nHeight, p.area.nWidth, p.area.nHeight);
+  for (size_t k = 0; k < 3; ++k) param.pOvl[k] = p.in[(k + 1) % 3].data();
+  rast::overlay(rows, &p.area, &set, &param, planeMode, blendMode, 60, 1);
+}
+
+/// A page in bands of 128 lines, turned into bands of 124.
+void rotate(const Rows* rows, Planes& p, int32_t planes) {
+  auto ctx = std::make_unique<RastRotateCtx>();
+  RastRotateBand band{};
+  band.nPlaneNum = planes;
+  band.nOutLineWidth = p.area.nHeight;
+  band.nOutHeight = p.area.nWidth;
+  for (int32_t y = 0; y < p.area.nHeight; y += 128) {
+    band.nLines = std::min(128, p.area.nHeight - y);
+    for (int32_t k = 0; k < planes; ++k) {
+      band.pIn[k] = p.in[k].data() + static_cast<ptrdiff_t>(y) * p.area.nWidth;
+    }
+    rastRotateInputAccumulate(&p.area, &band, ctx.get(), RAST_ROTATE_CW90);
+  }
+  for (int32_t y = 0; y < p.area.nWidth; y += 124) {
+    band.nLines = 124;
+    for (int32_t k = 0; k < planes; ++k) {
+      band.pOut[k] = p.out[k].data() + static_cast<ptrdiff_t>(y) * p.area.nHeight;
+    }
+    rast::rotateSockOutput(rows, &band, ctx.get());
+  }
+}
+
+void reduce(const Rows* rows, Planes& p, uint32_t ratio) {
+  const RastPlaneSet set = p.color();
+  const RastZoomParam param{3, ratio, ratio};
+  rast::zoom(rows, &p.area, &set, &param);
+}
+
+}  // namespace
+
+Planes::Planes(const Size& size) : area{size.width, 0, size.width, 0, size.height} {
+  test::Random random(1);
+  random.fill(curve, sizeof curve);
+  const auto bytes = static_cast<size_t>(size.width) * static_cast<size_t>(size.height);
+  for (auto* side : {&in, &out}) {
+    for (auto& plane : *side) {
+      plane.resize(bytes);
+      random.fill(plane.data(), plane.size());
+    }
+  }
+}
+
+RastPlaneSet Planes::mono() {
+  RastPlaneSet set{};
+  set.pIn[3] = in[0].data();
+  set.pOut[3] = out[0].data();
+  set.nSize = 1;
+  return set;
+}
+
+RastPlaneSet Planes::color() {
+  RastPlaneSet set{};
+  for (size_t k = 0; k < 3; ++k) {
+    set.pIn[k] = in[k].data();
+    set.pOut[k] = out[k].data();
+  }
+  set.nSize = 1;
+  return set;
+}
+
+const std::vector<Workload>& workloads() {
+  static const RastExpGammaParam expGammaParam{20, 4, 300};
+  static const RastColBalanceParam balanceParam{3, {6, 4, 7, 5}};
+  static const std::vector<Workload> all = {
+      {"expgamma", 1,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.mono();
+         rast::expGamma(rows, &p.area, &set, &expGammaParam, nullptr);
+       }},
+      {"expgamma-table", 1,
+       [](const Rows* rows, Planes& p) {
+         static uint8_t table[257];
+         const RastPlaneSet set = p.mono();
+         rast::expGamma(rows, &p.area, &set, &expGammaParam, table);
+         table[256] = 1;
+       }},
+      {"colgamma", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::colGamma(rows, &p.area, &set, p.curve);
+       }},
+      {"colgamma-mono", 1,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.mono();
+         rast::colGamma(rows, &p.area, &set, p.curve);
+       }},
+      {"binconv", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::binConv(rows, &p.area, &set, 3);
+       }},
+      {"satadjust", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::satAdjust(rows, &p.area, &set, 1);
+       }},
+      {"hueadjust", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+       }},
+      {"hueadjust-mirrored", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(1);
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+       }},
+      {"hueadjust-mono", 1,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         const RastPlaneSet set = p.mono();
+         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+       }},
+      {"hueadjust-buffer", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         static RastHueLut lut{};
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, &lut);
+       }},
+      {"hueadjust-any-buffer", 3,
+       [](const Rows* rows, Planes& p) {
+         static const RastHueParam param = hueParam(0);
+         static RastHueLut lut = bentHueLut();
+         const RastPlaneSet set = p.color();
+         rast::hueAdjust(rows, &p.area, &set, &param, &lut);
+       }},
+      {"colbalance", 3,
+       [](const Rows* rows, Planes& p) {
+         const RastPlaneSet set = p.color();
+         rast::colBalance(rows, &p.area, &set, &balanceParam, nullptr);
+       }},
+      {"colbalance-buffer", 3,
+       [](const Rows* rows, Planes& p) {
+         static uint8_t lut[1025];
+         const RastPlaneSet set = p.color();
+         rast::colBalance(rows, &p.area, &set, &balanceParam, lut);
+       }},
+      {"overlayrgb", 1, overlayInterleaved},
+      {"overlay-replace", 4.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 0); }},
+      {"overlay-maximum", 4.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 1); }},
+      {"overlay-single", 1.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 2, 0); }},
+      {"rotate-one-plane", 1, [](const Rows* rows, Planes& p) { rotate(rows, p, 1); }},
+      {"rotate-three-planes", 3, [](const Rows* rows, Planes& p) { rotate(rows, p, 3); }},
+      {"zoom-1000", 3, [](const Rows* rows, Planes& p) { reduce(rows, p, 1000); }},
+      {"zoom-500", 3 * (1 + 0.25) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 500); }},
+      {"zoom-333", 3 * (1 + 0.111) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 333); }},
+      {"zoom-700", 3 * (1 + 0.49) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 700); }},
+      {"shift", 3,
+       [](const Rows*, Planes& p) {
+         const RastPlaneSet set = p.color();
+         const RastShiftParam param{p.area.nWidth / 124, 0, p.area.nWidth, p.area.nHeight, 2};
+         rastImageShift(&p.area, &set, &param, 0);
+       }},
+  };
+  return all;
+}
+
+}  // namespace rast::bench

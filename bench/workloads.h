@@ -1,0 +1,47 @@
+// What is timed: every operation on planes of a few sizes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "frame/rows.h"
+#include "rast.h"
+
+namespace rast::bench {
+
+struct Size {
+  const char* name;
+  int32_t width;
+  int32_t height;
+  int32_t calls;  // that are timed as one
+};
+
+/// An A4 page at 600 dpi, a band of it that the second-level cache holds, and a tile.
+inline constexpr Size kSizes[] = {
+    {"page", 4960, 7016, 1}, {"band", 4960, 32, 50}, {"tile", 16, 16, 5000}};
+
+/// Three planes in and three out, of which an operation uses what it needs.
+struct Planes {
+  explicit Planes(const Size& size);
+
+  size_t bytes() const { return in[0].size(); }
+  RastPlaneSet mono();
+  RastPlaneSet color();
+
+  RastArea area;
+  uint8_t curve[256];
+  std::vector<uint8_t> in[3];
+  std::vector<uint8_t> out[3];
+};
+
+struct Workload {
+  const char* name;
+  double copied;  // planes that memcpy moves in place of the operation
+  std::function<void(const Rows*, Planes&)> run;
+};
+
+const std::vector<Workload>& workloads();
+
+}  // namespace rast::bench

@@ -47,7 +47,7 @@ void overlayInterleaved(const Rows* rows, Planes& p) {
   uint8_t* const rgb[] = {p.in[0].data(), p.out[0].data()};
   RastOverlayParam param = overlayOn(width, p.area.nHeight, width / 3, (p.area.nHeight + 2) / 3);
   param.pOvl[0] = p.in[1].data();
-  rast::overlayRGB24bpp(rows, &base, rgb, &param, 0, 0, 1, 1);
+  rast::overlayRGB24bpp(rast::repaid(rows, &param), &base, rgb, &param, 0, 0, 1, 1);
 }
 
 /// An overlay as large as the page, so that every sample is blended.
@@ -126,24 +126,24 @@ const std::vector<Workload>& workloads() {
       {"expgamma", 1,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.mono();
-         rast::expGamma(rows, &p.area, &set, &expGammaParam, nullptr);
+         rast::expGamma(rast::repaid(rows, &p.area), &p.area, &set, &expGammaParam, nullptr);
        }},
       {"expgamma-table", 1,
        [](const Rows* rows, Planes& p) {
          static uint8_t table[257];
          const RastPlaneSet set = p.mono();
-         rast::expGamma(rows, &p.area, &set, &expGammaParam, table);
+         rast::expGamma(rast::repaid(rows, &p.area), &p.area, &set, &expGammaParam, table);
          table[256] = 1;
        }},
       {"colgamma", 3,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.color();
-         rast::colGamma(rows, &p.area, &set, p.curve);
+         rast::colGamma(rast::repaid(rows, &p.area), &p.area, &set, p.curve);
        }},
       {"colgamma-mono", 1,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.mono();
-         rast::colGamma(rows, &p.area, &set, p.curve);
+         rast::colGamma(rast::repaid(rows, &p.area), &p.area, &set, p.curve);
        }},
       {"binconv", 3,
        [](const Rows* rows, Planes& p) {
@@ -159,33 +159,33 @@ const std::vector<Workload>& workloads() {
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, nullptr);
        }},
       {"hueadjust-mirrored", 3,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(1);
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, nullptr);
        }},
       {"hueadjust-mono", 1,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          const RastPlaneSet set = p.mono();
-         rast::hueAdjust(rows, &p.area, &set, &param, nullptr);
+         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, nullptr);
        }},
       {"hueadjust-buffer", 3,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          static RastHueLut lut{};
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rows, &p.area, &set, &param, &lut);
+         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, &lut);
        }},
       {"hueadjust-any-buffer", 3,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          static RastHueLut lut = bentHueLut();
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rows, &p.area, &set, &param, &lut);
+         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, &lut);
        }},
       {"colbalance", 3,
        [](const Rows* rows, Planes& p) {

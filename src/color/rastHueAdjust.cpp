@@ -233,5 +233,5 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
 
 uint32_t rastHueAdjust(const RastArea* pArea, const RastPlaneSet* pPlanes,
                        const RastHueParam* pParam, RastHueLut* pLut) {
-  return rast::hueAdjust(rast::rows(), pArea, pPlanes, pParam, pLut);
+  return rast::hueAdjust(rast::repaid(rast::rows(), pArea), pArea, pPlanes, pParam, pLut);
 }

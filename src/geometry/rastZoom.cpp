@@ -204,11 +204,7 @@ class Reduction {
   uint32_t run(const Rows* rows) {
     if (!allocate()) return RAST_ERR_NO_MEMORY;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) source_[p] = line_[p];
-    if (rows && served(*rows)) {
-      reduce(*rows);
-    } else {
-      reduceByDefinition();
-    }
+    if (!rows || !(copies() || reduces(*rows))) reduceByDefinition();
     free(source_);
     releaseSet(means_, param_.nPlaneNum);
     releaseSet(sums_, param_.nPlaneNum);
@@ -282,10 +278,10 @@ class Reduction {
            area_.nWidth >= leastWidth && area_.nHeight - area_.nStartY >= leastLines;
   }
 
-  /// Group by group, with the means where the definition has its sums, and the first line of the
-  /// last group of two where it has its means.
-  void reduce(const Rows& rows) {
-    if (copies()) return;
+  /// Group by group, where kernels serve, with the means where the definition has its sums, and the
+  /// first line of the last group of two where it has its means.
+  bool reduces(const Rows& rows) {
+    if (!served(rows)) return false;
     // Of a line: whole groups, and the samples of a last, cut one.
     const size_t outputs = width_ * param_.nRatioX / kWhole;
     const size_t rest = width_ - (outputs * kWhole + param_.nRatioX - 1) / param_.nRatioX;
@@ -321,6 +317,7 @@ class Reduction {
       }
       y += static_cast<int64_t>(lines);
     }
+    return true;
   }
 
   /// A period at a time. What the last register holds past the last output is not written.

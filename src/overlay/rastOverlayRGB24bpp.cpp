@@ -156,6 +156,7 @@ uint32_t overlayRGB24bpp(const Rows* rows, const RastArea* pArea, uint8_t* const
 uint32_t rastOverlayRGB24bpp(const RastArea* pArea, uint8_t* const* ppRgb,
                              const RastOverlayParam* pOvlParam, uint32_t nPlaneMode, uint32_t,
                              uint32_t nBlendMode, uint32_t nDensity, uint32_t nBgWhite) {
-  return rast::overlayRGB24bpp(rast::rows(), pArea, ppRgb, pOvlParam, nPlaneMode, nBlendMode,
-                               nDensity, nBgWhite);
+  const rast::Rows* const rows = rast::repaid(rast::rows(), pOvlParam);
+  return rast::overlayRGB24bpp(rows, pArea, ppRgb, pOvlParam, nPlaneMode, nBlendMode, nDensity,
+                               nBgWhite);
 }

@@ -72,5 +72,5 @@ uint32_t colGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
 }  // namespace rast
 
 uint32_t rastColGamma(const RastArea* pArea, const RastPlaneSet* pPlanes, const uint8_t* pCurve) {
-  return rast::colGamma(rast::rows(), pArea, pPlanes, pCurve);
+  return rast::colGamma(rast::repaid(rast::rows(), pArea), pArea, pPlanes, pCurve);
 }

@@ -73,5 +73,5 @@ uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
 
 uint32_t rastExpGamma(const RastArea* pArea, const RastPlaneSet* pPlanes,
                       const RastExpGammaParam* pParam, uint8_t* pLut) {
-  return rast::expGamma(rast::rows(), pArea, pPlanes, pParam, pLut);
+  return rast::expGamma(rast::repaid(rast::rows(), pArea), pArea, pPlanes, pParam, pLut);
 }

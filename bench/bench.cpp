@@ -1,6 +1,7 @@
 // Every operation at every level this machine has, its definition, memcpy of as many bytes and the
-// nearest operation of other libraries, on a page, a band and a tile. Each repetition runs every row
-// once, in random order; ratios are taken within a repetition, where all rows meet the same machine.
+// nearest operation of other libraries, on a page, a band and a tile. Each repetition runs every
+// row once, in random order; ratios are taken within a repetition, where all rows meet the same
+// machine.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 

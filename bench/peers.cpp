@@ -11,6 +11,7 @@
 #include <pixman.h>
 #endif
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -29,7 +30,6 @@ cv::Mat plane(std::vector<uint8_t>& samples, const Planes& p) {
 
 /// Calls `each` with every plane in and out.
 Work planeByPlane(Planes& p, int count, const std::function<void(cv::Mat in, cv::Mat out)>& each) {
-  cv::setNumThreads(1);
   return [&p, count, each] {
     for (int k = 0; k < count; ++k) each(plane(p.in[k], p), plane(p.out[k], p));
   };
@@ -43,25 +43,25 @@ Work lut(Planes& p, int count) {
 
 /// The planes as one interleaved picture, and one more of the kind.
 std::array<cv::Mat, 2> interleaved(Planes& p) {
-  cv::setNumThreads(1);
   cv::Mat in;
   cv::merge(std::array{plane(p.in[0], p), plane(p.in[1], p), plane(p.in[2], p)}, in);
   return {in, in.clone()};
 }
 
 Work transform(Planes& p) {
-  const auto [in, out] = interleaved(p);
   const cv::Matx34f matrix(0.8F, 0.3F, -0.1F, 4, -0.1F, 1.1F, 0, 5, 0, -0.2F, 1.2F, 3);
-  return [in, out, matrix] { cv::transform(in, out, matrix); };
+  return [pictures = interleaved(p), matrix]() mutable {
+    cv::transform(pictures[0], pictures[1], matrix);
+  };
 }
 
 Work toHsv(Planes& p) {
-  const auto [in, out] = interleaved(p);
-  return [in, out] { cv::cvtColor(in, out, cv::COLOR_RGB2HSV); };
+  return [pictures = interleaved(p)]() mutable {
+    cv::cvtColor(pictures[0], pictures[1], cv::COLOR_RGB2HSV);
+  };
 }
 
 Work larger(Planes& p) {
-  cv::setNumThreads(1);
   return [&p] {
     for (size_t k = 0; k < 3; ++k) {
       cv::Mat out = plane(p.out[k], p);
@@ -86,7 +86,7 @@ Work resize(Planes& p, int ratio) {
 
 Work border(Planes& p) {
   return planeByPlane(p, 3, [](const cv::Mat& in, cv::Mat out) {
-    const int left = in.cols / 124;
+    const int left = std::max(1, in.cols / 124);
     const cv::Mat part = in(cv::Rect(0, 0, in.cols - left, in.rows));
     cv::copyMakeBorder(part, out, 0, 0, left, 0, cv::BORDER_CONSTANT, 255);
   });
@@ -156,6 +156,9 @@ Work stamp(Planes& p) {
 }  // namespace
 
 const std::vector<Peer>& peers() {
+#if RAST_HAS_OPENCV
+  cv::setNumThreads(1);
+#endif
   static const std::vector<Peer> all = {
 #if RAST_HAS_OPENCV
     {"opencv", "expgamma-table", [](Planes& p) { return lut(p, 1); }},

@@ -211,7 +211,8 @@ const std::vector<Workload>& workloads() {
       {"shift", 3,
        [](const Rows*, Planes& p) {
          const RastPlaneSet set = p.color();
-         const RastShiftParam param{p.area.nWidth / 124, 0, p.area.nWidth, p.area.nHeight, 2};
+         const RastShiftParam param{std::max(1, p.area.nWidth / 124), 0, p.area.nWidth,
+                                    p.area.nHeight, 2};
          rastImageShift(&p.area, &set, &param, 0);
        }},
   };

@@ -40,8 +40,8 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
 uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
               const RastZoomParam* pParam);
 
-/// `rows`, or none where a rectangle is so narrow or small that what kernels prepare for a line or a
-/// call takes longer than looking up its few samples one by one.
+/// `rows`, or none where a rectangle is so narrow or small that what kernels prepare for a line or
+/// a call takes longer than looking up its few samples one by one.
 inline const Rows* repaid(const Rows* rows, const RastArea* pArea) {
   constexpr int64_t leastSamples = 1024;
   if (!rows || !pArea) return rows;

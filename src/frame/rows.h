@@ -55,8 +55,9 @@ struct LineGroup {
 };
 
 /// How a line is reduced by groups of at most four samples, for up to one period of its groups. A
-/// kernel makes a register of outputs, a block, at a time from windows of 16 samples: each window
-/// serves one lane of 16 bytes of one of `terms` registers, whose windows stand side by side.
+/// kernel makes a register of outputs, a block, at a time: it shuffles windows of 16 samples, one
+/// in each 16-byte lane of `terms` registers. Window (block * terms + k) * lanes + i feeds lane i of
+/// shuffle k; outputs are in memory order, 16 to a lane.
 struct LinePlan {
   static constexpr size_t kPeriod = 1000;  // samples
   static constexpr size_t kWindow = 16;
@@ -70,7 +71,7 @@ struct LinePlan {
   uint16_t start[kMostWindows];          // of a window in the period
   uint16_t recalled[kMostWindows];       // the sample that stands in for the window's last one
   uint8_t place[kMostWindows][kWindow];  // of each term in the window, or kNone
-  uint16_t multiplier[kMostOutputs];     // 32768 / divisor + 1, in the order of the sums
+  uint16_t multiplier[kMostOutputs];     // 32768 / divisor + 1, low halves of all lanes first
 };
 
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
@@ -103,8 +104,8 @@ struct Rows {
   void (*overlayOnBase)(const Row<6, 3>& row, const Blend& blend);
   void (*overlayOnBaseMono)(const Row<2, 1>& row, const Blend& blend);
 
-  /// out[j * pitch + i] = group.lines[i][j] for i < group.count, j < columns. The lines of the output
-  /// do not overlap one another or the input. Asks for the same columns of `next` meanwhile: lines
+  /// out[j * pitch + i] = group.lines[i][j] for i < group.count, j < columns. The lines of the
+  /// output do not overlap one another or the input. Prefetches the same columns of `next`: lines
   /// lie pages apart, where no hardware expects them.
   void (*transpose)(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const LineGroup& next,
                     size_t columns);

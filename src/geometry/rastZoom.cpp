@@ -255,8 +255,8 @@ class Reduction {
   }
 
   /// True when kernels can be used and give the same to the byte: sums of lines do not wrap, and
-  /// output lines of different planes, which are written one sample of each plane at a time after all that is read
-  /// for them has been read, share no byte.
+  /// output lines of different planes share no byte. These are written one sample of each plane at
+  /// a time, after all that is read for them has been read.
   bool served(const Rows& rows) const {
     constexpr uint32_t leastRatioY = 4;
     if (param_.nRatioX > kWhole || param_.nRatioY < leastRatioY) return false;
@@ -269,22 +269,25 @@ class Reduction {
     return true;
   }
 
-  /// True when lines are worth a plan and have one. The last windows read past the means, of which
-  /// a line's sums have room for two lines.
+  /// True when the level can follow a plan and enough is reduced to repay making one. The windows
+  /// of a line's last block reach past its end, by less than the least width: a line's mean stands
+  /// in a buffer of twice the width.
   bool planned(const Rows& rows) const {
     constexpr int32_t leastWidth = 512;
     constexpr int32_t leastLines = 16;
     return rows.reduce && param_.nRatioX >= kWhole / 4 && param_.nRatioX < kWhole &&
-           area_.nWidth >= leastWidth && area_.nHeight - area_.nStartY >= leastLines;
+           area_.nWidth >= leastWidth && area_.nHeight - int64_t{area_.nStartY} >= leastLines;
   }
 
-  /// Group by group, where kernels serve, with the means where the definition has its sums, and the
-  /// first line of the last group of two where it has its means.
+  /// Group by group, where kernels serve. The definition's sums hold the mean, its means the first
+  /// line of the last group of two, which a group of one adds again.
   bool reduces(const Rows& rows) {
     if (!served(rows)) return false;
     // Of a line: whole groups, and the samples of a last, cut one.
-    const size_t outputs = width_ * param_.nRatioX / kWhole;
-    const size_t rest = width_ - (outputs * kWhole + param_.nRatioX - 1) / param_.nRatioX;
+    const uint64_t width = width_;
+    const uint64_t ratio = param_.nRatioX;
+    const auto outputs = static_cast<size_t>(width * ratio / kWhole);
+    const auto rest = static_cast<size_t>(width - (outputs * uint64_t{kWhole} + ratio - 1) / ratio);
     const bool plans = planned(rows);
     LinePlan plan;
     if (plans) plan = planLine(param_.nRatioX, outputs, rows.registerBytes);
@@ -294,26 +297,29 @@ class Reduction {
       const size_t length = groups.next();
       const size_t lines = length < left ? length : left;
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+        uint8_t* const mean = sums_[p];
+        uint8_t* const carried = means_[p];
         if (lines > 1) {
-          if (groups.shorter == 1) memcpy(means_[p], source_[p], width_);
-          rows.mean(sums_[p], source_[p], area_.nLineWidth, lines, width_);
+          if (groups.shorter == 1) memcpy(carried, source_[p], width_);
+          rows.mean(mean, source_[p], area_.nLineWidth, lines, width_);
         } else if (length == 1 && param_.nRatioY < kWhole) {
-          rows.add(sums_[p], means_[p], source_[p], width_);
+          rows.add(mean, carried, source_[p], width_);
         } else {
-          memcpy(sums_[p], source_[p], width_);
+          memcpy(mean, source_[p], width_);
         }
         source_[p] += static_cast<ptrdiff_t>(lines) * area_.nLineWidth;
       }
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+        const uint8_t* const mean = sums_[p];
         if (param_.nRatioX == kWhole) {
-          memcpy(out_[p], sums_[p], width_);
+          memcpy(out_[p], mean, width_);
         } else if (plans) {
-          reduceByPlan(rows, plan, sums_[p], outputs, out_[p]);
+          reduceByPlan(rows, plan, mean, outputs, out_[p]);
         } else {
-          reduceGroups(param_.nRatioX, sums_[p], outputs, out_[p]);
+          reduceGroups(param_.nRatioX, mean, outputs, out_[p]);
         }
         out_[p] += outputs;
-        if (rest != 0) *out_[p]++ = meanOfRest(sums_[p] + width_ - rest, rest);
+        if (rest != 0) *out_[p]++ = meanOfRest(mean + width_ - rest, rest);
       }
       y += static_cast<int64_t>(lines);
     }
@@ -346,23 +352,24 @@ class Reduction {
     return static_cast<uint8_t>((sum & 0xFFFF) / count);
   }
 
-  /// Where neither direction is reduced and no output touches a source line: copies, in one piece
-  /// where lines follow one another.
+  /// Where neither direction is reduced and no output touches another or a source line: copies, in
+  /// one piece where lines follow one another.
   bool copies() {
     if (param_.nRatioX != kWhole || param_.nRatioY != kWhole) return false;
     if (area_.nStartY >= area_.nHeight) return true;
     const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
     const auto pitch = static_cast<size_t>(area_.nLineWidth);
+    const size_t written = lines * width_;
+    const size_t read = (lines - 1) * pitch + width_;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       for (uint32_t other = 0; other < param_.nPlaneNum; ++other) {
-        if (!apart(out_[p], lines * width_, source_[other], (lines - 1) * pitch + width_)) {
-          return false;
-        }
+        if (!apart(out_[p], written, source_[other], read)) return false;
+        if (other < p && !apart(out_[p], written, out_[other], written)) return false;
       }
     }
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       if (pitch == width_) {
-        memcpy(out_[p], source_[p], lines * width_);
+        memcpy(out_[p], source_[p], written);
         continue;
       }
       for (size_t y = 0; y < lines; ++y) {

@@ -1,24 +1,22 @@
 // Runs along a line of at least a register; the last register is taken back to end with the line.
 template <class Work>
 inline void eachRegister(size_t width, Work work) {
-  size_t x = 0;
-  for (; x + kBytes <= width; x += kBytes) work(x);
-  if (x < width) work(width - kBytes);
+  for (size_t x = 0; x < width; x += kBytes) work(x + kBytes <= width ? x : width - kBytes);
 }
 
 void addRow(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t width) {
   eachRegister(width, [=](size_t x) { store(out + x, load(a + x) + load(b + x)); });
 }
 
-// Asks for the lines of the next group, which another plane's lines come before. An integer, because
-// the last group has none.
+// Prefetches the lines of the next group, which another plane's lines come before. By an integer,
+// because the last group has none.
 inline void prefetch(const uint8_t* samples, ptrdiff_t distance) {
   __builtin_prefetch((const void*)((uintptr_t)samples + (uintptr_t)distance));
 }
 
-template <class Quotient>
-inline void meanRow(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
-                    size_t width, Quotient quotient) {
+template <class Divide>
+inline void meanWith(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
+                     size_t width, Divide divide) {
   eachRegister(width, [=](size_t x) {
     const uint8_t* line = lines + x;
     U16 low{};
@@ -29,11 +27,12 @@ inline void meanRow(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t
       low += widenLow(samples);
       high += widenHigh(samples);
     }
-    store(mean + x, narrow((I16)quotient(low), (I16)quotient(high)));
+    store(mean + x, narrow((I16)divide(low), (I16)divide(high)));
   });
 }
 
-// For sums of up to 11 samples: the error of n * (32768 / d + 1) stays below 1 / d up to n = 255 d.
+// For sums of up to 11 samples: n * (32768 / d + 1) / 32768 is less than 1 / d above n / d up to
+// n = 255 d.
 constexpr size_t kMostTerms = 11;
 inline U16 quotientOfSum(U16 sum, U16 multiplier) { return mulHigh(sum + sum, multiplier); }
 
@@ -48,17 +47,18 @@ void meanRow(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
     });
   } else if (count <= kMostTerms) {
     const U16 multiplier = splat((uint16_t)(32768 / count + 1));
-    meanRow(mean, lines, pitch, count, width,
-            [=](U16 sum) { return quotientOfSum(sum, multiplier); });
+    meanWith(mean, lines, pitch, count, width,
+             [=](U16 sum) { return quotientOfSum(sum, multiplier); });
   } else {
     const U16 divisor = splat((uint16_t)count);
     const U16 reciprocal = splat((uint16_t)(65536 / count));
-    meanRow(mean, lines, pitch, count, width,
-            [=](U16 sum) { return quotient(sum, divisor, reciprocal); });
+    meanWith(mean, lines, pitch, count, width,
+             [=](U16 sum) { return quotient(sum, divisor, reciprocal); });
   }
 }
 
-#if defined(__AVX2__) || defined(__ARM_NEON)
+// NEON counts the bytes of a register from the other end where words are big-endian.
+#if defined(__AVX2__) || (defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__)
 
 typedef uint8_t Window __attribute__((vector_size(LinePlan::kWindow)));
 constexpr size_t kLanes = kBytes / LinePlan::kWindow;
@@ -116,7 +116,7 @@ void reduceWith(uint8_t* out, const uint8_t* period, const LinePlan& plan, size_
       Window lane[kLanes];
       for (size_t i = 0; i < kLanes; ++i, ++window) {
         __builtin_memcpy(&lane[i], period + plan.start[window], sizeof(Window));
-        if (recalls) lane[i][LinePlan::kWindow - 1] = period[plan.recalled[window]];
+        if constexpr (recalls) lane[i][LinePlan::kWindow - 1] = period[plan.recalled[window]];
       }
       sum[k] = addPairs(pick(join(lane), place));
     }
@@ -145,7 +145,7 @@ void reduceBlocks(uint8_t* out, const uint8_t* period, const LinePlan& plan, siz
 
 #else
 
-// Without a byte shuffle the definition is as fast as anything.
+// Without a byte shuffle samples are summed one by one.
 constexpr void (*reduceBlocks)(uint8_t* out, const uint8_t* period, const LinePlan& plan,
                                size_t block, size_t end) = nullptr;
 

@@ -56,8 +56,8 @@ struct LineGroup {
 
 /// How a line is reduced by groups of at most four samples, for up to one period of its groups. A
 /// kernel makes a register of outputs, a block, at a time: it shuffles windows of 16 samples, one
-/// in each 16-byte lane of `terms` registers. Window (block * terms + k) * lanes + i feeds lane i of
-/// shuffle k; outputs are in memory order, 16 to a lane.
+/// in each 16-byte lane of `terms` registers. Window (block * terms + k) * lanes + i feeds lane i
+/// of shuffle k; outputs are in memory order, 16 to a lane.
 struct LinePlan {
   static constexpr size_t kPeriod = 1000;  // samples
   static constexpr size_t kWindow = 16;

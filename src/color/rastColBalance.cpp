@@ -110,7 +110,7 @@ uint32_t colBalance(const Rows* rows, const RastArea* pArea, const RastPlaneSet*
     pLut[kBuiltFlag] = 1;
   }
 
-  const bool served = rows && planesApart(planes.in, planes.out, area.nWidth) &&
+  const bool served = rows && rows->balance && planesApart(planes.in, planes.out, area.nWidth) &&
                       (!pLut || linesApart(area, planes.out, pLut, kCurvesSize));
   if (served) {
     uint8_t own[kCurvesSize];

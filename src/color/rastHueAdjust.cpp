@@ -143,7 +143,7 @@ void colorDirect(const Rows* rows, const RastArea& area, const ColorPlanes& plan
                  const RastHueParam& param) {
   const bool mirror = param.nMirror != 0;
   const InPlace inPlace = mirror ? InPlace::refused : InPlace::served;
-  if (!rows || !planesApart(planes.in, planes.out, area.nWidth, inPlace)) {
+  if (!rows || !rows->matrix || !planesApart(planes.in, planes.out, area.nWidth, inPlace)) {
     definition::color(area, planes, param, mirror);
     return;
   }
@@ -157,7 +157,7 @@ void colorThroughLut(const Rows* rows, const RastArea& area, const ColorPlanes& 
   const bool served = rows && planesApart(planes.in, planes.out, area.nWidth) &&
                       linesApart(area, planes.out, &lut, sizeof lut);
   ColorMatrix matrix;
-  if (served && matrixOf(lut, matrix)) {
+  if (served && rows->matrix && matrixOf(lut, matrix)) {
     eachRow(area, planes, [&](const ColorRow& row) { rows->matrix(row, matrix); });
   } else if (served && rows->products) {
     eachRow(area, planes, [&](const ColorRow& row) { rows->products(row, lut); });

@@ -85,7 +85,7 @@ uint32_t satAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
 
   const RastArea area = *pArea;
   const ColorPlanes planes(*pPlanes);
-  if (rows && planesApart(planes.in, planes.out, area.nWidth)) {
+  if (rows && rows->saturation && planesApart(planes.in, planes.out, area.nWidth)) {
     eachLine(area,
              [&](ptrdiff_t line) { rows->saturation(rowOf(planes, line, area.nWidth), nMode); });
   } else {

@@ -40,16 +40,16 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
 uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
               const RastZoomParam* pParam);
 
-/// `rows`, or none where a rectangle is so narrow or small that what kernels prepare for a line or
-/// a call takes longer than looking up its few samples one by one.
+/// The level, or none where a rectangle is so narrow or small that what kernels prepare for a line
+/// or a call takes longer than looking up its few samples one by one.
 inline const Rows* repaid(const Rows* rows, const RastArea* pArea) {
   constexpr int64_t leastSamples = 1024;
-  if (!rows || !pArea) return rows;
+  if (!pArea) return rows;
   const bool narrow = pArea->nWidth < static_cast<int64_t>(rows->registerBytes);
   return narrow || int64_t{pArea->nWidth} * pArea->nHeight < leastSamples ? nullptr : rows;
 }
 
-/// `rows`, or none where output lines of pixels are too short to be worth dividing into stretches.
+/// The level, or none where output lines of pixels are too short to be worth dividing into stretches.
 inline const Rows* repaid(const Rows* rows, const RastOverlayParam* pOvlParam) {
   constexpr int32_t leastWidth = 64;
   return pOvlParam && pOvlParam->nOutWidth < leastWidth ? nullptr : rows;

@@ -76,7 +76,8 @@ struct LinePlan {
 
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
 /// row in each plane. An output may be its own input, except where mirrored, and overlaps nothing
-/// else.
+/// else. Those of pixels, from saturation to ink, are null where a level has nothing faster than
+/// the definition.
 struct Rows {
   /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].
   void (*curve)(const MonoRow& row, const uint8_t* table);
@@ -88,8 +89,7 @@ struct Rows {
   void (*matrix)(const ColorRow& row, const ColorMatrix& matrix);
   void (*matrixMirrored)(const ColorRow& row, const ColorMatrix& matrix);
 
-  /// Hue adjustment through a built buffer of any content. Null where a level has nothing faster
-  /// than the definition.
+  /// Hue adjustment through a built buffer of any content.
   void (*products)(const ColorRow& row, const RastHueLut& lut);
 
   /// Colour balance with the curves of the three components and of the grey part.
@@ -104,9 +104,9 @@ struct Rows {
   void (*overlayOnBase)(const Row<6, 3>& row, const Blend& blend);
   void (*overlayOnBaseMono)(const Row<2, 1>& row, const Blend& blend);
 
-  /// out[j * pitch + i] = group.lines[i][j] for i < group.count, j < columns. The lines of the
-  /// output do not overlap one another or the input. Prefetches the same columns of `next`: lines
-  /// lie pages apart, where no hardware expects them.
+  /// out[j * pitch + i] = group.lines[i][j] for i < group.count, j < columns, of which there are
+  /// kLeast or more. The lines of the output do not overlap one another or the input. Prefetches
+  /// the same columns of `next`: lines lie pages apart, where no hardware expects them.
   void (*transpose)(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const LineGroup& next,
                     size_t columns);
 

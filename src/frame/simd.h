@@ -14,6 +14,14 @@ constexpr size_t kBytes = 32;
 constexpr size_t kBytes = 16;
 #endif
 
+// Where the machine has no vectors, arithmetic on them is taken apart: it then costs more than the
+// definition's, sample by sample.
+#if defined(__AVX2__) || defined(__SSE2__) || defined(__ARM_NEON)
+constexpr bool kHasVectors = true;
+#else
+constexpr bool kHasVectors = false;
+#endif
+
 typedef uint8_t U8 __attribute__((vector_size(kBytes)));
 typedef uint16_t U16 __attribute__((vector_size(kBytes)));
 typedef int16_t I16 __attribute__((vector_size(kBytes)));
@@ -257,12 +265,24 @@ class Lookup {
     for (int i = 0; i < 4; ++i) part[i] = vld1q_u8_x4(table + 64 * i);
   }
   U8 operator()(U8 x) const {
-    U8 y = (U8)vqtbl4q_u8(part[0], (uint8x16_t)x);
-    for (int i = 1; i < 4; ++i) {
-      x -= 64;
-      y = (U8)vqtbx4q_u8((uint8x16_t)y, part[i], (uint8x16_t)x);
+    U8 v[] = {x};
+    replace(v);
+    return v[0];
+  }
+  template <size_t n>
+  void replace(U8 (&v)[n]) const {
+    U8 index[n];
+    for (size_t k = 0; k < n; ++k) {
+      index[k] = v[k];
+      v[k] = (U8)vqtbl4q_u8(part[0], (uint8x16_t)index[k]);
     }
-    return y;
+    for (int i = 1; i < 4; ++i) {
+      const uint8x16x4_t entries = part[i];
+      for (size_t k = 0; k < n; ++k) {
+        index[k] -= 64;
+        v[k] = (U8)vqtbx4q_u8((uint8x16_t)v[k], entries, (uint8x16_t)index[k]);
+      }
+    }
   }
 
  private:
@@ -291,6 +311,22 @@ class Lookup {
 };
 
 #endif
+
+// Looks up as many registers as share the loads of the table's parts.
+#if defined(__aarch64__)
+constexpr size_t kLookupsTogether = 4;
+#else
+constexpr size_t kLookupsTogether = 1;
+#endif
+
+template <size_t n>
+inline void replace(U8 (&v)[n], const Lookup& lookup) {
+#if defined(__aarch64__)
+  lookup.replace(v);
+#else
+  for (U8& x : v) x = lookup(x);
+#endif
+}
 
 // 65536 / d, truncated, for every sample d > 1; 65535 for d = 1; anything for d = 0.
 #if defined(__AVX512VBMI__)
@@ -376,36 +412,38 @@ template <Order order, size_t N, size_t M, class Body>
 inline void sweep(const Row<N, M>& row, Body body) {
   const size_t rest = row.width % kBytes;
   const size_t whole = row.width - rest;
-  if (whole) {
-    Row<N, M> part = row;
-    part.width = whole;
-    if (order == Order::mirrored) {
-      for (uint8_t*& out : part.out) out += rest;
-    }
-    body(part);
+  Row<N, M> part = row;
+  part.width = whole;
+  if (order == Order::mirrored) {
+    for (uint8_t*& out : part.out) out += rest;
   }
-  if (rest) {
-    uint8_t copy[N][kBytes] = {};
-    uint8_t result[M][kBytes];
-    Row<N, M> part;
-    part.width = kBytes;
-    for (size_t k = 0; k < N; ++k) {
-      __builtin_memcpy(copy[k], row.in[k] + whole, rest);
-      part.in[k] = copy[k];
+  uint8_t copy[N][kBytes];
+  uint8_t result[M][kBytes];
+  // One call of the body, as it is inlined, is half the code of two.
+  for (bool atRest = whole == 0;; atRest = true) {
+    if (atRest) {
+      if (!rest) return;
+      part.width = kBytes;
+      for (size_t k = 0; k < N; ++k) {
+        __builtin_memset(copy[k], 0, kBytes);
+        __builtin_memcpy(copy[k], row.in[k] + whole, rest);
+        part.in[k] = copy[k];
+      }
+      for (size_t k = 0; k < M; ++k) part.out[k] = result[k];
     }
-    for (size_t k = 0; k < M; ++k) part.out[k] = result[k];
     body(part);
-    for (size_t k = 0; k < M; ++k) {
-      if (order == Order::mirrored) {
-        __builtin_memcpy(row.out[k], result[k] + kBytes - rest, rest);
-        continue;
-      }
-      __builtin_memcpy(row.out[k] + whole, result[k], rest);
-      if (order == Order::groupsMirrored) {
-        const size_t groups = rest / 4 * 4;
-        for (size_t j = 0; j < rest % 4; ++j)
-          row.out[k][whole + groups + j] = result[k][groups + 3 - j];
-      }
+    if (atRest) break;
+  }
+  for (size_t k = 0; k < M; ++k) {
+    if (order == Order::mirrored) {
+      __builtin_memcpy(row.out[k], result[k] + kBytes - rest, rest);
+      continue;
+    }
+    __builtin_memcpy(row.out[k] + whole, result[k], rest);
+    if (order == Order::groupsMirrored) {
+      const size_t groups = rest / 4 * 4;
+      for (size_t j = 0; j < rest % 4; ++j)
+        row.out[k][whole + groups + j] = result[k][groups + 3 - j];
     }
   }
 }

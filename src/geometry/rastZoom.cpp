@@ -147,11 +147,10 @@ void reduceGroups(uint32_t ratio, const uint8_t* line, size_t outputs, uint8_t* 
   }
 }
 
-/// The plan for lines of `outputs` groups, of a ratio that planned() admits.
-LinePlan planLine(uint32_t ratio, size_t outputs, size_t registerBytes) {
+/// Fills the plan for lines of `outputs` groups, of a ratio that planned() admits.
+void planLine(LinePlan& plan, uint32_t ratio, size_t outputs, size_t registerBytes) {
   constexpr size_t window = LinePlan::kWindow;
   constexpr size_t sums = window / sizeof(uint16_t);
-  LinePlan plan;
   plan.terms = ratio >= kWhole / 2 ? 2 : 4;
   plan.recalls = false;
   const size_t lanes = registerBytes / window;
@@ -187,7 +186,6 @@ LinePlan planLine(uint32_t ratio, size_t outputs, size_t registerBytes) {
         static_cast<uint16_t>(length ? 32768 / length + 1 : 0);
     at += length;
   }
-  return plan;
 }
 
 /// The working memory of a call, and the pass over it.
@@ -290,7 +288,7 @@ class Reduction {
     const auto rest = static_cast<size_t>(width - (outputs * uint64_t{kWhole} + ratio - 1) / ratio);
     const bool plans = planned(rows);
     LinePlan plan;
-    if (plans) plan = planLine(param_.nRatioX, outputs, rows.registerBytes);
+    if (plans) planLine(plan, param_.nRatioX, outputs, rows.registerBytes);
     GroupLengths groups{param_.nRatioY};
     for (int64_t y = area_.nStartY; y < area_.nHeight;) {
       const auto left = static_cast<size_t>(area_.nHeight - y);

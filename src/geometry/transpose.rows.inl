@@ -40,22 +40,29 @@ inline Lanes loadLanes(const uint8_t* line, const uint8_t*) {
 // sample, counted in bits (four of the register, four of the byte in its lane), by one.
 inline void zipStage(Lanes (&v)[kSide]) {
   Lanes merged[kSide];
+#pragma GCC unroll 16
   for (size_t i = 0; i < kSide / 2; ++i) {
     merged[2 * i] = zipLow(v[i], v[i + kSide / 2]);
     merged[2 * i + 1] = zipHigh(v[i], v[i + kSide / 2]);
   }
+#pragma GCC unroll 16
   for (size_t i = 0; i < kSide; ++i) v[i] = merged[i];
 }
 
-// Four stages swap register and byte. One lane of lines fills all lanes of the registers alike.
+// Four stages swap register and byte. One lane of lines fills all lanes of the registers alike. The
+// loops are unrolled by request: g++ keeps the array in memory otherwise, where each square's
+// registers are written again after every stage.
 template <size_t kLines>
 inline void transposeBlock(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines,
                            size_t column) {
   Lanes v[kSide];
+#pragma GCC unroll 16
   for (size_t i = 0; i < kSide; ++i) {
     v[i] = loadLanes(lines[i] + column, lines[i + kLines - kSide] + column);
   }
+#pragma GCC unroll 4
   for (int stage = 0; stage < 4; ++stage) zipStage(v);
+#pragma GCC unroll 16
   for (size_t i = 0; i < kSide; ++i) __builtin_memcpy(out + (ptrdiff_t)i * pitch, &v[i], kLines);
 }
 
@@ -78,7 +85,7 @@ inline void transposeColumns(uint8_t* out, ptrdiff_t pitch, const LineGroup& gro
 void transposeRows(uint8_t* out, ptrdiff_t pitch, const LineGroup& group, const LineGroup& next,
                    size_t columns) {
   constexpr size_t cacheLine = 64;
-  if (group.count < kSide || columns < kSide) {
+  if (group.count < kSide) {
     for (size_t j = 0; j < columns; ++j) {
       for (size_t i = 0; i < group.count; ++i)
         out[(ptrdiff_t)j * pitch + (ptrdiff_t)i] = group.lines[i][j];

@@ -44,8 +44,8 @@ struct Composition {
   Source<N> base;
   Source<N> overlay;
   uint8_t* out[N];
-  uint8_t background;
-  Blend blend;
+  uint8_t background = 0;
+  Blend blend{};
 
   Composition(const RastArea& area, const RastPlaneSet& planes, const RastOverlayParam& param)
       : placement(area, param),

@@ -130,7 +130,8 @@ bool isSingleInk(const RastBinConvColor& rec) {
 void convertWithRecord(const Rows* rows, const RastArea& area, const RastPlaneSet& set,
                        const RastBinConvColor& record) {
   const ColorPlanes planes(set);
-  if (!rows || !isSingleInk(record) || !planesApart(planes.in, planes.out, area.nWidth)) {
+  if (!rows || !rows->ink || !isSingleInk(record) ||
+      !planesApart(planes.in, planes.out, area.nWidth)) {
     definition::convert(area, planes, record);
     return;
   }

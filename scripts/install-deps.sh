@@ -8,13 +8,20 @@ declare -A sets=(
   [test]="libgtest-dev libgmock-dev python3 pkg-config"
   [bench]="libbenchmark-dev python3"
   [peers]="libopencv-imgproc-dev libopencv-core-dev libyuv-dev libpixman-1-dev"
+  [figures]="llvm python3"
   [demo]="python3 poppler-utils"
   [clang]="clang libclang-rt-14-dev"
   [arm]="gcc-arm-linux-gnueabihf g++-arm-linux-gnueabihf libc6-dev-armhf-cross googletest"
   [aarch64]="gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest"
+  [i386]="gcc-12-multilib g++-12-multilib googletest"
+  [powerpc]="gcc-powerpc-linux-gnu g++-powerpc-linux-gnu libc6-dev-powerpc-cross googletest"
+  [s390x]="gcc-s390x-linux-gnu g++-s390x-linux-gnu libc6-dev-s390x-cross googletest"
   [qemu]="qemu-user"
+  [musl]="musl-tools"
+  [abi]="abigail-tools"
+  [coverage]="gcovr"
   [valgrind]="valgrind libc6-dbg"
-  [lint]="clang clang-format clang-tidy shellcheck"
+  [lint]="clang clang-format clang-tidy cppcheck shellcheck"
 )
 
 packages=()

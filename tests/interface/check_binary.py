@@ -7,9 +7,12 @@ import sys
 
 # On 32-bit ARM the compiler's own division routine, linked in, raises a signal for a divisor of 0.
 ARM_IMPORTS = {"raise"}
+ALLOCATION = {"malloc", "free"}
 IMPORTS = {"printf", "puts", "malloc", "free", "memset", "memcpy"}
 RUNTIME = re.compile(r"__cxa|__gxx|_Unwind|__gnu_unwind|\bstd::|operator (new|delete)")
 WRITABLE = {".data.rel.ro", ".dynamic", ".got", ".bss"}
+# PowerPC has tables of addresses of its own, and a section for small objects.
+WRITABLE |= {".got2", ".plt", ".sbss"}
 
 problems = []
 
@@ -87,9 +90,10 @@ def check_writable(readelf, library, exports, pointers):
         expect(name in WRITABLE, f"writable section {name}")
         if not start <= int(address, 16) < start + size:
             left[name] = int(length, 16)
-    expect(list(left) == [".bss"], f"writable after load: {sorted(left)}")
+    expect(len(left) == 1 and set(left) <= {".bss", ".sbss"}, f"writable after load: {sorted(left)}")
     width = 8 if "64" in re.search(r"Class: +(\S+)", output(readelf, "-Wh", library))[1] else 4
-    expect(left.get(".bss") == len(pointers) * width, f".bss has {left.get('.bss')} bytes")
+    zeroed = sum(left.values())
+    expect(zeroed == len(pointers) * width, f"{zeroed} bytes are writable after load")
     for name in pointers & set(exports):
         expect(exports[name][1] == width, f"{name} is not the size of a pointer")
 
@@ -107,13 +111,16 @@ def check_levels(nm, archive):
     for line in output(nm, "-A", "-C", archive).splitlines():
         member, kind, name = re.match(r".*:(\S+):[0-9a-f ]* (\w) (.*)", line).groups()
         expect(not RUNTIME.search(name), f"{member} refers to {name}")
+        expect(name not in ALLOCATION or member == "rastZoom.cpp.o", f"{member} calls {name}")
         if re.match(r"rows_\w+\.cpp", member):
             members.setdefault(member, []).append((kind, name))
     expect(members, "no level files in the archive")
     for member, symbols in members.items():
         weak = [name for kind, name in symbols if kind in "wWvVu"]
         expect(not weak, f"{member} has weak symbols: {weak}")
-        shared = [name for kind, name in symbols if kind.isupper() and kind != "U"]
+        # 32-bit x86 finds its own address by a call, of a function that is the same in all files.
+        shared = [name for kind, name in symbols
+                  if kind.isupper() and kind != "U" and not name.startswith("__x86.get_pc_thunk")]
         level = re.match(r"rows_(\w+)\.cpp", member)[1]
         expect(shared == [f"rast::{level}::rows()"], f"{member} defines {shared}")
 

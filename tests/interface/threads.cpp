@@ -68,6 +68,13 @@ std::vector<Plane> callAll(Shared& shared) {
   set = planes(3, 0);
   record(rastOverlay(&area, &set, &overlay, 0, 0, 0, 70, 1));
 
+  const RastArea pixels{kWidth / 3, 0, kWidth / 3, 0, kHeight};
+  overlay.nOvlLineWidth = overlay.nOvlWidth = overlay.nOutWidth = kWidth / 3;
+  overlay.nOvlX = 0;
+  // The base is only read.
+  uint8_t* const rgb[] = {shared.in[0].data(), outputs.emplace_back(shared.in[0].size()).data()};
+  record(rastOverlayRGB24bpp(&pixels, rgb, &overlay, 0, 0, 0, 1, 1));
+
   const auto rotation = std::make_unique<RastRotateCtx>();
   RastRotateBand band{};
   band.nPlaneNum = 1;

@@ -228,6 +228,22 @@ TEST(BinConvRecord, AmountsAreClampedAfterTheOffset) {
   EXPECT_EQ(convertedWith(firstInk({32767, 32767, 32767}, -32768), {255, 255, 255})[0], 255);
 }
 
+TEST(BinConvRecord, AnOffsetOfTheWholeRangeLeavesNothingOrAll) {
+  RastBinConvColor record = {};
+  record.nCoefB[0] = record.nCoefB[1] = 128;
+  record.nInkB[0] = 256;
+  for (const auto& [offset, amount] :
+       {std::pair{-254, 1}, {-255, 0}, {-256, 0}, {-32768, 0}, {-1, 254}}) {
+    record.nOffsetB = static_cast<int16_t>(offset);
+    EXPECT_EQ(convertedWith(record, {255, 255, 0})[0], amount) << offset;
+  }
+  for (const auto& [offset, amount] :
+       {std::pair{254, 254}, {255, 255}, {256, 255}, {32767, 255}, {1, 1}}) {
+    record.nOffsetB = static_cast<int16_t>(offset);
+    EXPECT_EQ(convertedWith(record, {0, 0, 255})[0], amount) << offset;
+  }
+}
+
 TEST(BinConvRecord, TheLargestComponentAsTheAmount) {
   for (const uint8_t set : Samples{1, 2, 255}) {
     RastBinConvColor record = firstInk({0, 0, 0}, 77);
@@ -251,6 +267,18 @@ TEST(BinConvRecord, SharesAreSixteenBitsWideAndTheResultIsClamped) {
   EXPECT_EQ(convertedWith(record, {1, 1, 1}), (Pixel{255, 1, 1}));
   EXPECT_EQ(convertedWith(record, {255, 255, 255}), (Pixel{255, 255, 255}));
   EXPECT_EQ(convertedWith(record, {100, 100, 100}), (Pixel{255, 117, 100}));
+}
+
+TEST(BinConvRecord, SharesNextToNoneAndAll) {
+  RastBinConvColor record = builtIn(3);
+  record.nInkB[0] = record.nInkB[2] = 1;
+  EXPECT_EQ(convertedWith(record, {255, 0, 0}), (Pixel{0, 46, 0}));
+  record.nInkB[0] = 255;
+  record.nInkB[2] = 257;
+  EXPECT_EQ(convertedWith(record, {255, 0, 0}), (Pixel{45, 46, 46}));
+  record.nInkB[0] = 0;
+  record.nInkB[1] = record.nInkB[2] = 255;
+  EXPECT_EQ(convertedWith(record, {255, 0, 0}), (Pixel{0, 45, 45}));
 }
 
 TEST(BinConvRecord, TheFourthShareChangesNothing) {

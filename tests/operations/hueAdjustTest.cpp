@@ -315,6 +315,21 @@ TEST(HueAdjustLut, OneProductOffTheStraightLineIsUsedAsItStands) {
   }
 }
 
+TEST(HueAdjustLut, StraightLinesMayBeSteeperThanAnyCoefficient) {
+  for (const int32_t slope : {32767, 32768, -32768, -32769, 1 << 20}) {
+    Call call(300, 4);
+    call.randomize(7);
+    call.lut = std::make_unique<RastHueLut>();
+    call.lut->nBuilt = 1;
+    for (auto& row : call.lut->row) {
+      for (int32_t i = 0; i < 256; ++i) row.nProd[1][i] = (i - 128) * slope;
+      row.nOutOffset = 100;
+    }
+    call.runWell();
+    expectColor(call, [&](const Pixel& p) { return model(*call.lut, p); });
+  }
+}
+
 TEST(HueAdjustLut, TheOutputOffsetIsAddedIn32Bits) {
   Call call(std::vector<Pixel>{{0, 0, 0}, {1, 1, 1}});
   call.lut = std::make_unique<RastHueLut>();

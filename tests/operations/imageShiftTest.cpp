@@ -14,16 +14,19 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 /// The mono plane of a source of 20 x 12, each sample its own number, shifted into a page of
-/// sevens.
+/// sevens, behind which nothing may be written.
 Bytes shifted(const RastArea& area, const RastShiftParam& param, size_t pageSize) {
   Bytes source(20 * 12);
   for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i);
-  Bytes page(pageSize, 7);
+  constexpr size_t behind = 64;
+  Bytes page(pageSize + behind, 7);
   RastPlaneSet planes{};
   planes.pIn[3] = source.data();
   planes.pOut[3] = page.data();
   planes.nSize = 1;
   EXPECT_EQ(rastImageShift(&area, &planes, &param, 1), RAST_OK);
+  EXPECT_EQ(Bytes(page.end() - behind, page.end()), Bytes(behind, 7));
+  page.resize(pageSize);
   return page;
 }
 
@@ -41,6 +44,11 @@ TEST(ImageShift, CutAtTheRight) {
 TEST(ImageShift, NegativeOffsetsKeepTheFirstSamples) {
   EXPECT_EQ(shifted({20, 4, 3, 1, 2}, {-1, -1, 4, 2, 2}, 8),
             (Bytes{24, 25, 255, 255, 255, 255, 255, 255}));
+}
+
+TEST(ImageShift, OneSampleOfOneLineIsLeft) {
+  EXPECT_EQ(shifted({20, 4, 3, 1, 2}, {-2, -1, 4, 2, 2}, 8),
+            (Bytes{24, 255, 255, 255, 255, 255, 255, 255}));
 }
 
 TEST(ImageShift, NegativeColumnAndPositiveLineReadOn) {
@@ -117,6 +125,8 @@ TEST(ImageShift, EachCheckAloneAndBeforeTheLaterOnes) {
           {"line fit", [](Call& c) { c.area.nStartX = 1 << 20; }},
           {"planes null", [](Call& c) { c.usePlanes = false; }},
           {"no source", [](Call& c) { c.set.pIn[3] = nullptr; }},
+          {"a second source alone",
+           [](Call& c) { c.set.pIn[3] = nullptr, c.set.pIn[1] = c.in[1].data(); }},
           {"size 0", [](Call& c) { c.set.nSize = 0; }},
           {"param null", [](Call& c) { c.useParam = false; }},
           {"pitch 0",

@@ -255,11 +255,29 @@ class Levels : public testing::TestWithParam<std::tuple<Operation, Level>> {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(
-    , Levels, testing::Combine(testing::ValuesIn(kOperations), testing::ValuesIn(levels())),
-    [](const auto& info) {
-      return std::get<0>(info.param).name + ("_" + std::get<1>(info.param).name);
-    });
+/// The levels and, as one more, what is left of one without the kernels that a level may lack.
+std::vector<Level> levelsAndPartialOne() {
+  static const Rows partial = [] {
+    Rows rows = *levels().front().rows;
+    rows.saturation = nullptr;
+    rows.matrix = rows.matrixMirrored = nullptr;
+    rows.products = nullptr;
+    rows.balance = nullptr;
+    rows.ink = nullptr;
+    return rows;
+  }();
+  std::vector<Level> all = levels();
+  all.push_back({"partial", &partial});
+  return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(, Levels,
+                         testing::Combine(testing::ValuesIn(kOperations),
+                                          testing::ValuesIn(levelsAndPartialOne())),
+                         [](const auto& info) {
+                           return std::get<0>(info.param).name +
+                                  ("_" + std::get<1>(info.param).name);
+                         });
 
 std::string describe(const RastArea& a) {
   return std::to_string(a.nLineWidth) + ", " + std::to_string(a.nStartX) + ", " +
@@ -325,6 +343,30 @@ TEST_P(Levels, OverlapAtEveryDistance) {
   });
 }
 
+TEST_P(Levels, OutputsAtTheEndsOfTheBuffer) {
+  if (operation_.bufferSize == 0) return;
+  Random random(23);
+  const auto size = static_cast<ptrdiff_t>(operation_.bufferSize);
+  printedBy([&] {
+    for (ptrdiff_t shared = -1; shared <= 8; ++shared) {
+      for (int round = 0; round < 40; ++round) {
+        refill(random);
+        const Geometry geometry(RastArea{200, 0, 200, 0, 3});
+        Layout layout;
+        for (size_t k = 0; k < 3; ++k) {
+          layout.in[k] = {k, 0};
+          layout.out[k] = {3 + k, 0};
+        }
+        layout.buffer = {6, 1000};
+        const auto one = static_cast<size_t>(random.pick(0, 2));
+        layout.out[one] = {6, round % 2 ? 1000 + size - shared : 1000 + shared - geometry.extent};
+        ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random)))
+            << shared << ' ' << round;
+      }
+    }
+  });
+}
+
 class Kernels : public testing::TestWithParam<Level> {};
 
 INSTANTIATE_TEST_SUITE_P(, Kernels, testing::ValuesIn(levels()),
@@ -337,12 +379,12 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   const ColorMatrix matrix{};
   rows.curve(MonoRow{}, table);
   rows.curveMirrored(MonoRow{}, table);
-  rows.saturation(ColorRow{}, 0);
-  rows.matrix(ColorRow{}, matrix);
-  rows.matrixMirrored(ColorRow{}, matrix);
+  if (rows.saturation) rows.saturation(ColorRow{}, 0);
+  if (rows.matrix) rows.matrix(ColorRow{}, matrix);
+  if (rows.matrixMirrored) rows.matrixMirrored(ColorRow{}, matrix);
   if (rows.products) rows.products(ColorRow{}, lut);
-  rows.balance(ColorRow{}, table);
-  rows.ink(ColorRow{}, Ink{{}, 0, {}, table});
+  if (rows.balance) rows.balance(ColorRow{}, table);
+  if (rows.ink) rows.ink(ColorRow{}, Ink{{}, 0, {}, table});
   rows.overlay(ColorRow{}, Blend{});
   rows.overlayMono(MonoRow{}, Blend{});
   rows.overlayOnBase(Row<6, 3>{}, Blend{});

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -47,6 +48,12 @@ struct Scene {
     return static_cast<size_t>(param.nOutWidth) * static_cast<size_t>(param.nOutHeight);
   }
 };
+
+Bytes counted(size_t n, uint8_t first) {
+  Bytes bytes(n);
+  for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<uint8_t>(first + i);
+  return bytes;
+}
 
 /// Pixels numbered from `first`: three equal bytes each.
 Bytes pixels(size_t n, uint8_t first) {
@@ -109,6 +116,12 @@ TEST(OverlayRgb, WhatIsCutAtTheRightConsumesNothing) {
   const Scene scene = Scene(1, 2, 4, 2, 4, 2).baseAt(0, 0).overlayAt(2, 0);
   EXPECT_EQ(interleaved(scene, pixels(8, 10), pixels(8, 50), 1),
             (Bytes{50, 255, 10, 11, 51, 255, 12, 13}));
+}
+
+TEST(OverlayRgb, LinesBelowBothImagesAreBackground) {
+  const Scene scene = Scene(1, 1, 1, 1, 2, 3).baseAt(0, 0).overlayAt(1, 0);
+  EXPECT_EQ(interleaved(scene, pixels(1, 10), pixels(1, 50), 1),
+            (Bytes{50, 10, 255, 255, 255, 255}));
 }
 
 TEST(OverlayRgb, EmptyRectanglesAreBackground) {
@@ -202,6 +215,23 @@ TEST(OverlayRgb, EachCheckAloneAndBeforeTheLaterOnes) {
   }
 }
 
+TEST(OverlayRgb, NarrowAndWideOutputsFollowTheSameRule) {
+  for (const int32_t width : {63, 64, 200}) {
+    const Scene scene = Scene(50, 3, 30, 2, width, 4).baseAt(5, 0).overlayAt(20, 1);
+    Bytes base = counted(3 * 150, 1);
+    const Bytes overlay = counted(3 * 60, 91);
+    Bytes expected(3 * scene.outSize(), 0xAA);
+    Bytes out = expected;
+    RastOverlayParam param = scene.param;
+    param.pOvl[0] = overlay.data();
+    uint8_t* rgb[] = {base.data(), expected.data()};
+    ASSERT_EQ(overlayRGB24bpp(nullptr, &scene.area, rgb, &param, 0, 0, 1, 1), RAST_OK);
+    rgb[1] = out.data();
+    ASSERT_EQ(rastOverlayRGB24bpp(&scene.area, rgb, &param, 0, 0, 0, 1, 1), RAST_OK);
+    EXPECT_EQ(out, expected) << width;
+  }
+}
+
 TEST(OverlayRgb, ASinglePlaneIsRefusedAfterAllChecks) {
   Call call;
   call.planeMode = 2;
@@ -253,12 +283,6 @@ std::vector<Bytes> planar(Scene scene, const std::vector<Bytes>& base,
 
 std::vector<Bytes> threeOf(const Bytes& plane) { return {plane, plane, plane}; }
 
-Bytes counted(size_t n, uint8_t first) {
-  Bytes bytes(n);
-  for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<uint8_t>(first + i);
-  return bytes;
-}
-
 /// One pixel of overlay on one of base.
 std::vector<Bytes> onePixel(const Bytes& base, const Bytes& overlay, Modes modes) {
   return planar(Scene(1, 1, 1, 1, 1, 1), {{base[0]}, {base[1]}, {base[2]}},
@@ -298,6 +322,22 @@ TEST(Overlay, TransparentOutsideTheBaseIsZeroOnWhite) {
   const Scene scene = Scene(1, 1, 2, 1, 4, 1).baseAt(0, 0).overlayAt(1, 0);
   EXPECT_EQ(planar(scene, threeOf({7}), threeOf({15, 16}), {0, 0, 100, 1}),
             threeOf({7, 0, 16, 255}));
+}
+
+TEST(Overlay, SourcesBeginAtTheirStart) {
+  Scene scene = Scene(2, 2, 1, 2, 3, 2).baseAt(0, 0).overlayAt(2, 0);
+  scene.area.nLineWidth = 4;
+  scene.area.nStartX = 1;
+  scene.area.nStartY = 1;
+  scene.param.nOvlLineWidth = 3;
+  scene.param.nOvlStartX = 2;
+  scene.param.nOvlStartY = 1;
+  const auto base = threeOf(counted(12, 10));
+  const auto overlay = threeOf(counted(9, 50));
+  for (const uint32_t planeMode : {0U, 2U}) {
+    EXPECT_EQ(planar(scene, base, overlay, {planeMode, 0, 100, 0})[0],
+              (Bytes{15, 16, 55, 19, 20, 58}));
+  }
 }
 
 TEST(Overlay, ThreePlanesSkipWhatIsCutAndASinglePlaneDrifts) {
@@ -364,10 +404,10 @@ Scene drawScene(Random& random) {
   return scene;
 }
 
-void expectSameAsDefinition(
-    uint64_t seed,
-    const std::function<std::function<uint32_t(const Rows*, const Memory&)>(Random&)>& draw,
-    const Rows* rows) {
+using RunIn = std::function<uint32_t(const Rows*, const Memory&)>;
+
+void expectSameAsDefinition(uint64_t seed, const std::function<RunIn(Random&)>& draw,
+                            const Rows* rows) {
   Random random(seed);
   Memory definition(9, kSlotSize);
   Memory result(9, kSlotSize);
@@ -391,6 +431,33 @@ struct Spot {
   uint8_t* in(const Memory& memory) const { return memory.slot(slot) + at; }
 };
 
+using Spots = std::array<Spot, 3>;
+
+RunIn interleavedRun(const Scene& scene, uint32_t white, const Spot& base, const Spot& overlay,
+                     const Spot& out) {
+  return [=](const Rows* rows, const Memory& memory) {
+    uint8_t* const rgb[] = {base.in(memory), out.in(memory)};
+    RastOverlayParam param = scene.param;
+    param.pOvl[0] = overlay.in(memory);
+    return overlayRGB24bpp(rows, &scene.area, rgb, &param, 0, 0, 1, white);
+  };
+}
+
+RunIn planarRun(const Scene& scene, const Modes& modes, const Spots& base, const Spots& overlay,
+                const Spots& out) {
+  return [=](const Rows* rows, const Memory& memory) {
+    RastPlaneSet planes{};
+    RastOverlayParam param = scene.param;
+    for (size_t k = 0; k < 3; ++k) {
+      planes.pIn[k] = base[k].in(memory);
+      planes.pOut[k] = out[k].in(memory);
+      param.pOvl[k] = overlay[k].in(memory);
+    }
+    return rast::overlay(rows, &scene.area, &planes, &param, modes.plane, modes.blend,
+                         modes.density, modes.white);
+  };
+}
+
 TEST_P(OverlayLevels, InterleavedAnyPlacement) {
   expectSameAsDefinition(
       30,
@@ -404,12 +471,7 @@ TEST_P(OverlayLevels, InterleavedAnyPlacement) {
                            static_cast<size_t>(close ? random.pick(0, 30000) : 0)};
         const size_t size = 3 * scene.outSize();
         const Spot out{2, close ? static_cast<size_t>(random.pick(0, 30000)) : kSlotSize - size};
-        return [=](const Rows* rows, const Memory& memory) {
-          uint8_t* const rgb[] = {base.in(memory), out.in(memory)};
-          RastOverlayParam param = scene.param;
-          param.pOvl[0] = overlay.in(memory);
-          return overlayRGB24bpp(rows, &scene.area, rgb, &param, 0, 0, 1, white);
-        };
+        return interleavedRun(scene, white, base, overlay, out);
       },
       GetParam().rows);
 }
@@ -418,14 +480,17 @@ TEST_P(OverlayLevels, PlanesAnyPlacementAndMode) {
   expectSameAsDefinition(
       31,
       [](Random& random) {
-        const Scene scene = drawScene(random);
+        Scene scene = drawScene(random);
+        // Sources whose lines run backwards through memory.
+        if (random.oneIn(6)) scene.area.nLineWidth *= -1;
+        if (random.oneIn(6)) scene.param.nOvlLineWidth *= -1;
         const Modes modes{
             static_cast<uint32_t>(random.pick(0, 2)), static_cast<uint32_t>(random.pick(0, 2)),
             static_cast<uint32_t>(random.pick(10, 100)), static_cast<uint32_t>(random.pick(0, 1))};
         const bool close = random.oneIn(4);
-        Spot base[3];
-        Spot overlay[3];
-        Spot out[3];
+        Spots base;
+        Spots overlay;
+        Spots out;
         for (size_t k = 0; k < 3; ++k) {
           base[k] = {close ? size_t{6} : k,
                      static_cast<size_t>(close ? random.pick(9000, 20000) : 9000)};
@@ -434,16 +499,134 @@ TEST_P(OverlayLevels, PlanesAnyPlacementAndMode) {
           out[k] = {close ? size_t{6} : 6 + k, close ? static_cast<size_t>(random.pick(9000, 20000))
                                                      : kSlotSize - scene.outSize()};
         }
+        return planarRun(scene, modes, base, overlay, out);
+      },
+      GetParam().rows);
+}
+
+/// Sources and outputs within a line of one another: there a line's order tells.
+TEST_P(OverlayLevels, CloseTogether) {
+  const auto near = [](Random& random) {
+    const ptrdiff_t reach = random.oneIn(2) ? 8 : 130;
+    return Spot{0, static_cast<size_t>(30000 + random.pick(-reach, reach))};
+  };
+  const auto anywhere = [](Random& random, size_t slot) {
+    return Spot{slot, static_cast<size_t>(random.pick(9000, 20000))};
+  };
+  /// Whole lines of a page, mostly, so that the cursors keep abreast.
+  const auto drawPage = [](Random& random) {
+    Scene scene = drawScene(random);
+    auto& p = scene.param;
+    p.nOutWidth = static_cast<int32_t>(random.pick(1, 90));
+    scene.area = {p.nOutWidth, 0, p.nOutWidth, 0, p.nOutHeight};
+    scene.baseAt(0, 0).overlayAt(static_cast<int32_t>(random.pick(0, 3)), 0);
+    p.nOvlLineWidth = p.nOutWidth;
+    p.nOvlWidth = p.nOutWidth - p.nOvlX;
+    p.nOvlHeight = static_cast<int32_t>(random.pick(0, p.nOutHeight));
+    const auto part = static_cast<int32_t>(random.pick(0, p.nOutWidth));
+    if (random.oneIn(3)) scene.area.nWidth = random.oneIn(2) ? 0 : part;
+    return scene;
+  };
+  expectSameAsDefinition(
+      32,
+      [&](Random& random) {
+        const Scene scene = drawPage(random);
+        const Spot base = random.oneIn(2) ? near(random) : anywhere(random, 1);
+        const Spot overlay = random.oneIn(2) ? near(random) : anywhere(random, 2);
+        const Spot out = near(random);
+        return interleavedRun(scene, 0, base, overlay, out);
+      },
+      GetParam().rows);
+  expectSameAsDefinition(
+      33,
+      [&](Random& random) {
+        const Scene scene = drawPage(random);
+        const Modes modes{random.oneIn(3) ? 2U : 0U, static_cast<uint32_t>(random.pick(0, 2)), 100,
+                          0};
+        Spots base;
+        Spots overlay;
+        Spots out;
+        for (size_t k = 0; k < 3; ++k) {
+          base[k] = anywhere(random, k);
+          overlay[k] = anywhere(random, 3 + k);
+          out[k] = anywhere(random, 6 + k);
+        }
+        const auto one = static_cast<size_t>(random.pick(0, 2));
+        out[random.oneIn(3) ? 0 : one] = near(random);
+        const auto another = static_cast<size_t>(random.pick(0, 2));
+        (random.oneIn(2) ? base : random.oneIn(2) ? overlay : out)[another] = near(random);
+        return planarRun(scene, modes, base, overlay, out);
+      },
+      GetParam().rows);
+}
+
+/// A plane of a source whose lines lie apart, overlap or run backwards: one of them, whichever, is
+/// close to the output line that is made of it. Or the outputs lie together.
+TEST_P(OverlayLevels, CloseInOneLine) {
+  expectSameAsDefinition(
+      34,
+      [](Random& random) {
+        const auto width = static_cast<int32_t>(random.pick(1, 90));
+        const auto height = static_cast<int32_t>(random.pick(1, random.oneIn(2) ? 3 : 40));
+        const auto column = static_cast<int32_t>(random.pick(0, 3));
+        Scene scene = Scene(width, height, width - std::min(column, width), height, width, height)
+                          .overlayAt(column, 0);
+        const auto pitch = [&] {
+          const ptrdiff_t apart =
+              random.oneIn(3) ? random.pick(1, width) : width * random.pick(1, 4);
+          return static_cast<int32_t>(random.oneIn(3) ? -apart : apart);
+        };
+        scene.area.nLineWidth = pitch();
+        scene.param.nOvlLineWidth = pitch();
+        if (random.oneIn(3)) scene.area.nWidth = static_cast<int32_t>(random.pick(0, width));
+        const Modes modes{random.oneIn(3) ? 2U : 0U, static_cast<uint32_t>(random.pick(0, 2)), 100,
+                          0};
+        const bool ofBase = random.oneIn(2);
+        const size_t from = modes.plane == 2 ? 0 : static_cast<size_t>(random.pick(0, 2));
+        const size_t to = modes.plane == 2 ? 0 : static_cast<size_t>(random.pick(0, 2));
+        const int32_t sourcePitch = ofBase ? scene.area.nLineWidth : scene.param.nOvlLineWidth;
+        const ptrdiff_t reach = random.oneIn(2) ? 8 : 90;
+        const ptrdiff_t distance =
+            random.pick(0, height - 1) * (sourcePitch - width) + random.pick(-reach, reach);
+        const bool together = random.oneIn(4);
+        const std::array<ptrdiff_t, 3> shift{random.pick(0, 9), random.pick(0, 9),
+                                             random.pick(0, 9)};
         return [=](const Rows* rows, const Memory& memory) {
+          constexpr ptrdiff_t middle = 32768;
           RastPlaneSet planes{};
           RastOverlayParam param = scene.param;
           for (size_t k = 0; k < 3; ++k) {
-            planes.pIn[k] = base[k].in(memory);
-            planes.pOut[k] = out[k].in(memory);
-            param.pOvl[k] = overlay[k].in(memory);
+            planes.pIn[k] = memory.slot(k) + middle;
+            param.pOvl[k] = memory.slot(3 + k) + middle;
+            planes.pOut[k] = memory.slot(6 + k) + middle;
+          }
+          if (together) {
+            for (size_t k = 0; k < 3; ++k) planes.pOut[k] = memory.slot(6) + middle + shift[k];
+          } else {
+            planes.pOut[to] = memory.slot(ofBase ? from : 3 + from) + middle + distance;
           }
           return rast::overlay(rows, &scene.area, &planes, &param, modes.plane, modes.blend,
                                modes.density, modes.white);
+        };
+      },
+      GetParam().rows);
+}
+
+/// Of the overlay little more is read than the pixel that is shown over and over.
+TEST_P(OverlayLevels, InterleavedBesideTheFirstPixel) {
+  expectSameAsDefinition(
+      35,
+      [](Random& random) {
+        const auto width = static_cast<int32_t>(random.pick(1, 90));
+        const auto height = static_cast<int32_t>(random.pick(1, 2));
+        const Scene scene = Scene(width, height, width, height, width, height)
+                                .overlayAt(static_cast<int32_t>(random.pick(0, 1)), 0);
+        const ptrdiff_t distance = random.pick(-8, 8);
+        return [=](const Rows* rows, const Memory& memory) {
+          uint8_t* const rgb[] = {memory.slot(0), memory.slot(1) + 1000 + distance};
+          RastOverlayParam param = scene.param;
+          param.pOvl[0] = memory.slot(1) + 1000;
+          return overlayRGB24bpp(rows, &scene.area, rgb, &param, 0, 0, 1, 0);
         };
       },
       GetParam().rows);

@@ -203,13 +203,23 @@ TEST(RotateInput, TakesAll128BandsAndNoMore) {
   const auto before = std::make_unique<RastRotateCtx>(*ctx);
   EXPECT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), 0), uint32_t{RAST_ERR_INVALID_ARG});
   EXPECT_TRUE(same(*ctx, *before));
-  Bytes out(1000);
+  Bytes out(1000, 0xAA);
   RastRotateBand to{};
   to.pOut[0] = out.data();
   to.nLines = 5;
   EXPECT_EQ(rastRotateSockOutput(&to, ctx.get()), RAST_OK)
       << "the row past the table is not followed";
-  EXPECT_EQ(out, Bytes(1000));
+  EXPECT_EQ(out, Bytes(1000, 0xAA));
+}
+
+TEST(RotateInput, AContextOfNoBandsYetGoesOn) {
+  InputCall call;
+  call.ctx->nPlaneNum = 1;
+  call.ctx->nBandNum = 0;
+  call.ctx->nTotalLines = 0;
+  call.ctx->stArea = call.area;
+  EXPECT_EQ(call.run(), RAST_OK);
+  EXPECT_EQ(call.ctx->nBandNum, 1);
 }
 
 /// A page of one plane, turned through bands of the given heights.
@@ -291,6 +301,23 @@ TEST(RotateOutput, ABandFromAboveWritesOnPastTheEnd) {
             (std::vector<Bytes>{Bytes(3, 0xAA), {9, 5, 1}, {10, 6, 2}, {11, 7, 3}, {12, 8, 4}}));
 }
 
+TEST(RotateOutput, LinesThatHaveNotComeAreLeftOut) {
+  for (const uint32_t mode : {0U, 2U}) {
+    RastRotateCtx ctx{};
+    const RastArea area{4, 0, 4, 0, 3};
+    const RastRotateBand band = inputBand(kThreeByFour.data(), 2, 3, 4);
+    ASSERT_EQ(rastRotateInputAccumulate(&area, &band, &ctx, mode), RAST_OK);
+    Bytes out(12, 0xAA);
+    RastRotateBand to{};
+    to.pOut[0] = out.data();
+    to.nLines = 4;
+    to.nOutLineWidth = 3;
+    rastRotateSockOutput(&to, &ctx);
+    EXPECT_EQ(out, mode == 0 ? (Bytes{4, 8, 0xAA, 3, 7, 0xAA, 2, 6, 0xAA, 1, 5, 0xAA})
+                             : (Bytes{0xAA, 5, 1, 0xAA, 6, 2, 0xAA, 7, 3, 0xAA, 8, 4}));
+  }
+}
+
 TEST(RotateOutput, ModesThatAreNotTurns) {
   const Turned same = turn(1, {4, 0, 4, 0, 3}, kThreeByFour, {3}, 0, 0, 9, 9, {4});
   EXPECT_EQ(same.results, std::vector<uint32_t>{RAST_ERR_NOT_SUPPORTED});
@@ -350,6 +377,21 @@ TEST(RotateOutput, EachCheckChangesNothing) {
       },
       [](OutputCall& c) { return c.run(); },
       [](const OutputCall& c) { return same(*c.ctx, *c.before) && c.out == Bytes(64, 0xAA); });
+}
+
+TEST(RotateOutput, TheNumberOfBandsDoesNotMatter) {
+  OutputCall call;
+  call.ctx->nBandNum = 0;
+  EXPECT_EQ(call.run(), uint32_t{RAST_COMPLETE});
+  EXPECT_EQ(Bytes(call.out.begin(), call.out.begin() + 3), (Bytes{9, 5, 1}));
+}
+
+TEST(RotateOutput, ABandBelowTheEndChangesNothing) {
+  OutputCall call;
+  EXPECT_EQ(call.run(), uint32_t{RAST_COMPLETE});
+  EXPECT_EQ(call.run(), uint32_t{RAST_COMPLETE});
+  EXPECT_EQ(call.run(), RAST_OK);
+  EXPECT_TRUE(same(*call.ctx, *call.before));
 }
 
 class RotateLevels : public testing::TestWithParam<Level> {};
@@ -412,7 +454,7 @@ TEST_P(RotateLevels, RandomPages) {
       const auto narrow = static_cast<int32_t>(random.pick(1, area.nHeight));
       left->nOutLineWidth = right->nOutLineWidth = narrow;
     }
-    // Lines of the planes that take turns, as in a line-interleaved page.
+    // Lines of the planes that take turns, as in a line-interleaved page, or meet.
     const bool turns = random.oneIn(5);
     if (turns) left->nOutLineWidth = right->nOutLineWidth = planes * band.nOutLineWidth;
 
@@ -423,11 +465,14 @@ TEST_P(RotateLevels, RandomPages) {
       if (left->nOutPos < band.nOutStartY)
         to.nLines = std::min(to.nLines, band.nOutHeight - left->nOutPos);
       to.nOutLineWidth = left->nOutLineWidth;
-      const auto close = turns ? band.nOutLineWidth : random.oneIn(8) ? random.pick(0, 40) : 0;
+      const ptrdiff_t apart =
+          random.oneIn(2) ? band.nOutLineWidth : random.pick(0, 2 * left->nOutLineWidth);
+      const ptrdiff_t close = turns ? apart : random.oneIn(8) ? random.pick(0, 40) : 0;
+      const bool lastFirst = random.oneIn(2);
       RastRotateBand from = to;
       for (int32_t p = 0; p < planes; ++p) {
         const auto slot = static_cast<size_t>(close ? 0 : p);
-        const ptrdiff_t at = close ? p * close : 30;
+        const ptrdiff_t at = close ? (lastFirst ? planes - 1 - p : p) * close : 30;
         from.pOut[p] = expected.slot(slot) + at;
         to.pOut[p] = result.slot(slot) + at;
       }
@@ -440,6 +485,219 @@ TEST_P(RotateLevels, RandomPages) {
       ASSERT_TRUE(expected == result) << "round " << round;
       page += to.nLines + 1;
     }
+  }
+}
+
+/// A page and its turned image in one memory, close enough to overlap, with pitches of either sign
+/// and planes in any order, sometimes with a band that has no planes.
+TEST_P(RotateLevels, OverTheSourceAndBackwards) {
+  Random random(41);
+  Memory expected(1, 65536);
+  Memory result(1, 65536);
+  for (int round = 0; round < 3000; ++round) {
+    if (round % 50 == 0) expected.fill(random);
+    result.copyFrom(expected);
+    const auto mode = static_cast<uint32_t>(random.oneIn(2) ? RAST_ROTATE_CCW90 : RAST_ROTATE_CW90);
+    const auto width = static_cast<int32_t>(random.pick(1, 60));
+    const auto height = static_cast<int32_t>(random.pick(1, 60));
+    const auto pitch = [&](int32_t least) {
+      const auto wide = least + static_cast<int32_t>(random.pick(0, 8));
+      return random.oneIn(4) ? -wide : wide;
+    };
+    const RastArea area{pitch(width), 0, width, 0, height};
+    const int32_t outPitch = pitch(height);
+    const auto planes = static_cast<int32_t>(random.pick(1, 3));
+    const auto firstLines = static_cast<int32_t>(random.pick(1, height));
+    const ptrdiff_t cut = random.pick(0, 15);  // the band without planes, if there is such a one
+    const ptrdiff_t reach = random.oneIn(3) ? 100 : 12000;
+    ptrdiff_t in[2][3];
+    ptrdiff_t out[3];
+    for (size_t p = 0; p < 3; ++p) {
+      for (auto& band : in) band[p] = 32768 + random.pick(-reach, reach);
+      out[p] = 32768 + random.pick(-reach, reach);
+    }
+    const auto run = [&](const Rows* rows, const Memory& memory) {
+      const auto ctx = std::make_unique<RastRotateCtx>();
+      RastRotateBand band{};
+      band.nPlaneNum = planes;
+      band.nOutLineWidth = height;
+      band.nOutHeight = width;
+      for (const auto& plane : in) {
+        band.nLines = ctx->nBandNum == 0 ? firstLines : height;
+        for (size_t p = 0; p < 3; ++p) band.pIn[p] = memory.slot(0) + plane[p];
+        rastRotateInputAccumulate(&area, &band, ctx.get(), mode);
+      }
+      if (cut < 2) ctx->stBand[cut].pPlane[0] = nullptr;
+      ctx->nOutLineWidth = outPitch;
+      band.nOutLineWidth = outPitch;
+      band.nLines = width;
+      for (size_t p = 0; p < 3; ++p) band.pOut[p] = memory.slot(0) + out[p];
+      return rotateSockOutput(rows, &band, ctx.get());
+    };
+    ASSERT_EQ(run(nullptr, expected), run(GetParam().rows, result));
+    ASSERT_TRUE(expected == result) << "round " << round;
+  }
+}
+
+/// Two planes that are written to one memory: their lines lie apart, take turns or overlap.
+TEST_P(RotateLevels, TwoPlanesAnyLinesAndColumnsApart) {
+  Random random(42);
+  Memory source(1, 8192);
+  Memory expected(1, 16384);
+  Memory result(1, 16384);
+  source.fill(random);
+  for (int round = 0; round < 2000; ++round) {
+    if (round % 50 == 0) {
+      expected.fill(random);
+      result.copyFrom(expected);
+    }
+    const auto mode = static_cast<uint32_t>(random.oneIn(2) ? RAST_ROTATE_CCW90 : RAST_ROTATE_CW90);
+    const auto width = static_cast<int32_t>(random.pick(12, 70));
+    const auto height = static_cast<int32_t>(random.pick(12, 40));
+    const RastArea area{width, 0, width, 0, height};
+    const auto pitch = static_cast<int32_t>(height * random.pick(1, 3) + random.pick(0, 9));
+    const ptrdiff_t distance = random.pick(0, 40) * pitch + random.pick(0, pitch);
+    const bool lastFirst = random.oneIn(2);
+    const auto run = [&](const Rows* rows, const Memory& memory) {
+      RastRotateCtx ctx{};
+      RastRotateBand band = inputBand(source.slot(0), height, pitch, width);
+      band.nPlaneNum = 2;
+      band.pIn[1] = source.slot(0) + 4096;
+      rastRotateInputAccumulate(&area, &band, &ctx, mode);
+      band.nLines = width;
+      for (const bool second : {false, true})
+        band.pOut[second] = memory.slot(0) + (second == lastFirst ? 0 : distance);
+      return rotateSockOutput(rows, &band, &ctx);
+    };
+    ASSERT_EQ(run(nullptr, expected), run(GetParam().rows, result));
+    ASSERT_TRUE(expected == result) << "round " << round;
+  }
+}
+
+/// The bands of the source lie about in the memory that is written, some of them right beside the
+/// output; sometimes the last ones never come. Output lines follow one another downwards or upwards.
+TEST_P(RotateLevels, OutputsOverAndBesideTheSource) {
+  Random random(41);
+  Memory expected(3, 32768);
+  Memory result(3, 32768);
+  for (int round = 0; round < 3000; ++round) {
+    if (round % 50 == 0) {
+      expected.fill(random);
+      result.copyFrom(expected);
+    }
+    const auto mode = static_cast<uint32_t>(random.oneIn(2) ? RAST_ROTATE_CCW90 : RAST_ROTATE_CW90);
+    const auto planes = static_cast<int32_t>(random.pick(1, 3));
+    const auto width = static_cast<int32_t>(random.pick(12, 70));
+    const auto height = static_cast<int32_t>(random.pick(12, 90));
+    const auto startX = static_cast<int32_t>(random.pick(0, 5));
+    const RastArea area{startX + width + static_cast<int32_t>(random.pick(0, 9)), startX, width, 0,
+                        height};
+    const int32_t pitch = height + static_cast<int32_t>(random.pick(0, 9));
+    constexpr ptrdiff_t outAt = 13000;
+    const ptrdiff_t outSize = (width - 1) * pitch + height;
+
+    RastRotateBand band{};
+    band.nPlaneNum = planes;
+    band.nOutLineWidth = pitch;
+    band.nOutHeight = width;
+    RastRotateCtx left{};
+    RastRotateCtx right{};
+    for (int32_t lines = 0; lines < height && !random.oneIn(25); lines += band.nLines) {
+      band.nLines = static_cast<int32_t>(random.pick(1, 60));
+      const ptrdiff_t size =
+          (std::min(band.nLines, height - lines) - 1) * area.nLineWidth + startX + width;
+      RastRotateBand other = band;
+      for (int32_t p = 0; p < planes; ++p) {
+        const ptrdiff_t distance = random.oneIn(2) ? random.pick(-3, 3) : random.pick(-300, 300);
+        ptrdiff_t at = random.oneIn(2) ? random.pick(0, 5000) : random.pick(21000, 26000);
+        if (random.oneIn(4)) at = outAt - size + distance;
+        if (random.oneIn(4)) at = outAt + outSize - startX + distance;
+        const auto slot = static_cast<size_t>(random.oneIn(3) ? random.pick(0, 2) : p);
+        band.pIn[p] = expected.slot(slot) + at;
+        other.pIn[p] = result.slot(slot) + at;
+      }
+      ASSERT_EQ(rastRotateInputAccumulate(&area, &band, &left, mode),
+                rastRotateInputAccumulate(&area, &other, &right, mode));
+    }
+    if (left.nBandNum == 0) continue;
+
+    const int32_t step = random.oneIn(4) ? -pitch : pitch;
+    left.nOutLineWidth = right.nOutLineWidth = step;
+    ptrdiff_t at = step < 0 ? outAt + (width - 1) * pitch : outAt;
+    const auto upper = static_cast<int32_t>(random.oneIn(2) ? width : random.pick(1, width));
+    for (const int32_t lines : {upper, width - upper}) {
+      RastRotateBand from{};
+      from.nLines = lines;
+      RastRotateBand to = from;
+      for (int32_t p = 0; p < planes; ++p) {
+        from.pOut[p] = expected.slot(static_cast<size_t>(p)) + at;
+        to.pOut[p] = result.slot(static_cast<size_t>(p)) + at;
+      }
+      ASSERT_EQ(rotateSockOutput(nullptr, &from, &left),
+                rotateSockOutput(GetParam().rows, &to, &right));
+      at += lines * step;
+    }
+    ASSERT_TRUE(expected == result) << "round " << round;
+  }
+}
+
+/// One band of a source reaches into the output by a few samples, the others lie beside it. Some
+/// have no lines or fewer, and lines of a band may overlap.
+TEST_P(RotateLevels, OneBandOverTheOutput) {
+  Random random(43);
+  Memory expected(1, 32768);
+  Memory result(1, 32768);
+  for (int round = 0; round < 4000; ++round) {
+    if (round % 50 == 0) {
+      expected.fill(random);
+      result.copyFrom(expected);
+    }
+    const auto mode = static_cast<uint32_t>(random.oneIn(2) ? RAST_ROTATE_CCW90 : RAST_ROTATE_CW90);
+    const auto width = static_cast<int32_t>(random.pick(16, 40));
+    const auto height = static_cast<int32_t>(random.pick(16, 60));
+    const auto pitch = static_cast<int32_t>(height + random.pick(0, 3));
+    const ptrdiff_t outSize = (width - 1) * pitch + height;
+    constexpr ptrdiff_t outAt = 12000;
+
+    struct Band {
+      int32_t lines;
+      int32_t read;
+    };
+    std::vector<Band> bands;
+    const int32_t tallest = random.oneIn(2) ? 2 : 60;
+    for (int32_t lines = 0, read = 0; read < height;) {
+      const bool empty = read > 0 && random.oneIn(4);
+      const auto count = static_cast<int32_t>(empty ? random.pick(-4, 0) : random.pick(1, tallest));
+      // An empty band's line 0 is read all the same, and the next band gives one less.
+      bands.push_back({count, std::min(std::max(lines + count - read, 1), height - read)});
+      lines += count;
+      read += bands.back().read;
+    }
+    const auto over = static_cast<size_t>(random.pick(0, static_cast<ptrdiff_t>(bands.size()) - 1));
+    const auto step = static_cast<int32_t>(random.oneIn(2) ? width : random.pick(1, 3));
+    const bool backwards = random.oneIn(4);
+    const bool above = random.oneIn(2);
+    const RastArea area{backwards ? -step : step, 0, width, 0, height};
+    const ptrdiff_t reach = random.pick(-1, 6);
+
+    const auto run = [&](const Rows* rows, const Memory& memory) {
+      RastRotateCtx ctx{};
+      RastRotateBand band = inputBand(nullptr, 0, height, width);
+      for (size_t i = 0; i < bands.size(); ++i) {
+        const ptrdiff_t behind = (bands[i].read - 1) * step;
+        const ptrdiff_t within = i == over ? reach : -60;
+        const ptrdiff_t at = above ? outAt - behind - width + within : outAt + outSize - within;
+        band.pIn[0] = memory.slot(0) + at + (backwards ? behind : 0);
+        band.nLines = bands[i].lines;
+        rastRotateInputAccumulate(&area, &band, &ctx, mode);
+      }
+      ctx.nOutLineWidth = pitch;
+      band.pOut[0] = memory.slot(0) + outAt;
+      band.nLines = width;
+      return rotateSockOutput(rows, &band, &ctx);
+    };
+    ASSERT_EQ(run(nullptr, expected), run(GetParam().rows, result));
+    ASSERT_TRUE(expected == result) << "round " << round;
   }
 }
 

@@ -1,43 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "frame/operations.h"
 #include "rast.h"
 #include "support/call.h"
+#include "support/heap.h"
 #include "support/levels.h"
 #include "support/memory.h"
-
-namespace {
-
-/// Allocations of a call under test: which one fails, and what is still allocated.
-struct Heap {
-  bool watched = false;
-  int failing = -1;
-  int calls = 0;
-  std::vector<std::pair<void*, size_t>> blocks;
-};
-Heap heap;
-
-}  // namespace
-
-// The linker sends the library's allocations here (--wrap).
-extern "C" void* __real_malloc(size_t size);
-extern "C" void __real_free(void* block);
-
-extern "C" void* __wrap_malloc(size_t size) {
-  if (!heap.watched) return __real_malloc(size);
-  if (heap.calls++ == heap.failing) return nullptr;
-  heap.blocks.emplace_back(__real_malloc(size), size);
-  return heap.blocks.back().first;
-}
-
-extern "C" void __wrap_free(void* block) {
-  std::erase_if(heap.blocks, [block](const auto& b) { return b.first == block; });
-  __real_free(block);
-}
 
 namespace rast::test {
 namespace {
@@ -172,18 +145,9 @@ TEST(Zoom, EachCheckAloneAndBeforeTheLaterOnes) {
 
 /// Runs a good call with allocation `failing` failed; returns the sizes of what is left allocated.
 std::vector<size_t> leftAfter(Call& call, int failing, uint32_t& result) {
-  heap = Heap{};
-  heap.blocks.reserve(64);
-  heap.failing = failing;
-  heap.watched = true;
+  heap.watch(failing);
   result = call.run();
-  heap.watched = false;
-  std::vector<size_t> sizes;
-  for (const auto& [block, size] : heap.blocks) {
-    sizes.push_back(size);
-    __real_free(block);
-  }
-  return sizes;
+  return heap.release();
 }
 
 TEST(Zoom, EveryAllocationFailedInTurn) {
@@ -202,13 +166,13 @@ TEST(Zoom, EveryAllocationFailedInTurn) {
   uint32_t result = RAST_OK;
   EXPECT_EQ(leftAfter(call, -1, result), std::vector<size_t>{});
   EXPECT_EQ(result, RAST_OK);
-  EXPECT_EQ(heap.calls, 9);
+  EXPECT_EQ(heap.requested.size(), 9U);
   call.area.nStartY = 1;
   EXPECT_EQ(leftAfter(call, -1, result), std::vector<size_t>{});
-  EXPECT_EQ(heap.calls, 9) << "a call that reads no line allocates all the same";
+  EXPECT_EQ(heap.requested.size(), 9U) << "a call that reads no line allocates all the same";
   call.param.nRatioY = 1001;
   leftAfter(call, -1, result);
-  EXPECT_EQ(heap.calls, 0);
+  EXPECT_EQ(heap.requested.size(), 0U);
 }
 
 class ZoomLevels : public testing::TestWithParam<Level> {};
@@ -216,9 +180,9 @@ class ZoomLevels : public testing::TestWithParam<Level> {};
 INSTANTIATE_TEST_SUITE_P(, ZoomLevels, testing::ValuesIn(levels()),
                          [](const auto& info) { return info.param.name; });
 
-/// Where outputs lie: in memory of their own, in the same memory, or in that of their own input,
-/// which is then the middle.
-enum class Outs { apart, together, overSource };
+/// Where outputs lie: in memory of their own, in the same memory, or in that of their own or the
+/// next plane's input, which is then the middle.
+enum class Outs { apart, together, overSource, overNext };
 
 class TwoMemories {
  public:
@@ -226,6 +190,16 @@ class TwoMemories {
 
   void refill(Random& random) {
     expected_.fill(random);
+    result_.copyFrom(expected_);
+  }
+  /// Leaves one bit of each sample above `least`.
+  void flatten(uint8_t least) {
+    for (size_t i = 0; i < expected_.slots(); ++i) {
+      uint8_t* const samples = expected_.slot(i);
+      for (size_t k = 0; k < expected_.slotSize(); ++k) {
+        samples[k] = static_cast<uint8_t>(least + samples[k] % 2);
+      }
+    }
     result_.copyFrom(expected_);
   }
   bool same(const Rows* rows, const RastArea& area, const RastZoomParam& param,
@@ -240,13 +214,12 @@ class TwoMemories {
                       const RastZoomParam& param, const ptrdiff_t (&outAt)[3], Outs outs) {
     const ptrdiff_t size = static_cast<ptrdiff_t>(area.nHeight) * area.nLineWidth;
     RastPlaneSet planes{};
+    const bool inTheMiddle = outs == Outs::overSource || outs == Outs::overNext;
     for (size_t k = 0; k < 3; ++k) {
+      const size_t slots[] = {3 + k, 3, k, (k + 1) % 3};  // by Outs
       const auto room = static_cast<ptrdiff_t>(memory.slotSize()) - size;
-      planes.pIn[k] = memory.slot(k) + (outs == Outs::overSource ? room / 2 : room);
-      planes.pOut[k] = memory.slot(outs == Outs::overSource ? k
-                                   : outs == Outs::together ? 3
-                                                            : 3 + k) +
-                       outAt[k];
+      planes.pIn[k] = memory.slot(k) + (inTheMiddle ? room / 2 : room);
+      planes.pOut[k] = memory.slot(slots[static_cast<size_t>(outs)]) + outAt[k];
     }
     planes.nSize = 1;
     return zoom(rows, &area, &planes, &param);
@@ -273,6 +246,35 @@ TEST_P(ZoomLevels, EveryRatioInBothDirections) {
   }
 }
 
+/// Sums of every count of lines that are a multiple of it, or one less than the next one.
+TEST_P(ZoomLevels, MeansNextToAWholeSample) {
+  constexpr size_t width = 256;
+  constexpr size_t most = 255;
+  Bytes equal(most * width);
+  for (size_t i = 0; i < equal.size(); ++i) equal[i] = static_cast<uint8_t>(i % width);
+  Bytes greater(equal.begin(), equal.begin() + width);
+  for (size_t i = width; i < equal.size(); ++i)
+    greater.push_back(static_cast<uint8_t>(std::min(equal[i] + 1, 255)));
+  for (size_t count = 2; count <= most; ++count) {
+    for (const Bytes* lines : {&equal, &greater}) {
+      Bytes mean(width);
+      GetParam().rows->mean(mean.data(), lines->data(), width, count, width);
+      EXPECT_EQ(mean, Bytes(equal.begin(), equal.begin() + width)) << count;
+    }
+  }
+}
+
+TEST_P(ZoomLevels, RatiosAboveOneOfWideLines) {
+  Random random(58);
+  TwoMemories memories(16384);
+  memories.refill(random);
+  const ptrdiff_t apart[3] = {0, 5, 11};
+  for (const uint32_t ratio : {1001U, 2000U, 25399U}) {
+    EXPECT_TRUE(
+        memories.same(GetParam().rows, {200, 0, 200, 0, 9}, {3, ratio, 500}, apart, Outs::apart));
+  }
+}
+
 /// Lines wide enough to be reduced by a table that was made for the call.
 TEST_P(ZoomLevels, EveryRatioOfWideLines) {
   Random random(53);
@@ -286,6 +288,28 @@ TEST_P(ZoomLevels, EveryRatioOfWideLines) {
     const RastArea area{width + 3, 2, width, 0, height};
     ASSERT_TRUE(memories.same(GetParam().rows, area, {3, ratio, other}, apart, Outs::apart))
         << ratio << ' ' << other << ' ' << width;
+  }
+}
+
+/// So that an offset that is left unset leads behind the working memory of 512 to 1280 columns.
+[[gnu::noinline]] void fillUnusedStack() {
+  volatile uint8_t unused[32768];
+  for (volatile uint8_t& byte : unused) byte = 0x0A;
+}
+
+TEST_P(ZoomLevels, WorkingMemoryIsNotLeft) {
+  Random random(57);
+  TwoMemories memories(16384);
+  memories.refill(random);
+  const ptrdiff_t apart[3] = {0, 5, 11};
+  for (uint32_t ratio = 250; ratio <= 1000; ratio += 2) {
+    const auto width = static_cast<int32_t>(random.pick(512, random.oneIn(2) ? 520 : 1020));
+    heap.fenced = true;
+    fillUnusedStack();
+    const bool same = memories.same(GetParam().rows, {width, 0, width, 0, 16}, {1, ratio, 1000},
+                                    apart, Outs::apart);
+    heap.fenced = false;
+    ASSERT_TRUE(same) << ratio << ' ' << width;
   }
 }
 
@@ -312,6 +336,28 @@ TEST_P(ZoomLevels, InPlaceAndOverTheSource) {
   }
 }
 
+/// One output over or right beside a source, the others far from any.
+TEST_P(ZoomLevels, CopiesOverAndBesideASource) {
+  Random random(56);
+  TwoMemories memories(8192);
+  for (int round = 0; round < 1000; ++round) {
+    if (round % 20 == 0) memories.refill(random);
+    const auto width = static_cast<int32_t>(random.pick(1, 60));
+    const auto height = static_cast<int32_t>(random.pick(1, 20));
+    const int32_t pitch = width + static_cast<int32_t>(random.oneIn(2) ? 0 : random.pick(1, 9));
+    const ptrdiff_t size = static_cast<ptrdiff_t>(pitch) * height;
+    ptrdiff_t outAt[3] = {0, 0, 0};
+    const ptrdiff_t reach = random.oneIn(2) ? size + 3 : width + 3;
+    const ptrdiff_t at = (8192 - size) / 2 + random.pick(-reach, reach);
+    const auto planes = static_cast<uint32_t>(random.pick(1, 3));
+    outAt[random.pick(0, planes - 1)] =
+        random.oneIn(4) ? (8192 - size) / 2 - size + random.pick(0, 9) : at;
+    ASSERT_TRUE(memories.same(GetParam().rows, {pitch, 0, width, 0, height}, {planes, 1000, 1000},
+                              outAt, random.oneIn(2) ? Outs::overSource : Outs::overNext))
+        << round;
+  }
+}
+
 TEST_P(ZoomLevels, LongGroupsWrap) {
   Random random(51);
   TwoMemories memories(65536);
@@ -323,6 +369,24 @@ TEST_P(ZoomLevels, LongGroupsWrap) {
         << ratio;
     ASSERT_TRUE(
         memories.same(GetParam().rows, {40, 0, 40, 0, 1200}, {3, 300, ratio}, apart, Outs::apart))
+        << ratio;
+  }
+}
+
+/// Sums that reach 16 bits with the last sample or line of a group.
+TEST_P(ZoomLevels, LongGroupsAtTheWrap) {
+  Random random(55);
+  TwoMemories memories(65536);
+  const ptrdiff_t apart[3] = {0, 5, 11};
+  for (uint32_t ratio = 1; ratio <= 6; ++ratio) {
+    const uint32_t longest = (1000 + ratio - 1) / ratio;
+    memories.refill(random);
+    memories.flatten(static_cast<uint8_t>(std::min(65535 / longest, 254U)));
+    ASSERT_TRUE(memories.same(GetParam().rows, {1200, 0, 1200, 0, 40}, {3, ratio, 1000}, apart,
+                              Outs::apart))
+        << ratio;
+    ASSERT_TRUE(
+        memories.same(GetParam().rows, {64, 0, 64, 0, 1000}, {3, 1000, ratio}, apart, Outs::apart))
         << ratio;
   }
 }

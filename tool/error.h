@@ -8,6 +8,7 @@
 enum class ExitCode {
   done = 0,
   runTime = 1,
+  different = 1,  // of compare alone, which says nothing on standard error then
   usage = 2,
   damaged = 3,
   output = 4,

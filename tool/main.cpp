@@ -1,18 +1,15 @@
-// rast: applies the library's filters to page images.
+// rast: applies the library's filters to page images, and looks into those.
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <new>
 
 #include "error.h"
 #include "options.h"
 #include "output.h"
-#include "run.h"
 
 namespace {
 
@@ -21,12 +18,6 @@ namespace {
 void fillStandardDescriptors() {
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-  }
-}
-
-void print(const std::string& text) {
-  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
-    fail(ExitCode::output, "standard output: cannot be written: ", std::strerror(errno));
   }
 }
 
@@ -49,11 +40,8 @@ int main(int argc, char** argv) {
   removeTemporaryOnSignals();
   try {
     const CommandLine command = parseCommandLine(argc, argv);
-    if (command.text.empty()) {
-      run(command.job);
-    } else {
-      print(command.text);
-    }
+    if (command.text.empty()) return static_cast<int>(command.job.carryOut(command.job));
+    print(command.text);
     return 0;
   } catch (const Failure& failure) {
     return report(failure.code, failure.text);

@@ -3,13 +3,20 @@
 #include <getopt.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iomanip>
+#include <iterator>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "advice.h"
+#include "compare.h"
 #include "error.h"
+#include "info.h"
+#include "listing.h"
+#include "run.h"
 
 namespace {
 
@@ -27,22 +34,76 @@ constexpr CommonOption commonOptions[] = {
      "convert colour to gray first, by ITU-R BT.601 luma:\n"
      "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
     {'f', "format", formats,
-     "output format; default by the ending of OUT (.pgm .ppm\n"
-     ".pnm .png), pnm when there is none"},
+     "output format; default by the ending of the output file\n"
+     "(.pgm .ppm .pnm .png), pnm when there is none"},
     {'b', "band", "LINES", "lines worked on at a time, 1..65536; default 64"},
+    {'P', "pages", "LIST",
+     "only these pages, such as 1-10,15,20-; the others are\n"
+     "read past and have to be sound all the same"},
     {'p', "progress", nullptr, "show progress even when standard error is no terminal"},
     {'q', "quiet", nullptr, "never show progress"},
+    {'j', "json", nullptr, "print a JSON array"},
     {'h', "help", nullptr, "print this help"},
 };
 
-constexpr char shortOptions[] = ":gf:b:pqh";
+constexpr char operationLetters[] = "gfbPpqh";  // first the one for those that take gray pages
 constexpr int firstParameterCode = 256;
 
+using Path = std::string Job::*;
+
+// A command that is no operation.
+struct Command {
+  const char* name;
+  const char* operands;
+  const char* summary;
+  const char* details;
+  const char* letters;  // of the common options that it takes
+  const char* example;
+  ExitCode (*carryOut)(const Job& job);
+  std::span<const Path> paths = {};  // in the order of operands
+  std::size_t requiredPaths = 0;
+};
+
+constexpr Path infoPaths[] = {&Job::inPath};
+constexpr Path operationPaths[] = {&Job::inPath, &Job::outPath};
+constexpr Path comparePaths[] = {&Job::inPath, &Job::otherPath, &Job::outPath};
+
+constexpr Command commands[] = {
+    {"info", " [IN]", "the pages of a stream",
+     "Each page is read to its end before a line tells its number, format, size and kind; a last\n"
+     "line tells how many pages there were. An error leaves the JSON array without its end. IN is\n"
+     "a file; '-', or leaving it out, means standard input.",
+     "Pjh", "rast info in.ppm", info, infoPaths},
+    {"compare", " A B [DIFFERENCE]", "the differences between two streams",
+     "For each page a line tells that it is equal in both; or its first sample that differs, with\n"
+     "the value in A and in B, how many samples differ, by how much at most, and the peak\n"
+     "signal-to-noise ratio for a peak of 255; or that sizes or kinds differ, or that one stream\n"
+     "does not have the page. Lines and columns count from 1. DIFFERENCE gets a page of absolute\n"
+     "differences for each page that has the same size and kind in both; it is not written if "
+     "none\n"
+     "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
+     "status is 0 when all pages are equal and 1 when some are not.",
+     "fbPh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
+    {"ops", "", "the operations there are",
+     "A line for each tells its summary and the pages it takes; JSON also tells its parameters:\n"
+     "kind, limits or values, default if there is one, and whether one is required.",
+     "jh", "rast ops --json", listOperations},
+};
+
+const Command* findCommand(const std::string& name) {
+  const auto found = std::ranges::find(commands, name, &Command::name);
+  return found != std::end(commands) ? found : nullptr;
+}
+
+constexpr char operandsHelp[] =
+    "IN and OUT are files; '-', or leaving them out, means standard input and output.\n";
+
 constexpr char filesHelp[] =
-    "IN and OUT are files; '-', or leaving them out, means standard input and output. Input is\n"
-    "recognised by its content: binary PGM and PPM with maximum value 255, one image or several\n"
-    "in a row, and PNG of up to 8 bits, neither interlaced nor transparent. Palettes become RGB.\n"
-    "PNG output holds one page. Colour profiles and resolution are not carried over. A file is\n"
+    "Input is recognised by its content: binary PGM and PPM with maximum value 255, one image or\n"
+    "several in a row, and PNG of up to 8 bits, neither interlaced nor transparent. Palettes "
+    "become\n"
+    "RGB. PNG output holds one page. Colour profiles and resolution are not carried over. A file "
+    "is\n"
     "replaced only once its new content is complete.\n";
 
 constexpr char wholePageHelp[] =
@@ -51,8 +112,8 @@ constexpr char wholePageHelp[] =
 constexpr char exitHelp[] =
     "Exit status:\n"
     "  0  done\n"
-    "  1  run-time failure\n"
-    "  2  wrong usage, or a wrong curve or matrix file\n"
+    "  1  run-time failure; or, without a message, pages that compare found to differ\n"
+    "  2  wrong usage, a wrong curve or matrix file, or a page of --pages that is not there\n"
     "  3  damaged or truncated input\n"
     "  4  output cannot be written\n"
     "  5  input or conversion not supported\n"
@@ -71,24 +132,45 @@ std::string helpRow(const std::string& term, const std::string& help) {
 }
 
 std::string generalHelp() {
-  std::string text =
-      "usage: rast OPERATION [OPTION]... [IN [OUT]]\n"
-      "       rast help [OPERATION]\n"
+  std::string text = "usage: rast OPERATION [OPTION]... [IN [OUT]]\n";
+  for (const Command& command : commands) {
+    text += join("       rast ", command.name, " [OPTION]...", command.operands, '\n');
+  }
+  text +=
+      "       rast help [COMMAND]\n"
       "       rast --help | --version\n\n"
-      "Applies a raster filter to page images.\n\n"
+      "Applies a raster filter to page images, or looks into them.\n\n"
       "Operations ('rast help OPERATION' describes one):\n";
   for (const Operation& operation : operations()) {
     text += helpRow(operation.name, join(operation.summary, " (", takenPages(operation), ")"));
   }
-  return join(text, '\n', filesHelp, '\n', exitHelp);
+  text += "\nOther commands, which 'rast help' describes too:\n";
+  for (const Command& command : commands) text += helpRow(command.name, command.summary);
+  return join(text, '\n', operandsHelp, filesHelp, '\n', exitHelp);
+}
+
+std::string optionsHelp(const std::string& letters) {
+  std::string text = "\nOptions:\n";
+  for (const CommonOption& o : commonOptions) {
+    if (letters.find(o.letter) == std::string::npos) continue;
+    const std::string argument = o.argument != nullptr ? join(' ', o.argument) : "";
+    text += helpRow(join('-', o.letter, ", --", o.name, argument), o.help);
+  }
+  return text;
+}
+
+std::string commandHelp(const Command& command) {
+  return join("usage: rast ", command.name, " [OPTION]...", command.operands, "\n\n", command.name,
+              ": ", command.summary, ".\n", command.details, '\n', optionsHelp(command.letters),
+              "\nExample:\n  ", command.example, "\n\n",
+              command.paths.empty() ? "" : join(filesHelp, '\n'), exitHelp);
 }
 
 std::string operationHelp(const Operation& operation) {
   const Parameter& first = operation.parameters[0];
   const std::string operand = first.operand ? join(' ', first.argument) : "";
   std::string text = join("usage: rast ", operation.name, operand, " [OPTION]... [IN [OUT]]\n\n",
-                          operation.name, ": ", operation.summary, ", for ", takenPages(operation),
-                          ".\n", operation.details, '\n');
+                          headline(operation), ".\n", operation.details, '\n');
   if (operation.makePageFilter != nullptr) text += wholePageHelp;
   text += "\nParameters:\n";
   for (const Parameter& p : operation.parameters) {
@@ -104,13 +186,9 @@ std::string operationHelp(const Operation& operation) {
     text += helpRow(join("    --", p.name, ' ', p.argument),
                     join(p.help, line.empty() ? "" : "\n", line));
   }
-  text += "\nOptions:\n";
-  for (const CommonOption& o : commonOptions) {
-    if (o.letter == 'g' && !takesPage(operation, false)) continue;
-    const std::string argument = o.argument != nullptr ? join(' ', o.argument) : "";
-    text += helpRow(join('-', o.letter, ", --", o.name, argument), o.help);
-  }
-  return join(text, "\nExample:\n  ", operation.example, "\n\n", filesHelp, '\n', exitHelp);
+  text += optionsHelp(takesPage(operation, false) ? operationLetters : operationLetters + 1);
+  return join(text, "\nExample:\n  ", operation.example, "\n\n", operandsHelp, filesHelp, '\n',
+              exitHelp);
 }
 
 Format formatOf(const std::string& path) {
@@ -128,36 +206,54 @@ Format formatOf(const std::string& path) {
 
 class JobParser {
  public:
-  JobParser(const Operation& operation, int argc, char** argv) : argc_(argc), argv_(argv) {
+  JobParser(const Operation& operation, int argc, char** argv)
+      : JobParser(operationLetters, operationPaths, 0, argc, argv) {
+    job_.carryOut = run;
     job_.operation = &operation;
-    for (const CommonOption& o : commonOptions) {
-      const int argument = o.argument != nullptr ? required_argument : no_argument;
-      options_.push_back({o.name, argument, nullptr, o.letter});
-    }
-    for (const Parameter& p : operation.parameters) {
+    parameters_ = operation.parameters;
+    for (const Parameter& p : parameters_) {
       const int code = firstParameterCode + static_cast<int>(job_.values.size());
       const int argument = p.argument != nullptr ? required_argument : no_argument;
       options_.push_back({p.name, argument, nullptr, code});
       const bool hasPreset = p.preset != nullptr && *p.preset != '\0';
       job_.values.push_back(hasPreset ? p.read(p, p.preset) : Value());
     }
-    options_.push_back({});
   }
 
-  CommandLine parse() {
+  JobParser(const Command& command, int argc, char** argv)
+      : JobParser(command.letters, command.paths, command.requiredPaths, argc, argv) {
+    job_.carryOut = command.carryOut;
+    job_.outPath.clear();
+  }
+
+  // Without a job where help is asked for.
+  std::optional<Job> parse() {
     opterr = 0;
+    options_.push_back({});
     int code = 0;
-    while ((code = getopt_long(argc_, argv_, shortOptions, options_.data(), nullptr)) != -1) {
-      if (code == 'h') return {operationHelp(*job_.operation), {}};
+    while ((code = getopt_long(argc_, argv_, letters_.c_str(), options_.data(), nullptr)) != -1) {
+      if (code == 'h') return {};
       take(code);
     }
     takeOperands();
     requireParameters();
     job_.format = format_ ? *format_ : formatOf(job_.outPath);
-    return {"", std::move(job_)};
+    return std::move(job_);
   }
 
  private:
+  JobParser(const std::string& letters, std::span<const Path> paths, std::size_t requiredPaths,
+            int argc, char** argv)
+      : argc_(argc), argv_(argv), paths_(paths), requiredPaths_(requiredPaths) {
+    for (const CommonOption& o : commonOptions) {
+      if (letters.find(o.letter) == std::string::npos) continue;
+      const bool hasArgument = o.argument != nullptr;
+      letters_ += join(o.letter, hasArgument ? ":" : "");
+      options_.push_back(
+          {o.name, hasArgument ? required_argument : no_argument, nullptr, o.letter});
+    }
+  }
+
   void take(int code) {
     switch (code) {
       case 'g':
@@ -172,6 +268,12 @@ class JobParser {
       case 'b':
         job_.bandLines = static_cast<std::uint32_t>(parseNumber("--band", optarg, 1, 65536));
         break;
+      case 'P':
+        job_.pages = PageList(optarg);
+        break;
+      case 'j':
+        job_.json = true;
+        break;
       case 'p':
         job_.progress = ProgressMode::always;
         break;
@@ -184,7 +286,7 @@ class JobParser {
         refuseOption();
       default: {
         const auto index = static_cast<std::size_t>(code - firstParameterCode);
-        const Parameter& p = job_.operation->parameters[index];
+        const Parameter& p = parameters_[index];
         job_.values[index] = p.read(p, optarg != nullptr ? optarg : "1");
       }
     }
@@ -208,30 +310,35 @@ class JobParser {
   }
 
   void takeOperands() {
-    const Parameter& first = job_.operation->parameters[0];
-    if (first.operand && job_.values[0].empty() && optind < argc_) {
-      job_.values[0] = first.read(first, argv_[optind++]);
+    if (!parameters_.empty() && parameters_[0].operand && job_.values[0].empty() &&
+        optind < argc_) {
+      job_.values[0] = parameters_[0].read(parameters_[0], argv_[optind++]);
     }
-    if (optind < argc_) job_.inPath = argv_[optind++];
-    if (optind < argc_) job_.outPath = argv_[optind++];
-    if (optind < argc_) {
-      fail(ExitCode::usage, "'", argv_[optind], "' is too much after IN and OUT", seeHelp());
+    std::size_t taken = 0;
+    for (; taken < paths_.size() && optind < argc_; ++taken) job_.*paths_[taken] = argv_[optind++];
+    if (optind < argc_) fail(ExitCode::usage, "'", argv_[optind], "' is too much", seeHelp());
+    if (taken < requiredPaths_) {
+      fail(ExitCode::usage, "expected ", requiredPaths_, " files, found ", taken, seeHelp());
     }
   }
 
   void requireParameters() const {
     for (std::size_t i = 0; i < job_.values.size(); ++i) {
-      const Parameter& p = job_.operation->parameters[i];
+      const Parameter& p = parameters_[i];
       if (p.preset == nullptr && job_.values[i].empty()) {
         fail(ExitCode::usage, optionName(p), ' ', p.argument, " is missing", seeHelp());
       }
     }
   }
 
-  std::string seeHelp() const { return join("; see 'rast help ", job_.operation->name, "'"); }
+  std::string seeHelp() const { return join("; see 'rast help ", argv_[0], "'"); }
 
   int argc_;
   char** argv_;
+  std::span<const Path> paths_;
+  std::size_t requiredPaths_;
+  std::span<const Parameter> parameters_;
+  std::string letters_ = ":";
   Job job_;
   std::optional<Format> format_;
   std::vector<option> options_;
@@ -241,7 +348,13 @@ const Operation& requireOperation(const std::string& name) {
   if (const Operation* found = findOperation(name)) return *found;
   std::vector<std::string> known = {"help"};
   for (const Operation& operation : operations()) known.emplace_back(operation.name);
-  fail(ExitCode::usage, "unknown operation '", name, "'", advice(name, known, "; see 'rast help'"));
+  for (const Command& command : commands) known.emplace_back(command.name);
+  fail(ExitCode::usage, "unknown command '", name, "'", advice(name, known, "; see 'rast help'"));
+}
+
+std::string help(const std::string& name) {
+  const Command* command = findCommand(name);
+  return command != nullptr ? commandHelp(*command) : operationHelp(requireOperation(name));
 }
 
 }  // namespace
@@ -251,10 +364,15 @@ CommandLine parseCommandLine(int argc, char** argv) {
   const std::string first = argv[1];
   if (first == "--version" || first == "-V") return {"rast " RAST_TOOL_VERSION "\n", {}};
   if (first == "--help" || first == "-h" || first == "help") {
-    return {argc < 3 ? generalHelp() : operationHelp(requireOperation(argv[2])), {}};
+    return {argc < 3 ? generalHelp() : help(argv[2]), {}};
   }
   if (first.starts_with('-')) {
     fail(ExitCode::usage, "'", first, "' before the operation; see 'rast help'");
   }
-  return JobParser(requireOperation(first), argc - 1, argv + 1).parse();
+  const Command* command = findCommand(first);
+  JobParser parser = command != nullptr ? JobParser(*command, argc - 1, argv + 1)
+                                        : JobParser(requireOperation(first), argc - 1, argv + 1);
+  std::optional<Job> job = parser.parse();
+  if (!job) return {help(first), {}};
+  return {"", *std::move(job)};
 }

@@ -5,19 +5,25 @@
 #include <cstdint>
 #include <string>
 
+#include "error.h"
 #include "operations.h"
 #include "page.h"
+#include "page_list.h"
 
 enum class ProgressMode { whenTerminal, always, never };
 
 struct Job {
-  const Operation* operation = nullptr;
+  ExitCode (*carryOut)(const Job& job) = nullptr;
+  const Operation* operation = nullptr;  // null for commands that are none
   Values values;
   std::string inPath = "-";
-  std::string outPath = "-";
+  std::string otherPath = "-";  // of the stream to compare with
+  std::string outPath = "-";    // of the picture of differences: empty if none is wanted
   Format format = Format::pnm;
   std::uint32_t bandLines = 64;
+  PageList pages;
   bool toGray = false;
+  bool json = false;
   ProgressMode progress = ProgressMode::whenTerminal;
 };
 

@@ -136,3 +136,9 @@ void Output::commit() {
 void Output::failWrite() const {
   fail(ExitCode::output, "cannot be written: ", std::strerror(error_));
 }
+
+void print(const std::string& text) {
+  Output out("-");
+  out.write(text);
+  out.commit();
+}

@@ -20,6 +20,7 @@ class Output {
   // False when the bytes did not go out; safe inside C callbacks.
   bool tryWrite(const void* data, std::size_t size) noexcept;
   void write(const void* data, std::size_t size);
+  void write(const std::string& text) { write(text.data(), text.size()); }
 
   // Makes everything written so far durable and gives it the final name.
   void commit();
@@ -42,6 +43,9 @@ class Output {
   File file_;
   int error_ = 0;
 };
+
+// Text for standard output.
+void print(const std::string& text);
 
 // Keeps those signals waiting that would leave a file behind.
 class FatalSignalsBlocked {

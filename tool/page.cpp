@@ -37,6 +37,18 @@ std::unique_ptr<PageReader> nextPage(Input& in, const Transparency& transparency
   }
 }
 
+void readPast(PageReader& page) {
+  constexpr std::uint32_t linesAtATime = 64;
+  const PageHead& head = page.head();
+  const std::uint32_t most = head.bandLines(linesAtATime);
+  const auto lines = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
+  for (std::uint32_t done = 0; done < head.height;) {
+    const std::uint32_t count = std::min(most, head.height - done);
+    page.readLines(lines.get(), count);
+    done += count;
+  }
+}
+
 std::unique_ptr<PageWriter> makeWriter(Format format, Output& out) {
   return format == Format::png ? makePngWriter(out) : makePnmWriter(out);
 }

@@ -20,6 +20,8 @@ struct PageHead {
   std::uint32_t height;
   bool colour;
 
+  bool operator==(const PageHead&) const = default;
+  const char* kind() const { return colour ? "RGB" : "gray"; }
   std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
   // What a line takes while in work: as input planes, as output planes, and colour as stored.
   std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 9 : 2); }
@@ -45,12 +47,16 @@ class PageReader {
  public:
   virtual ~PageReader() = default;
   virtual const PageHead& head() const = 0;
+  virtual const char* formatName() const = 0;
   // The next count lines; the last line also reads what closes the image.
   virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
 };
 
 // The next page of the stream, or null after the last. A stream without pages is an error.
 std::unique_ptr<PageReader> nextPage(Input& in, const Transparency& transparency = {});
+
+// Reads a page that nothing is wanted of but that it is sound.
+void readPast(PageReader& page);
 
 class PageWriter {
  public:

@@ -64,6 +64,7 @@ class PngReader final : public PageReader {
 
   void readHead();
   const PageHead& head() const override { return head_; }
+  const char* formatName() const override { return "PNG"; }
   void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
  private:
@@ -187,7 +188,8 @@ class PngWriter final : public PageWriter {
 
 void PngWriter::beginPage(const PageHead& head) {
   if (head_.height != 0) {
-    out_.fail(ExitCode::unsupported, "PNG holds one page and the input has more; use --format pnm");
+    out_.fail(ExitCode::unsupported,
+              "PNG holds one page and there are more; use --format pnm, or choose one by --pages");
   }
   head_ = head;
   check(guarded(png_, [this] {

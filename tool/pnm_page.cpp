@@ -81,6 +81,7 @@ class PnmReader final : public PageReader {
   explicit PnmReader(Input& in) : in_(in), head_(readHead(in)) {}
 
   const PageHead& head() const override { return head_; }
+  const char* formatName() const override { return head_.colour ? "PPM" : "PGM"; }
 
   void readLines(std::uint8_t* lines, std::uint32_t count) override {
     const std::size_t lineBytes = head_.lineBytes();
@@ -107,7 +108,7 @@ class PnmWriter final : public PageWriter {
     lineBytes_ = head.lineBytes();
     const std::string text =
         join(head.colour ? "P6\n" : "P5\n", head.width, ' ', head.height, "\n255\n");
-    out_.write(text.data(), text.size());
+    out_.write(text);
   }
 
   void writeLines(const std::uint8_t* lines, std::uint32_t count) override {

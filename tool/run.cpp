@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "page_filter.h"
+#include "page_list.h"
 #include "page_store.h"
 #include "planes.h"
 #include "progress.h"
@@ -99,14 +100,9 @@ void runPage(const Pass& pass, PageReader& reader, PageFilter& filter) {
   output.write(pass.writer, pass.job.bandLines, showFrom(taken.height));
 }
 
-template <class AnyFilter>
-void everyPage(const Pass& pass, Input& in, AnyFilter& filter) {
-  while (const std::unique_ptr<PageReader> reader = nextPage(in)) runPage(pass, *reader, filter);
-}
-
 }  // namespace
 
-void run(const Job& job) {
+ExitCode run(const Job& job) {
   Input in(job.inPath);
   Output out(job.outPath);
   // The library prints diagnostics on standard output, where the pixels may be going.
@@ -118,10 +114,11 @@ void run(const Job& job) {
   const Pass pass{job, in, *writer, progress};
   if (job.operation->makeFilter != nullptr) {
     const Filter filter = job.operation->makeFilter(job.values);
-    everyPage(pass, in, filter);
+    everyPage(in, job.pages, [&](PageReader& page) { runPage(pass, page, filter); });
   } else {
     const std::unique_ptr<PageFilter> filter = job.operation->makePageFilter(job.values);
-    everyPage(pass, in, *filter);
+    everyPage(in, job.pages, [&](PageReader& page) { runPage(pass, page, *filter); });
   }
   out.commit();
+  return ExitCode::done;
 }

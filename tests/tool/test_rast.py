@@ -1,6 +1,7 @@
 """End-to-end tests of the rast command; the environment variable RAST names the binary."""
 
 import itertools
+import json
 import math
 import os
 import random
@@ -154,8 +155,32 @@ class Usage(RastTest):
         with open("/dev/full", "wb") as full:
             self.assert_fails(self.run_rast("--help", stdout=full), OUTPUT, "standard output")
 
+    def test_other_commands(self):
+        general = self.run_rast("--help").stdout.decode()
+        for name, usage, words in (
+            ("info", "[OPTION]... [IN]", ["--pages LIST", "--json"]),
+            ("compare", "[OPTION]... A B [DIFFERENCE]", ["--pages LIST", "--format", "--band"]),
+            ("ops", "[OPTION]...", ["--json"]),
+        ):
+            self.assertIn(f" rast {name} {usage}\n", general)
+            self.assertRegex(general, rf"\n  {name}  +\w")
+            done = self.run_rast("help", name)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assertEqual(self.run_rast(name, "--help").stdout, done.stdout)
+            self.assertEqual(self.run_rast(name, "-h").stdout, done.stdout)
+            text = done.stdout.decode()
+            self.assertTrue(text.startswith(f"usage: rast {name} {usage}\n"))
+            self.assertLessEqual(max(map(len, text.splitlines())), 100)
+            for word in (*words, f"\nExample:\n  rast {name} ", "\n  1  run-time failure"):
+                self.assertIn(word, text)
+            taken = {word.split()[0] for word in words}
+            for option in {"--gray", "--progress", "--pages", "--json", "--format"} - taken:
+                self.assertNotIn(f", {option}", text)
+
     def test_wrong_usage(self):
         for arguments, words in (
+            (["inf"], ["did you mean 'info'?"]), (["compair"], ["did you mean 'compare'?"]),
+            (["help", "oops"], ["did you mean 'ops'?"]),
             ([], ["no operation"]),
             (["expgama"], ["expgama", "did you mean 'expgamma'?"]),
             (["sharpen"], ["sharpen", "rast help"]),
@@ -1357,6 +1382,408 @@ class Shift(Operation):
         self.refuse(
             page + pgm(1, 1, b"a"), USAGE, "page 2", operation="shift", arguments=["--x", "1"]
         )
+
+
+class Pages(RastTest):
+    """The option --pages, of operations and of the commands that look into pages."""
+
+    PAGES = [pgm(2, 1, b"ab"), gray_png(1, 2, b"cd"), pgm(1, 1, b"e"), pgm(3, 1, b"fgh")]
+    TURNED = [pgm(1, 2, b"ab"), pgm(2, 1, b"dc"), pgm(1, 1, b"e"), pgm(1, 3, b"fgh")]
+    LISTS = (
+        ("1", [1]), ("4", [4]), ("2-3", [2, 3]), ("2-2", [2]), ("3-", [3, 4]), ("1-", [1, 2, 3, 4]),
+        ("4,1", [1, 4]), ("1-3,2-4,3,3", [1, 2, 3, 4]), ("2-,1-2", [1, 2, 3, 4]), ("4-", [4]),
+    )
+
+    def test_chosen_pages(self):
+        stream = b"".join(self.PAGES)
+        for text, chosen in self.LISTS:
+            for option in (["--pages", text], [f"-P{text}"]):
+                with self.subTest(option):
+                    done = self.run_rast("rotate", "cw", *option, input=stream)
+                    expected = b"".join(self.TURNED[page - 1] for page in chosen)
+                    self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                    self.assertEqual(done.stdout, expected)
+                    done = self.run_rast("info", *option, input=stream)
+                    numbers = re.findall(rb"^page (\d+):", done.stdout, re.MULTILINE)
+                    self.assertEqual(list(map(int, numbers)), chosen)
+                    words = b"%d page%s\n" % (len(chosen), b"" if len(chosen) == 1 else b"s")
+                    self.assertTrue(done.stdout.endswith(b"\n" + words))
+
+    def test_bands(self):
+        """A page is read past whatever its size, and bands do not matter."""
+        long = random.Random(3).randbytes(3 * 50 * 1000)
+        stream = ppm(50, 1000, long) + pgm(2, 1, b"ab") + pgm(50, 3000, long)
+        for band in (1, 64, 65536):
+            done = self.run_rast("expgamma", *PARAMETERS, "-P2", "-b", band, input=stream)
+            self.assertEqual((done.returncode, done.stdout), (DONE, pgm(2, 1, curve(b"ab"))))
+
+    def test_kinds_are_those_of_chosen_pages(self):
+        stream = pgm(2, 1, b"ab") + ppm(1, 1, b"rgb")
+        done = self.run_rast("expgamma", "--pages", "1", input=stream)
+        self.assertEqual((done.returncode, done.stdout), (DONE, pgm(2, 1, b"ab")))
+        self.refuse(stream, UNSUPPORTED, "page 2", "colour", arguments=["--pages", "2"])
+
+    def test_png_of_one(self):
+        source, target = self.file("in.pgm", b"".join(self.PAGES)), self.folder / "out.png"
+        done = self.run_rast("expgamma", source, target)
+        self.assert_fails(done, UNSUPPORTED, "one page", "--pages")
+        self.assertEqual(self.run_rast("expgamma", "-P4", source, target).returncode, DONE)
+        self.assertEqual(decode_gray_png(target.read_bytes()), (3, 1, b"fgh"))
+
+    def test_others_have_to_be_sound(self):
+        for text, place in (("1", "page 2, line 1:"), ("3", "page 2, line 1:")):
+            self.refuse(
+                pgm(1, 1, b"a") + pgm(2, 1, b"b"), DAMAGED, place, arguments=["--pages", text]
+            )
+        stream = pgm(1, 1, b"a") + pgm(1, 1, b"b")
+        self.refuse(stream + b"x", DAMAGED, "page 2:", arguments=["--pages", "1"])
+        broken = bytearray(gray_png(5, 4, ramp(20)))
+        broken[-17] ^= 1
+        self.refuse(bytes(broken) + stream, DAMAGED, "page 1", "PNG", arguments=["--pages=2"])
+        self.refuse(stream + b"P4\n1 1\n\0", UNSUPPORTED, "page 3:", arguments=["--pages", "1"])
+
+    def test_beyond_the_end(self):
+        stream = b"".join(self.PAGES)
+        for text, missing in (
+            ("5", 5), ("9", 9), ("5-", 5), ("7-", 7), ("3-6", 5), ("8-9", 8), ("1-,9,7", 7),
+            ("2,4-5", 5), (str(2**63 - 1), 2**63 - 1),
+        ):
+            with self.subTest(text):
+                words = ["page 4:", "the last", f"--pages names page {missing}\n"]
+                self.refuse(stream, USAGE, *words, arguments=["--pages", text])
+        done = self.run_rast("expgamma", "--pages", "4,5", input=stream)
+        self.assert_fails(done, USAGE, "standard input", "page 4", "page 5")
+        self.assertEqual(done.stdout, self.PAGES[3])
+
+    def test_malformed_lists(self):
+        hint = "such as 1-10,15,20-"
+        for text, item, word in (
+            ("0", "0", "out of range"), ("0-3", "0-3", "out of range"), ("1-0", "1-0", "range"),
+            (str(2**63), 2**63, "out of range"), ("3-1", "3-1", "backwards"), ("", "", "no page"),
+            ("1,", "", "no page"), (",1", "", "no page"), ("1,,2", "", "no page"),
+            ("-3", "-3", "no page"), ("-", "-", "no page"), ("1-2-3", "1-2-3", "no page"),
+            ("1--2", "1--2", "out of range"), ("1..3", "1..3", "no page"),
+            ("1 -3", "1 -3", "no page"), ("+1", "+1", "no page"), ("all", "all", "no page"),
+            ("1;2", "1;2", "no page"),
+        ):
+            for command in ("expgamma", "info", "compare"):
+                with self.subTest(text=text, command=command):
+                    done = self.run_rast(command, f"--pages={text}", "a", "b")
+                    self.assert_fails(done, USAGE, "--pages", f"'{item}'", word, hint)
+        self.assert_fails(self.run_rast("expgamma", "--page"), USAGE, "--page", "needs a value")
+
+    def test_progress(self):
+        done = self.run_rast("expgamma", "-pP2", input=pgm(1, 1, b"a") * 3)
+        self.assertEqual(done.stderr.split(b"\r")[1:-2], [b"page 2: 100%"])
+
+
+class Info(RastTest):
+    PAGES = (
+        (pgm(4, 3, ramp(12)), "PGM", 4, 3, "gray"),
+        (ppm(1, 70, ramp(210)), "PPM", 1, 70, "RGB"),
+        (gray_png(5, 4, ramp(20)), "PNG", 5, 4, "gray"),
+        (png(1, 1, 8, 2, [b"rgb"]), "PNG", 1, 1, "RGB"),
+        (png(2, 1, 1, 3, [b"\x40"], before=chunk(b"PLTE", b"abcdef")), "PNG", 2, 1, "RGB"),
+    )
+    STREAM = b"".join(page[0] for page in PAGES)
+
+    def test_lines(self):
+        expected = "page 1: PGM, 4 x 3, gray\npage 2: PPM, 1 x 70, RGB\n"
+        expected += "page 3: PNG, 5 x 4, gray\npage 4: PNG, 1 x 1, RGB\npage 5: PNG, 2 x 1, RGB\n"
+        path = self.file("in", self.STREAM)
+        for done in (
+            self.run_rast("info", path), self.run_rast("info", "-", input=self.STREAM),
+            self.run_rast("info", input=self.STREAM),
+        ):
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assertEqual(done.stdout.decode(), expected + "5 pages\n")
+        done = self.run_rast("info", input=pgm(1, 1, b"a"))
+        self.assertEqual(done.stdout, b"page 1: PGM, 1 x 1, gray\n1 page\n")
+
+    def test_json(self):
+        keys = ("page", "format", "width", "height", "kind")
+        expected = [dict(zip(keys, (i + 1, *page[1:]))) for i, page in enumerate(self.PAGES)]
+        for more, chosen in (([], expected), (["--pages", "2-3"], expected[1:3])):
+            done = self.run_rast("info", "--json", *more, input=self.STREAM)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assertEqual(json.loads(done.stdout), chosen)
+        done = self.run_rast("info", "-j", input=pgm(1, 2, b"ab"))
+        line = b'{"page": 1, "format": "PGM", "width": 1, "height": 2, "kind": "gray"}'
+        self.assertEqual(done.stdout, b"[\n" + line + b"\n]\n")
+
+    def test_failures(self):
+        good = pgm(2, 1, b"ab")
+        line = b"page 1: PGM, 2 x 1, gray\n"
+        for content, code, words, told in (
+            (good + good[:-1], DAMAGED, "page 2, line 1:", line),
+            (good + b"x", DAMAGED, "not an image", line), (good[:5], DAMAGED, "page 1:", b""),
+            (gray_png(5, 4, ramp(20))[:-1], DAMAGED, "ends early", b""),
+            (b"", DAMAGED, "empty", b""), (b"P1", UNSUPPORTED, "ASCII", b""),
+            (b"P6 29826162 1 255\n", MEMORY, "268435456", b""),
+        ):
+            with self.subTest(words):
+                path = self.file("in", content)
+                done = self.run_rast("info", path)
+                self.assert_fails(done, code, str(path), words)
+                self.assertEqual(done.stdout, told)
+                done = self.run_rast("info", "--json", path)
+                self.assert_fails(done, code, str(path), words)
+                self.assertRaises(ValueError, json.loads, done.stdout)
+        self.assert_fails(self.run_rast("info", "missing"), RUN_TIME, "missing", "cannot be opened")
+        with open("/dev/full", "wb") as full:
+            done = self.run_rast("info", input=good, stdout=full)
+            self.assert_fails(done, OUTPUT, "standard output", "cannot be written")
+
+    def test_usage(self):
+        for arguments, word in (
+            (["a", "b"], "'b'"), (["--jason"], "--json"), (["-g"], "'-g'"), (["--gray"], "--gray"),
+            (["--threshold", "1"], "rast help info"),
+        ):
+            self.assert_fails(self.run_rast("info", *arguments), USAGE, word)
+
+
+class Compare(RastTest):
+    def compare(self, a, b, *more):
+        """The exit code and the lines, with A as a file and B as a file."""
+        paths = [self.aside("a", a), self.aside("b", b)]
+        done = self.run_rast("compare", *paths, *more)
+        self.assertEqual(done.stderr, b"")
+        return done.returncode, done.stdout.decode().splitlines()
+
+    @staticmethod
+    def difference(a, b):
+        """The words of a line, from the samples."""
+        apart = [abs(x - y) for x, y in zip(a, b)]
+        psnr = 10 * math.log10(255 * 255 * len(apart) / sum(d * d for d in apart))
+        count = sum(d > 0 for d in apart)
+        return f"{count} of {len(a)} samples differ by up to {max(apart)}, PSNR {psnr:.2f} dB"
+
+    def test_equal(self):
+        pages = pgm(4, 3, ramp(12)) + ppm(1, 2, ramp(6))
+        expected = ["page 1: equal", "page 2: equal", "2 pages, 0 different"]
+        self.assertEqual(self.compare(pages, pages), (DONE, expected))
+        packed = gray_png(4, 3, ramp(12)) + ppm(1, 2, ramp(6))
+        self.assertEqual(self.compare(pages, packed), (DONE, expected))
+        expected = ["page 1: equal", "1 page, 0 different"]
+        self.assertEqual(self.compare(pgm(1, 1, b"a"), pgm(1, 1, b"a")), (DONE, expected))
+
+    def test_differences(self):
+        a, b = bytes(range(100, 112)), bytearray(range(100, 112))
+        b[6], b[11] = 255, 110
+        words = "page 1: differs first at line 2, column 3, gray: 106 and 255; "
+        words += "2 of 12 samples differ by up to 149, PSNR 15.46 dB"
+        self.assertEqual(self.difference(a, b), words[words.index("2 of") :])
+        self.assertEqual(
+            self.compare(pgm(4, 3, a), pgm(4, 3, b)), (1, [words, "1 page, 1 different"])
+        )
+        for place, where in (
+            (0, "line 1, column 1, red"), (4, "line 1, column 2, green"),
+            (11, "line 2, column 2, blue"),
+        ):
+            changed = bytearray(a)
+            changed[place] ^= 0xFF
+            words = f"page 1: differs first at {where}: {a[place]} and {changed[place]}; "
+            words += self.difference(a, changed)
+            self.assertEqual(
+                self.compare(ppm(2, 2, a), ppm(2, 2, changed)), (1, [words, "1 page, 1 different"])
+            )
+        lines = self.compare(pgm(2, 1, b"\0\0"), pgm(2, 1, b"\xff\xff"))[1]
+        self.assertTrue(lines[0].endswith("2 of 2 samples differ by up to 255, PSNR 0.00 dB"))
+
+    def test_bands_and_picture(self):
+        for components, write in ((1, pgm), (3, ppm)):
+            size = 37 * 150 * components
+            a, b = random.Random(1).randbytes(size), bytearray(random.Random(2).randbytes(size))
+            b[: 40 * components] = a[: 40 * components]
+            equal = a[:1] * (6 * components)
+            apart = bytes(abs(x - y) for x, y in zip(a, b))
+            stream_a = write(37, 150, a) + write(3, 2, equal) + write(1, 1, bytes(components))
+            stream_b = write(37, 150, b) + write(3, 2, equal) + write(1, 2, bytes(2 * components))
+            for band in (1, 7, 64, 65536):
+                target = self.folder / "out.pnm"
+                code, lines = self.compare(stream_a, stream_b, target, "--band", band)
+                component = "gray" if components == 1 else "red"
+                words = f"page 1: differs first at line 2, column 4, {component}: "
+                words += f"{a[40 * components]} and {b[40 * components]}; "
+                self.assertEqual((code, lines[0]), (1, words + self.difference(a, b)))
+                expected = write(37, 150, apart) + write(3, 2, bytes(6 * components))
+                self.assert_same(target.read_bytes(), expected)
+                target.unlink()
+
+    def test_sizes_kinds_and_numbers(self):
+        one, two, rgb = pgm(4, 3, ramp(12)), pgm(3, 4, ramp(12)), ppm(4, 3, ramp(36))
+        self.assertEqual(
+            self.compare(one + one + one, two + rgb + one),
+            (1, ["page 1: 4 x 3 gray in A and 3 x 4 gray in B",
+                 "page 2: 4 x 3 gray in A and 4 x 3 RGB in B", "page 3: equal",
+                 "3 pages, 2 different"]),
+        )
+        expected = ["page 1: equal", "page 2: only in A", "page 3: only in A"]
+        expected += ["3 pages, 2 different"]
+        self.assertEqual(self.compare(one * 3, one), (1, expected))
+        expected = [line.replace("A", "B") for line in expected]
+        self.assertEqual(self.compare(one, one * 3), (1, expected))
+
+    def test_pages(self):
+        a = pgm(1, 1, b"a") + pgm(2, 1, b"bc") + pgm(1, 1, b"d")
+        b = pgm(1, 1, b"x") + pgm(2, 1, b"bc")
+        for text, code, lines in (
+            ("2", DONE, ["page 2: equal", "1 page, 0 different"]),
+            ("2-", 1, ["page 2: equal", "page 3: only in A", "2 pages, 1 different"]),
+            ("3", 1, ["page 3: only in A", "1 page, 1 different"]),
+        ):
+            self.assertEqual(self.compare(a, b, "--pages", text), (code, lines))
+        a, b = self.file("a", a), self.file("b", b)
+        for paths in ((a, b), (b, a)):
+            done = self.run_rast("compare", *paths, "-P2,4")
+            self.assert_fails(done, USAGE, f"{a}: page 3:", "the last", "page 4")
+            self.assertEqual(done.stdout, b"page 2: equal\n")
+
+    def test_standard_input(self):
+        page, path = pgm(2, 1, b"ab"), self.file("page", pgm(2, 1, b"ac"))
+        done = self.run_rast("compare", "-", path, input=page)
+        self.assertIn(b"98 and 99;", done.stdout)
+        done = self.run_rast("compare", path, "-", input=page)
+        self.assertIn(b"99 and 98;", done.stdout)
+        self.assertEqual((done.returncode, done.stderr), (1, b""))
+        self.assert_fails(self.run_rast("compare", "-", "-", input=page), USAGE, "standard input")
+        self.assert_fails(self.run_rast("compare", path, path, "-"), USAGE, "standard output")
+
+    def test_damage(self):
+        good, other = pgm(2, 2, b"abcd"), pgm(1, 2, b"ab")
+        a = self.file("a", good + good)
+        target = self.file("out.pgm", b"before")
+        for content, code, words in (
+            (good + good[:-1], DAMAGED, "page 2, line 2:"),
+            (good + other[:-1], DAMAGED, "page 2, line 2:"), (b"", DAMAGED, "empty"),
+            (good * 2 + good[:-1], DAMAGED, "page 3, line 2:"), (good + b"x", DAMAGED, "page 1:"),
+            (b"P1", UNSUPPORTED, "page 1:"),
+        ):
+            b = self.file("b", content)
+            for paths in ((a, b), (b, a)):
+                with self.subTest(words):
+                    done = self.run_rast("compare", *paths, target)
+                    self.assert_fails(done, code, str(b), words)
+                    self.assertEqual(target.read_bytes(), b"before")
+        for paths in ((a, "missing"), ("missing", a)):
+            done = self.run_rast("compare", *paths)
+            self.assert_fails(done, RUN_TIME, "missing: cannot be opened")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "out.pgm"])
+
+    def test_outputs(self):
+        one, two = pgm(2, 1, b"ab"), pgm(2, 1, b"cb")
+        a, b = self.file("a", one), self.file("b", two)
+        for target in ("/dev/full", self.folder, self.folder / "missing" / "out.pgm"):
+            for more in ((), ("--format", "png")):
+                done = self.run_rast("compare", a, b, target, *more)
+                self.assert_fails(done, OUTPUT, str(target), "cannot be written")
+        with open("/dev/full", "wb") as full:
+            done = self.run_rast("compare", a, b, stdout=full)
+            self.assert_fails(done, OUTPUT, "standard output", "cannot be written")
+        self.assertEqual(self.run_rast("compare", a, b, "out.png", cwd=self.folder).returncode, 1)
+        self.assertEqual(decode_gray_png((self.folder / "out.png").read_bytes()), (2, 1, b"\2\0"))
+        self.assert_fails(self.run_rast("compare", a, b, "out.jpg"), USAGE, "'.jpg'")
+        c = self.file("c", pgm(1, 1, b"a"))
+        self.assertEqual(self.run_rast("compare", a, c, self.folder / "none.pgm").returncode, 1)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "c", "out.png"])
+        self.file("a", one * 2)
+        done = self.run_rast("compare", a, a, self.folder / "out.png")
+        self.assert_fails(done, UNSUPPORTED, "one page", "--pages")
+
+    def test_usage(self):
+        for arguments, words in (
+            ([], ["2 files", "found 0", "rast help compare"]), (["a"], ["2 files", "found 1"]),
+            (["a", "b", "c", "d"], ["'d'"]), (["a", "b", "--json"], ["--json"]),
+        ):
+            self.assert_fails(self.run_rast("compare", *arguments), USAGE, *words)
+
+    def test_memory_is_flat(self):
+        """Half of a page of 64 million samples."""
+        fifo = self.folder / "fifo"
+        os.mkfifo(fifo)
+        command = [RAST, "compare", "-", fifo, "/dev/null"]
+        with subprocess.Popen(
+            command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+        ) as process, open(fifo, "wb") as other:
+            half = bytes(16_000)
+            for stream in (process.stdin, other):
+                stream.write(b"P5 1000 64000 255\n")
+            for _ in range(2000):
+                for stream in (process.stdin, other):
+                    stream.write(half)
+                    stream.flush()
+            lines = Path(f"/proc/{process.pid}/status").read_text().splitlines()
+            peak = next(int(line.split()[1]) for line in lines if line.startswith("VmHWM"))
+            process.kill()
+            self.assertLess(peak, 28_000)
+
+
+class Ops(RastTest):
+    def test_lines(self):
+        done = self.run_rast("ops")
+        self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+        lines = done.stdout.decode().splitlines()
+        self.assertEqual(lines[0], "expgamma: threshold-gain curve, for gray pages")
+        self.assertEqual(lines[1], "colgamma: tone curve, for gray and colour pages")
+        for line in lines:
+            text = self.run_rast("help", line.split(":")[0]).stdout.decode()
+            self.assertIn(f"\n{line}.\n", text)
+        self.assertEqual(len(lines), 11)
+
+    def test_json(self):
+        done = self.run_rast("ops", "--json")
+        self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+        known = {operation["name"]: operation for operation in json.loads(done.stdout)}
+        lines = self.run_rast("ops").stdout.decode().splitlines()
+        self.assertEqual(list(known), [line.split(":")[0] for line in lines])
+        for line, operation in zip(lines, known.values()):
+            pages = " and ".join(operation["pages"])
+            summary = f"{operation['name']}: {operation['summary']}"
+            self.assertEqual(line, f"{summary}, for {pages} pages")
+        number = {"kind": "number", "argument": "N", "low": 0, "required": False}
+        self.assertEqual(
+            known["expgamma"],
+            {"name": "expgamma", "summary": "threshold-gain curve", "pages": ["gray"],
+             "parameters": [
+                 {"name": "threshold", "high": 255, "default": "0"} | number,
+                 {"name": "offset", "high": 255, "default": "0"} | number,
+                 {"name": "gain", "high": 65535, "default": "256"} | number]},
+        )
+        parameters = {
+            (name, p["name"]): p for name in known for p in known[name]["parameters"]
+        }
+        for operation, expected in (
+            ("satadjust", {"name": "mode", "kind": "choice", "argument": "lower|raise",
+                           "values": ["lower", "raise"], "required": True}),
+            ("overlay", {"name": "mode", "kind": "choice", "argument": "replace|max|ink",
+                         "values": ["replace", "max", "ink"], "default": "replace",
+                         "required": False}),
+            ("overlay", {"name": "with", "kind": "file", "argument": "FILE", "required": True}),
+            ("overlay", {"name": "white", "kind": "switch", "required": False}),
+            ("zoom", {"name": "percent", "kind": "decimal", "argument": "P", "low": 0.1,
+                      "high": 100, "default": "100", "required": False}),
+            ("shift", {"name": "size", "kind": "size", "argument": "WxH", "low": 1,
+                       "high": 2147483647, "required": False}),
+            ("colbalance", {"name": "level", "kind": "numbers", "argument": "R,G,B,GREY", "low": 0,
+                            "high": 11, "default": "5,5,5,5", "required": False}),
+            ("colgamma", {"name": "curve", "kind": "curve", "argument": "FILE|invert|gamma=G",
+                          "low": 0, "high": 255, "required": True}),
+            ("hueadjust", {"name": "matrix", "kind": "matrix", "low": -32768, "high": 32767,
+                           "argument": "FILE|PRESET|rotate=DEGREES", "default": "identity",
+                           "required": False}),
+        ):
+            self.assertEqual(parameters[operation, expected["name"]], expected)
+        for (operation, name), parameter in parameters.items():
+            with self.subTest(operation=operation, name=name):
+                text = self.run_rast("help", operation).stdout.decode()
+                argument = f" {parameter['argument']}" if "argument" in parameter else ""
+                self.assertIn(f"\n      --{name}{argument}", text)
+
+    def test_usage(self):
+        for arguments, word in ((["a"], "'a'"), (["--jsn"], "--json"), (["-P1"], "'-P'")):
+            self.assert_fails(self.run_rast("ops", *arguments), USAGE, word)
+        with open("/dev/full", "wb") as full:
+            self.assert_fails(self.run_rast("ops", stdout=full), OUTPUT, "standard output")
 
 
 @unittest.skipUnless(shutil.which("cc"), "needs a C compiler")

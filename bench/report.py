@@ -77,18 +77,21 @@ def draw(results, path):
         parts.append(f'<text x="{left - 8}" y="{middle + 4}" text-anchor="end">{operation}</text>')
         for level in levels:
             ratio = results.ratio(operation, level, "memcpy", "page")
-            parts.append(f'<rect x="{left}" y="{y}" width="{ratio * scale:.1f}" height="{bar - 1}" '
+            length = f"{ratio * scale:.1f}"
+            parts.append(f'<rect x="{left}" y="{y}" width="{length}" height="{bar - 1}" '
                          f'fill="{COLORS[level]}"><title>{operation}, {level}: {ratio:.2f} of memcpy'
                          '</title></rect>')
             y += bar
         y += gap
-    used = [level for level in LEVELS if any(level in results.levels(o, "page") for o in results.operations)]
+    used = [level for level in LEVELS
+            if any(level in results.levels(o, "page") for o in results.operations)]
     for i, level in enumerate(used):
         x = left + i * 100
         parts.append(f'<rect x="{x}" y="10" width="12" height="12" fill="{COLORS[level]}"/>')
         parts.append(f'<text x="{x + 17}" y="20">{level}</text>')
     parts.append(f'<path d="M{left + scale} 30V{y}" stroke="#c33" stroke-dasharray="4 3"/>')
-    parts.append(f'<text x="{left + scale}" y="{y + 14}" text-anchor="middle" fill="#c33">memcpy</text>')
+    parts.append(f'<text x="{left + scale}" y="{y + 14}" text-anchor="middle" fill="#c33">'
+                 'memcpy</text>')
     width, height = left + int(scale * 1.7), y + 24
     with open(path, "w", encoding="utf-8") as file:
         file.write(f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '

@@ -40,6 +40,12 @@ RastOverlayParam overlayOn(int32_t width, int32_t height, int32_t overlayWidth,
   return param;
 }
 
+/// The level that an exported function would use; none for the definition.
+template <class Argument>
+const Rows* levelFor(const Rows* rows, const Argument* argument) {
+  return rows ? rast::repaid(rows, argument) : nullptr;
+}
+
 /// A stamp of a third each way, on an interleaved page as wide as a line of samples is long.
 void overlayInterleaved(const Rows* rows, Planes& p) {
   const int32_t width = p.area.nWidth / 3;
@@ -47,7 +53,7 @@ void overlayInterleaved(const Rows* rows, Planes& p) {
   uint8_t* const rgb[] = {p.in[0].data(), p.out[0].data()};
   RastOverlayParam param = overlayOn(width, p.area.nHeight, width / 3, (p.area.nHeight + 2) / 3);
   param.pOvl[0] = p.in[1].data();
-  rast::overlayRGB24bpp(rast::repaid(rows, &param), &base, rgb, &param, 0, 0, 1, 1);
+  rast::overlayRGB24bpp(levelFor(rows, &param), &base, rgb, &param, 0, 0, 1, 1);
 }
 
 /// An overlay as large as the page, so that every sample is blended.
@@ -126,24 +132,24 @@ const std::vector<Workload>& workloads() {
       {"expgamma", 1,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.mono();
-         rast::expGamma(rast::repaid(rows, &p.area), &p.area, &set, &expGammaParam, nullptr);
+         rast::expGamma(levelFor(rows, &p.area), &p.area, &set, &expGammaParam, nullptr);
        }},
       {"expgamma-table", 1,
        [](const Rows* rows, Planes& p) {
          static uint8_t table[257];
          const RastPlaneSet set = p.mono();
-         rast::expGamma(rast::repaid(rows, &p.area), &p.area, &set, &expGammaParam, table);
+         rast::expGamma(levelFor(rows, &p.area), &p.area, &set, &expGammaParam, table);
          table[256] = 1;
        }},
       {"colgamma", 3,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.color();
-         rast::colGamma(rast::repaid(rows, &p.area), &p.area, &set, p.curve);
+         rast::colGamma(levelFor(rows, &p.area), &p.area, &set, p.curve);
        }},
       {"colgamma-mono", 1,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.mono();
-         rast::colGamma(rast::repaid(rows, &p.area), &p.area, &set, p.curve);
+         rast::colGamma(levelFor(rows, &p.area), &p.area, &set, p.curve);
        }},
       {"binconv", 3,
        [](const Rows* rows, Planes& p) {
@@ -159,33 +165,33 @@ const std::vector<Workload>& workloads() {
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, nullptr);
+         rast::hueAdjust(levelFor(rows, &p.area), &p.area, &set, &param, nullptr);
        }},
       {"hueadjust-mirrored", 3,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(1);
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, nullptr);
+         rast::hueAdjust(levelFor(rows, &p.area), &p.area, &set, &param, nullptr);
        }},
       {"hueadjust-mono", 1,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          const RastPlaneSet set = p.mono();
-         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, nullptr);
+         rast::hueAdjust(levelFor(rows, &p.area), &p.area, &set, &param, nullptr);
        }},
       {"hueadjust-buffer", 3,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          static RastHueLut lut{};
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, &lut);
+         rast::hueAdjust(levelFor(rows, &p.area), &p.area, &set, &param, &lut);
        }},
       {"hueadjust-any-buffer", 3,
        [](const Rows* rows, Planes& p) {
          static const RastHueParam param = hueParam(0);
          static RastHueLut lut = bentHueLut();
          const RastPlaneSet set = p.color();
-         rast::hueAdjust(rast::repaid(rows, &p.area), &p.area, &set, &param, &lut);
+         rast::hueAdjust(levelFor(rows, &p.area), &p.area, &set, &param, &lut);
        }},
       {"colbalance", 3,
        [](const Rows* rows, Planes& p) {

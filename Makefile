@@ -1,12 +1,15 @@
 # The front door: each target installs what it needs on Debian, then does its work.
 .DEFAULT_GOAL := help
-.PHONY: help test demo bench clean
+.PHONY: help test verify demo bench footprint arm-cycles clean
 
 help:
-	@echo "make test   build everything and run the tests"
-	@echo "make demo   run the filters on a real page; before and after pictures in demo/"
-	@echo "make bench  time every operation at every level against memcpy and peers; a table in build/bench/"
-	@echo "make clean  remove build/ and demo/"
+	@echo "make test        build everything and run the tests"
+	@echo "make verify      run every suite of checks, long ones too; a table of what each has shown"
+	@echo "make demo        run the filters on a real page; before and after pictures in demo/"
+	@echo "make bench       time every operation at every level against memcpy and peers; a table in build/bench/"
+	@echo "make footprint   code, data and stack of the library for each target and level; a table"
+	@echo "make arm-cycles  instructions and estimated cycles of every operation on ARM; a table"
+	@echo "make clean       remove build/ and demo/"
 
 test:
 	@scripts/install-deps.sh build tool test
@@ -14,6 +17,9 @@ test:
 	@cmake --build --preset default
 	@ctest --preset default -j "$$(nproc)"
 	@echo "All tests passed."
+
+verify:
+	@scripts/check.sh
 
 demo:
 	@scripts/install-deps.sh build tool demo
@@ -29,6 +35,14 @@ bench:
 	  --benchmark_enable_random_interleaving=true --benchmark_out=build/bench/results.json >/dev/null
 	@bench/report.py build/bench/results.json --plot build/bench/results.svg >build/bench/results.md
 	@echo "The table is in build/bench/results.md, a plot of it in results.svg beside it."
+
+footprint:
+	@scripts/install-deps.sh build arm aarch64 figures >&2
+	@bench/footprint.py
+
+arm-cycles:
+	@scripts/install-deps.sh build arm aarch64 qemu figures >&2
+	@bench/arm_cycles.py
 
 clean:
 	@rm -rf build demo

@@ -1,23 +1,35 @@
 #!/usr/bin/env bash
-# Runs the named suites of checks, or all of them; --list tells which there are.
+# Runs the named suites of checks, or all of them; --short all but the long ones, --list tells which
+# there are. With several suites a Markdown table of what each has shown ends the report.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
 
-list="default     the release build and all its tests, with g++
-clang       the same with clang
-O0          the tests without optimisation
-asan-ubsan  the tests under the address and undefined-behaviour sanitizers, with clang
-tsan        concurrent calls under the thread sanitizer
-levels      every instruction-set level built alone
-symbols     what the binaries hold: both compilers at -O0 and -O2, and both ARM targets
-install     C and C++ programs built against the installed library in every way
-old-cpus    x86-64 processors without AVX2 or AVX-512, in qemu
-qemu-arm    the tests on 32-bit ARM in qemu, and the level chosen without NEON
-qemu-arm64  all tests on 64-bit ARM in qemu
-valgrind    the operation tests and the command under valgrind
-lint        formatting, clang-tidy and shellcheck"
+# Name, length, and what the suite shows.
+list="default       short  The release build does all that its tests ask, with g++
+clang         short  The same with clang
+O0            short  No test depends on optimisation
+asan-ubsan    short  No test makes the library or the command do anything undefined, or leave its memory
+tsan          short  Concurrent calls share nothing that is written
+levels        short  Every instruction-set level works alone
+old-cpus      short  Processors without AVX2 or AVX-512 get, and run, a level of theirs
+i386          short  32-bit x86 gives the same bytes
+qemu-arm      short  32-bit ARM gives the same bytes, with NEON and without
+qemu-arm64    short  64-bit ARM gives the same bytes
+big-endian    short  Big-endian machines of 32 and 64 bits give the same bytes
+musl          short  The library needs no GNU C library
+symbols       short  Nothing else is exported, imported or writable, whatever compiles it; binaries are hardened
+abi           short  The interface is the stored one, and a build can be repeated to the byte
+install       short  C and C++ programs build against the installed library in every way
+coverage      short  Every line and branch of the library is run
+valgrind      short  Neither the library nor the command reads what is not set
+lint          short  Formatting and static analysis have nothing to say
+compilers     long   g++ and clang give the same bytes at every optimisation, char signed or not
+msan          short  No result depends on memory that is not set
+fuzz          long   What fuzzers find is the same at every level, or refused by the command (FUZZ_SECONDS each)
+differential  long   Random calls make no difference between levels (CALLS)
+mutation      long   The tests notice changes of the sources (MUTANTS of them; 0: all)"
 
 deps() { scripts/install-deps.sh build "$@"; }
 
@@ -27,16 +39,24 @@ setarch -R true 2>/dev/null && fixed=(setarch -R)
 
 # Output is kept back; of a failure all is shown but the tests that passed.
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+figures=$(mktemp)
+table=$(mktemp)
+trap 'rm -f "$log" "$figures" "$table"' EXIT
 quietly() {
   local status=0
-  "${fixed[@]}" "$@" >"$log" 2>&1 </dev/null || status=$?
+  "${fixed[@]}" "$@" >"$log" 2>&1 || status=$?
   if ((status)); then
     grep -vE '^ *Start +[0-9]+:| Passed +[0-9.]+ sec$|^\[[0-9]+/[0-9]+\] (Build|Link)ing' "$log" |
       tail -n 200
     echo "Failed: $*"
   fi
   return "$status"
+}
+
+# Prints what a suite has shown, and keeps it for the table.
+figure() {
+  echo "$*"
+  echo "$*" >>"$figures"
 }
 
 build() { # PRESET [TARGET...]
@@ -46,7 +66,7 @@ build() { # PRESET [TARGET...]
 
 tests() { # PRESET [CTEST OPTION...]
   quietly ctest --preset "$1" -j "$jobs" "${@:2}"
-  echo "$1: $(grep 'tests passed' "$log")"
+  figure "$(grep -oE '[0-9]+% tests passed.*' "$log" | sed -E 's/100% tests passed, 0 tests failed out of/tests:/')"
 }
 
 build_and_test() {
@@ -58,7 +78,7 @@ build_and_test() {
 in_parts() { # COMMAND...
   quietly xargs -P "$jobs" -I{} -a <(seq 0 $((jobs - 1))) \
     env "GTEST_TOTAL_SHARDS=$jobs" GTEST_SHARD_INDEX={} "$@"
-  grep '  PASSED  ' "$log"
+  figure "$(grep -oE 'PASSED  \] [0-9]+' "$log" | awk '{n += $3} END {print "tests: " n}')"
 }
 
 # Fails unless the library chooses LEVEL where COMMAND runs the program that prints its choice.
@@ -112,6 +132,67 @@ suite_levels() {
   done
 }
 
+suite_old-cpus() {
+  deps tool test qemu
+  build default level operations
+  local cpu level
+  for cpu in Nehalem:baseline Haswell:avx2; do
+    level=${cpu#*:}
+    cpu=${cpu%:*}
+    chooses "$level" qemu-x86_64 -cpu "$cpu" build/default/tests/interface/level
+    in_parts qemu-x86_64 -cpu "$cpu" build/default/tests/operations/operations \
+      "--gtest_filter=*$level*"
+  done
+}
+
+# All but what takes whole domains, in one process for each processor: emulators start slowly.
+other_machine() { # PRESET EMULATOR...
+  build "$1"
+  tests "$1" -R '^interface'
+  in_parts "${@:2}" "build/$1/tests/operations/operations"
+  quietly "${@:2}" "build/$1/tests/differential/differential" --seed 1 --calls 3000
+  figure "$(grep -oE '^[0-9]+ calls' "$log" | sed 's/\([0-9]*\) calls/random calls: \1/')"
+}
+
+suite_i386() {
+  deps test i386
+  other_machine i386
+}
+
+suite_qemu-arm() {
+  deps test arm qemu
+  local arm=(qemu-arm -L /usr/arm-linux-gnueabihf)
+  other_machine arm "${arm[@]}"
+  chooses neon "${arm[@]}" -cpu cortex-a9 build/arm/tests/interface/level
+  chooses baseline "${arm[@]}" -cpu cortex-a9,neon=off build/arm/tests/interface/level
+}
+
+suite_qemu-arm64() {
+  deps test aarch64 qemu
+  local arm=(qemu-aarch64 -L /usr/aarch64-linux-gnu)
+  other_machine aarch64 "${arm[@]}"
+  in_parts "${arm[@]}" build/aarch64/tests/exhaustive/exhaustive
+}
+
+suite_big-endian() {
+  deps test powerpc s390x qemu
+  other_machine powerpc qemu-ppc -L /usr/powerpc-linux-gnu
+  other_machine s390x qemu-s390x -L /usr/s390x-linux-gnu
+}
+
+suite_musl() {
+  deps musl
+  local specs=/usr/lib/x86_64-linux-musl/musl-gcc.specs
+  quietly cmake -S . -B build/musl -G Ninja -DRAST_TOOL=OFF -DRAST_WERROR=ON \
+    -DCMAKE_C_COMPILER=musl-gcc "-DCMAKE_CXX_FLAGS=-specs=$specs" \
+    -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY
+  quietly cmake --build build/musl
+  quietly musl-gcc -static -Iinclude -o build/musl/consumer \
+    tests/interface/consumer/consumer.c build/musl/src/librast.a
+  quietly build/musl/consumer
+  figure "a C program linked with musl gets the samples it expects"
+}
+
 suite_symbols() {
   deps test clang arm aarch64
   local target optimise compiler build
@@ -127,9 +208,37 @@ suite_symbols() {
         -DCMAKE_BUILD_TYPE=None "-DCMAKE_CXX_FLAGS=$optimise" "${compiler[@]}"
       quietly cmake --build "$build"
       quietly tests/interface/check_binary.py include/rast.h "$build"/src/librast.{so,a}
-      cat "$log"
+      figure "$target $optimise: $(grep -oE '[0-9]+ exports' "$log")"
     done
   done
+}
+
+# A deliberate change of the interface is stored by
+#   abidw ... --out-file tests/interface/librast.abi build/abi/src/librast.so
+# with the options below.
+suite_abi() {
+  deps abi
+  quietly cmake -S . -B build/abi -G Ninja -DRAST_TOOL=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    "-DCMAKE_CXX_FLAGS=-ffile-prefix-map=$PWD/="
+  quietly cmake --build build/abi --target rast
+  local interface=(--exported-interfaces-only --drop-private-types --headers-dir include)
+  quietly abidw "${interface[@]}" --no-show-locs --no-corpus-path --no-comp-dir-path \
+    --out-file build/abi/librast.abi build/abi/src/librast.so
+  quietly abidiff tests/interface/librast.abi build/abi/librast.abi
+  figure "functions: $(grep -c '<function-decl name=.rast' build/abi/librast.abi)"
+
+  local folder
+  rm -rf build/twice
+  for folder in build/twice/one build/twice/another/one; do
+    mkdir -p "$folder"
+    cp -r CMakeLists.txt include packaging src "$folder"
+    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF
+    quietly cmake --build "$folder/build"
+  done
+  for folder in librast.so.1.0.0 librast.a; do
+    quietly cmp build/twice/{one,another/one}/build/src/"$folder"
+  done
+  figure "two builds in two folders are the same"
 }
 
 suite_install() {
@@ -137,30 +246,15 @@ suite_install() {
   build_and_test default -R '^interface.install$'
 }
 
-suite_old-cpus() {
-  deps tool test qemu
-  build default level operations
-  local cpu level
-  for cpu in Nehalem:baseline Haswell:avx2; do
-    level=${cpu#*:}
-    cpu=${cpu%:*}
-    chooses "$level" qemu-x86_64 -cpu "$cpu" build/default/tests/interface/level
-    in_parts qemu-x86_64 -cpu "$cpu" build/default/tests/operations/operations \
-      "--gtest_filter=*$level*"
-  done
-}
-
-suite_qemu-arm() {
-  deps test arm qemu
-  build_and_test arm -LE exhaustive
-  local level=(qemu-arm -L /usr/arm-linux-gnueabihf)
-  chooses neon "${level[@]}" -cpu cortex-a9 build/arm/tests/interface/level
-  chooses baseline "${level[@]}" -cpu cortex-a9,neon=off build/arm/tests/interface/level
-}
-
-suite_qemu-arm64() {
-  deps test aarch64 qemu
-  build_and_test aarch64
+suite_coverage() {
+  deps test coverage
+  build coverage
+  find build/coverage -name '*.gcda' -delete
+  quietly ctest --preset coverage -R '^interface'
+  in_parts build/coverage/tests/operations/operations
+  quietly gcovr --root . --filter src/ --json build/coverage/coverage.json build/coverage
+  quietly tests/coverage/check.py build/coverage/coverage.json
+  figure "$(tail -n 1 "$log")"
 }
 
 suite_valgrind() {
@@ -170,18 +264,94 @@ suite_valgrind() {
   in_parts "${memcheck[@]}" build/default/tests/operations/operations
   quietly scripts/draw_page.py --gray --width 300 --height 200 build/default/page.pgm
   quietly "${memcheck[@]}" build/default/tool/rast expgamma --gain 300 build/default/page.{pgm,png}
-  echo "The command: no errors."
+  figure "the command: no errors"
 }
 
+# cppcheck takes vectors for scalars, and initialized temporaries for blocks. The analyzer of g++ 12
+# is made for C: it knows neither constructors nor vectors; and that working lines stay allocated
+# where the sums after them cannot be is part of the interface.
 suite_lint() {
   deps tool test clang lint
-  local files
-  mapfile -t files < <(find bench include src tests tool -regex '.*\.\(c\|h\|cpp\|inl\)')
+  local files sources
+  mapfile -t files < <(find bench examples include src tests tool -regex '.*\.\(c\|h\|cpp\|inl\)')
   quietly clang-format --dry-run -Werror "${files[@]}"
   quietly cmake --preset clang
   quietly run-clang-tidy -quiet -j "$jobs" -p build/clang "^$PWD/(src|tool)/"
   quietly shellcheck scripts/*.sh .ci/run
-  echo "${#files[@]} files formatted, clang-tidy and shellcheck have nothing to say."
+  mapfile -t sources < <(find src -name 'rast*.cpp' -o -name rows_baseline.cpp -o -name tables.cpp)
+  local one_level=(-Isrc -Iinclude -DRAST_HAS_BASELINE=1 -DRAST_LEVELS_BUILT=1
+    -DRAST_LOWEST_LEVEL=baseline)
+  quietly cppcheck -q --error-exitcode=1 --std=c++20 --enable=warning,performance,portability \
+    --suppress=constStatement --suppress={uninitvar,shiftTooManyBitsSigned}:{'*.inl','*simd.h'} \
+    "${one_level[@]}" "${sources[@]}" tool/*.cpp
+  local source kept
+  for source in "${sources[@]}"; do
+    kept=()
+    [[ $source != */rastZoom.cpp ]] || kept=(-Wno-analyzer-malloc-leak)
+    quietly g++ -std=c++20 -O2 -Werror -fanalyzer -Wno-analyzer-use-of-uninitialized-value \
+      -Wno-analyzer-shift-count-overflow "${kept[@]}" "${one_level[@]}" -c -o /dev/null "$source"
+  done
+  figure "files: ${#files[@]}"
+}
+
+suite_compilers() {
+  deps test clang
+  local compiler flags build
+  for compiler in gcc:g++ clang:clang++; do
+    for flags in -O0 -O2 -O3 '-O2 -fsigned-char' '-O2 -funsigned-char'; do
+      build=build/compilers/${compiler%:*}${flags// /}
+      quietly cmake -S . -B "$build" -G Ninja -DRAST_TOOL=OFF -DRAST_TESTS=ON \
+        -DCMAKE_BUILD_TYPE=None -DCMAKE_C_COMPILER="${compiler%:*}" \
+        -DCMAKE_CXX_COMPILER="${compiler#*:}" "-DCMAKE_CXX_FLAGS=$flags"
+      quietly cmake --build "$build" --target operations
+      echo "${compiler#*:} $flags"
+      in_parts "$build/tests/operations/operations"
+    done
+  done
+}
+
+suite_msan() {
+  deps test clang
+  build msan differential
+  quietly build/msan/tests/differential/differential --seed 3 --calls 20000
+  figure "$(tail -n 1 "$log")"
+}
+
+# From the seeds, in a corpus that is thrown away; a find is shrunk and shown by the target itself.
+suite_fuzz() {
+  deps tool test clang
+  build fuzz fuzz_{tone,color,overlay,geometry,pages}
+  local corpora seeds target
+  corpora=$(mktemp -d)
+  for seeds in tests/{differential,tool}/seeds/*; do
+    target=differential/fuzz_${seeds##*/}
+    [[ $seeds != */tool/* ]] || target=fuzz_pages
+    mkdir "$corpora/${seeds##*/}"
+    echo "build/fuzz/tests/$target -max_len=1000 -timeout=20 -artifact_prefix=$corpora/" \
+      "-max_total_time=${FUZZ_SECONDS:-60} $corpora/${seeds##*/} $seeds"
+  done >"$corpora/commands"
+  quietly xargs -P "$jobs" -L 1 -a "$corpora/commands" env
+  rm -r "$corpora"
+  figure "$(awk '/^Done/ {n += $2; k += 1} END {print k " targets, " n " runs"}' "$log")"
+}
+
+suite_differential() {
+  deps test
+  build default differential
+  local seed calls=${CALLS:-10000000}
+  seed=$(od -An -N4 -tu4 /dev/urandom)
+  quietly xargs -P "$jobs" -I{} -a <(seq $((seed + 1)) $((seed + jobs))) \
+    build/default/tests/differential/differential --seed {} --calls $((calls / jobs))
+  figure "$(grep -E '^seed' "$log" | paste -sd' ')" \
+    "$(awk '/^[0-9]+ calls/ {n += $1} END {print n " calls"}' "$log")"
+}
+
+suite_mutation() {
+  deps test
+  local wanted=(--sample "${MUTANTS:-300}")
+  [[ ${MUTANTS:-} != 0 ]] || wanted=(--all)
+  quietly tests/mutation/mutate.py "${wanted[@]}" --report --least 95
+  cat "$log"
 }
 
 if [[ ${1:-} == --list ]]; then
@@ -190,7 +360,11 @@ if [[ ${1:-} == --list ]]; then
 fi
 mapfile -t all < <(awk '{print $1}' <<<"$list")
 suites=("$@")
-((${#suites[@]})) || suites=("${all[@]}")
+if [[ ${1:-} == --short ]]; then
+  mapfile -t suites < <(awk '$2 == "short" {print $1}' <<<"$list")
+elif ((${#suites[@]} == 0)); then
+  suites=("${all[@]}")
+fi
 for suite in "${suites[@]}"; do
   if [[ " ${all[*]} " != *" $suite "* ]]; then
     echo "check.sh: no suite '$suite'; there are: ${all[*]}" >&2
@@ -201,24 +375,35 @@ done
 passed=0
 failed=()
 for suite in "${suites[@]}"; do
-  echo "== $suite"
+  echo "== $suite ($((passed + ${#failed[@]} + 1)) of ${#suites[@]})"
   started=$SECONDS
+  : >"$figures"
   # In a shell of its own: tested by if or ||, a function would go on after an error.
   set +e
   (
     set -e
     "suite_$suite"
-  )
+  ) </dev/null
   status=$?
   set -e
+  seconds=$((SECONDS - started))
   if ((status == 0)); then
     passed=$((passed + 1))
-    echo "== $suite passed, $((SECONDS - started)) s"
+    echo "== $suite passed, $seconds s"
   else
     failed+=("$suite")
-    echo "== $suite FAILED, $((SECONDS - started)) s"
+    echo "FAILED" >>"$figures"
+    echo "== $suite FAILED, $seconds s"
   fi
+  claim=$(awk -v name="$suite" '$1 == name' <<<"$list" | sed -E 's/^(\S+ +){2}//')
+  echo "| $claim | \`scripts/check.sh $suite\` | $(paste -sd ';' "$figures" | sed 's/;/; /g')" \
+    "| $seconds |" >>"$table"
 done
+if ((${#suites[@]} > 1)); then
+  printf '\n| claim | command | shown | seconds |\n|---|---|---|---:|\n'
+  cat "$table"
+  echo
+fi
 ((${#failed[@]} == 0)) || echo "Failed: ${failed[*]}"
 echo "$passed passed, ${#failed[@]} failed"
 ((${#failed[@]} == 0))

@@ -23,6 +23,7 @@ symbols       short  Nothing else is exported, imported or writable, whatever co
 abi           short  The interface is the stored one, and a build can be repeated to the byte
 install       short  C and C++ programs build against the installed library in every way
 coverage      short  Every line and branch of the library is run
+queue         short  The command works as a filter behind those of a real print queue
 valgrind      short  Neither the library nor the command reads what is not set
 lint          short  Formatting and static analysis have nothing to say
 compilers     long   g++ and clang give the same bytes at every optimisation, char signed or not
@@ -244,6 +245,13 @@ suite_abi() {
 suite_install() {
   deps tool test
   build_and_test default -R '^interface.install$'
+}
+
+suite_queue() {
+  deps tool test queue
+  build_and_test default -R '^tool.print_filter$' --verbose
+  # Without what stands before it in a queue, the tests would have been skipped.
+  if grep -q skipped "$log"; then return 1; fi
 }
 
 suite_coverage() {

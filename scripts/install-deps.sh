@@ -4,10 +4,10 @@ set -euo pipefail
 
 declare -A sets=(
   [build]="gcc g++ libc6-dev binutils cmake ninja-build"
-  [tool]="pkg-config libpng-dev"
-  [test]="libgtest-dev libgmock-dev python3 pkg-config"
+  [tool]="pkg-config libcups2-dev libpng-dev libtiff-dev"
+  [test]="libgtest-dev libgmock-dev parallel python3 python3-pil pkg-config"
   [bench]="libbenchmark-dev python3"
-  [peers]="libopencv-imgproc-dev libopencv-core-dev libyuv-dev libpixman-1-dev"
+  [peers]="graphicsmagick libvips-tools netpbm time libopencv-imgproc-dev libopencv-core-dev libyuv-dev libpixman-1-dev"
   [figures]="llvm python3"
   [demo]="python3 poppler-utils"
   [clang]="clang libclang-rt-14-dev"
@@ -17,6 +17,7 @@ declare -A sets=(
   [powerpc]="gcc-powerpc-linux-gnu g++-powerpc-linux-gnu libc6-dev-powerpc-cross googletest"
   [s390x]="gcc-s390x-linux-gnu g++-s390x-linux-gnu libc6-dev-s390x-cross googletest"
   [qemu]="qemu-user"
+  [queue]="cups cups-filters ghostscript"
   [musl]="musl-tools"
   [abi]="abigail-tools"
   [coverage]="gcovr"

@@ -67,12 +67,12 @@ class Picture {
   explicit Picture(const Job& job) {
     if (job.outPath.empty()) return;
     out_.emplace(job.outPath);
-    writer_ = makeWriter(job.format, *out_);
+    writer_ = job.format->makeWriter(*out_);
   }
 
   void beginPage(const PageHead& head) {
     if (!writer_) return;
-    writer_->beginPage(head);
+    writer_->beginPage(head, nullptr);
     drawn_ = true;
   }
   void writeLines(const std::uint8_t* lines, std::uint32_t count) {
@@ -80,7 +80,9 @@ class Picture {
   }
   // No format knows a file without pages.
   void commit() {
-    if (drawn_) out_->commit();
+    if (!drawn_) return;
+    writer_->finish();
+    out_->commit();
   }
 
  private:
@@ -89,9 +91,10 @@ class Picture {
   bool drawn_ = false;
 };
 
-Difference compareSamples(PageReader& a, PageReader& b, std::uint32_t bandLines, Picture& picture) {
+Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::uint32_t wantedLines,
+                          Picture& picture) {
   const PageHead& head = a.head();
-  const std::uint32_t most = head.bandLines(bandLines);
+  const std::uint32_t most = bandLines(in, head, wantedLines);
   const Bytes linesOfA = makeBytes(most * head.lineBytes());
   const Bytes linesOfB = makeBytes(most * head.lineBytes());
   Difference found(head);
@@ -120,8 +123,8 @@ ExitCode compare(const Job& job) {
   if (job.outPath == "-") {
     fail(ExitCode::usage, "standard output is for the report; expected a file for DIFFERENCE");
   }
-  Input a(job.inPath);
-  Input b(job.otherPath);
+  Input a(job.inPath, job.memory);
+  Input b(job.otherPath, job.memory);
   Output report("-");
   Picture picture(job);
   std::uint64_t count = 0;
@@ -131,19 +134,21 @@ ExitCode compare(const Job& job) {
     ++count;
     different += equal ? 0 : 1;
   };
+  const std::unique_ptr<PageStream> pagesOfA = openPages(a);
+  const std::unique_ptr<PageStream> pagesOfB = openPages(b);
   for (;;) {
-    const std::unique_ptr<PageReader> pageA = nextPage(a);
-    const std::unique_ptr<PageReader> pageB = nextPage(b);
+    const std::unique_ptr<PageReader> pageA = pagesOfA->next();
+    const std::unique_ptr<PageReader> pageB = pagesOfB->next();
     if (!pageA && !pageB) break;
     const std::uint64_t page = std::max(a.page(), b.page());
     const bool isChosen = job.pages.holds(page);
-    if (isChosen && pageA && pageB && pageA->head() == pageB->head()) {
-      const Difference found = compareSamples(*pageA, *pageB, job.bandLines, picture);
+    if (isChosen && pageA && pageB && pageA->head().hasShapeOf(pageB->head())) {
+      const Difference found = compareSamples(a, *pageA, *pageB, job.bandLines, picture);
       tell(page, found.isNone(), found.describe());
       continue;
     }
-    if (pageA) readPast(*pageA);
-    if (pageB) readPast(*pageB);
+    if (pageA) readPast(a, *pageA);
+    if (pageB) readPast(b, *pageB);
     if (!isChosen) continue;
     if (pageA && pageB) {
       tell(page, false, sizeAndKind(pageA->head()), " in A and ", sizeAndKind(pageB->head()),

@@ -21,11 +21,11 @@ std::string describeJson(std::uint64_t number, const PageReader& page) {
 
 // A page is told of only once it is known to be sound.
 ExitCode info(const Job& job) {
-  Input in(job.inPath);
+  Input in(job.inPath, job.memory);
   Output out("-");
   std::uint64_t count = 0;
   everyPage(in, job.pages, [&](PageReader& page) {
-    readPast(page);
+    readPast(in, page);
     if (job.json) out.write(count == 0 ? "[\n" : ",\n");
     out.write(job.json ? describeJson(in.page(), page) : describe(in.page(), page));
     ++count;

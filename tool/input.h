@@ -4,15 +4,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "error.h"
 #include "file.h"
 
+inline constexpr std::uint64_t defaultMemory = std::uint64_t{256} << 20;
+// What the program and the libraries for page files take of it.
+inline constexpr std::uint64_t memoryForOthers = std::uint64_t{16} << 20;
+
 class Input {
  public:
   // "-" is standard input.
-  explicit Input(const std::string& path);
+  explicit Input(const std::string& path, std::uint64_t memory = defaultMemory);
 
   // The next byte, or EOF at the end of the stream. A failing read throws.
   int get();
@@ -21,13 +26,32 @@ class Input {
   // As many bytes as there are, up to size; safe inside C callbacks.
   std::size_t read(std::uint8_t* data, std::size_t size) noexcept;
 
+  // Makes seeking possible, by a temporary copy where the stream is a pipe. To be called before
+  // anything is read. Offsets count from the place where reading began.
+  void makeSeekable();
+  bool seek(std::uint64_t offset) noexcept;
+  std::uint64_t position() const noexcept;
+  std::uint64_t size() const { return size_.value_or(0); }
+
+  // The part of the stream that is read, 0 to 1; none where its size is not known.
+  std::optional<double> portion() const noexcept;
+
+  // What the lines of its pages may take while in work.
+  std::uint64_t memoryCap() const { return memory_ - memoryForOthers; }
+  // Tells what needs so many bytes, more than the cap.
+  [[noreturn]] void failMemory(std::uint64_t line, const std::string& what,
+                               std::uint64_t bytes) const;
+
   std::uint64_t page() const { return page_; }
   void startPage() { ++page_; }
+
+  // The step of a chain that works on the page, for messages; empty for none.
+  void setStep(const std::string& step) { step_ = step.empty() ? "" : ", " + step; }
 
   // Line 0 stands for the page as a whole.
   template <class... Parts>
   [[noreturn]] void fail(ExitCode code, std::uint64_t line, const Parts&... parts) const {
-    ::fail(code, place(line), ": ", parts...);
+    ::fail(code, place(line), blames(code) ? step_ : "", ": ", parts...);
   }
 
   // After a read that came back short: tells a failing device from a file that ends early.
@@ -35,10 +59,19 @@ class Input {
 
  private:
   std::string place(std::uint64_t line) const;
+  // Whether a step may be at fault, rather than the file.
+  static bool blames(ExitCode code) {
+    return code != ExitCode::damaged && code != ExitCode::runTime;
+  }
+  void measure();
 
   std::string name_;
+  std::uint64_t memory_;
   File file_;
+  std::uint64_t start_ = 0;
+  std::optional<std::uint64_t> size_;  // of a regular file, from the start on
   std::uint64_t page_ = 0;
+  std::string step_;
   int error_ = 0;
 };
 

@@ -1,15 +1,28 @@
 // rast: applies the library's filters to page images, and looks into those.
 #include <fcntl.h>
+#include <sys/auxv.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cinttypes>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cwchar>
+#include <cwctype>
 #include <exception>
+#include <filesystem>
 #include <new>
+#include <string>
 
 #include "error.h"
+#include "file.h"
 #include "options.h"
 #include "output.h"
+#ifdef RAST_HAS_RASTER
+#include "print_filter.h"
+#endif
 
 namespace {
 
@@ -21,12 +34,57 @@ void fillStandardDescriptors() {
   }
 }
 
-// One line whatever is in it: names of files may hold line ends and terminal commands.
-int report(ExitCode code, std::string text) {
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < ' ' || c == 127) c = '?';
+std::uint64_t memoryInUse() {
+  std::uint64_t pages = 0;
+  const File status(std::fopen("/proc/self/statm", "re"));
+  if (status && std::fscanf(status.get(), "%*u %*u %*u %*u %*u %" SCNu64, &pages) != 1) pages = 0;
+  return pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// What one of the libraries for page files would take beyond the cap fails to be allocated. Pages
+// in temporary files are mapped, which does not count. A program that begins with more, as one
+// with a sanitizer does, is left alone.
+void limitMemory(std::uint64_t bytes) {
+  rlimit limit = {};
+  if (memoryInUse() > bytes / 2 || getrlimit(RLIMIT_DATA, &limit) != 0) return;
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, bytes);
+  setrlimit(RLIMIT_DATA, &limit);
+}
+
+#ifdef RAST_HAS_RASTER
+// Of this program, be it a link. A scheduler calls its filters by the names of printers.
+std::string fileName() {
+  const auto path = getauxval(AT_EXECFN);  // an address, or 0
+  return path != 0 ? std::filesystem::path(reinterpret_cast<const char*>(path)).filename() : "";
+}
+#endif
+
+int carryOut(const Job& job) {
+  limitMemory(job.memory);
+  return static_cast<int>(job.carryOut(job));
+}
+
+// One line whatever is in it: names of files may hold line ends, terminal commands and bytes that
+// are no text.
+std::string printable(const std::string& text) {
+  constexpr std::size_t longest = 1000;
+  std::string line;
+  std::mbstate_t state = {};
+  for (std::size_t at = 0; at < text.size();) {
+    if (line.size() > longest) return line + "...";
+    wchar_t character = 0;
+    const std::size_t size = std::mbrtowc(&character, &text[at], text.size() - at, &state);
+    const bool isText =
+        size > 0 && size <= text.size() && std::iswprint(std::wint_t(character)) != 0;
+    line += isText ? text.substr(at, size) : "?";
+    if (!isText) state = {};
+    at += isText ? size : 1;
   }
-  std::fprintf(stderr, "rast: %s\n", text.c_str());
+  return line;
+}
+
+int report(const char* label, ExitCode code, const std::string& text) {
+  std::fprintf(stderr, "%s: %s\n", label, printable(text).c_str());
   return static_cast<int>(code);
 }
 
@@ -34,20 +92,29 @@ int report(ExitCode code, std::string text) {
 
 int main(int argc, char** argv) {
   fillStandardDescriptors();
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   // Writing to a closed pipe, or beyond the file size limit, fails like any other write.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   removeTemporaryOnSignals();
+  const char* label = "rast";
   try {
+#ifdef RAST_HAS_RASTER
+    if (fileName() == printFilterName) {
+      label = "ERROR";
+      return carryOut(printJob(argc, argv));
+    }
+#endif
     const CommandLine command = parseCommandLine(argc, argv);
-    if (command.text.empty()) return static_cast<int>(command.job.carryOut(command.job));
+    if (command.text.empty()) return carryOut(command.job);
     print(command.text);
     return 0;
   } catch (const Failure& failure) {
-    return report(failure.code, failure.text);
+    return report(label, failure.code, failure.text);
   } catch (const std::bad_alloc&) {
-    return report(ExitCode::memory, "not enough memory for a band; try a smaller --band");
+    return report(label, ExitCode::memory,
+                  "not enough memory; try a smaller --band, or a larger --memory");
   } catch (const std::exception& error) {
-    return report(ExitCode::runTime, error.what());
+    return report(label, ExitCode::runTime, error.what());
   }
 }

@@ -1,11 +1,12 @@
 #include "operations.h"
 
+#include <rast.h>
+
 #include <algorithm>
 #include <array>
 #include <optional>
 #include <utility>
 
-#include "page_filter.h"
 #include "tables.h"
 
 namespace {
@@ -16,13 +17,13 @@ constexpr Parameter expGammaParameters[] = {
     {"gain", "N", readNumbers, 0, 65535, "256", "slope above the threshold, in 1/256: 256 is 1.0"},
 };
 
-Filter makeExpGamma(const Values& values) {
+std::unique_ptr<Step> makeExpGamma(const Values& values) {
   const RastExpGammaParam curve{static_cast<std::uint8_t>(values[0][0]),
                                 static_cast<std::uint8_t>(values[1][0]),
                                 static_cast<std::uint16_t>(values[2][0])};
-  return {[curve](const RastArea& area, const RastPlaneSet& planes) {
+  return bandStep({[curve](const RastArea& area, const RastPlaneSet& planes) {
     return rastExpGamma(&area, &planes, &curve, nullptr);
-  }};
+  }});
 }
 
 constexpr Parameter colGammaParameters[] = {
@@ -35,13 +36,13 @@ constexpr Parameter colGammaParameters[] = {
      "a file of such a name is given as ./invert"},
 };
 
-Filter makeColGamma(const Values& values) {
+std::unique_ptr<Step> makeColGamma(const Values& values) {
   std::array<std::uint8_t, 256> curve = {};
   std::ranges::transform(values[0], curve.begin(),
                          [](std::int64_t v) { return static_cast<std::uint8_t>(v); });
-  return {[curve](const RastArea& area, const RastPlaneSet& planes) {
+  return bandStep({[curve](const RastArea& area, const RastPlaneSet& planes) {
     return rastColGamma(&area, &planes, curve.data());
-  }};
+  }});
 }
 
 constexpr Parameter binConvParameters[] = {
@@ -51,11 +52,11 @@ constexpr Parameter binConvParameters[] = {
      "3 green and blue, 4 red and blue, 5 red and green"},
 };
 
-Filter makeBinConv(const Values& values) {
+std::unique_ptr<Step> makeBinConv(const Values& values) {
   const auto color = static_cast<std::uint32_t>(values[0][0]);
-  return {[color](const RastArea& area, const RastPlaneSet& planes) {
+  return bandStep({[color](const RastArea& area, const RastPlaneSet& planes) {
     return rastBinConv(&area, &planes, color);
-  }};
+  }});
 }
 
 constexpr Parameter satAdjustParameters[] = {
@@ -63,11 +64,11 @@ constexpr Parameter satAdjustParameters[] = {
      "move each component towards the pixel's grey level, or away from it"},
 };
 
-Filter makeSatAdjust(const Values& values) {
+std::unique_ptr<Step> makeSatAdjust(const Values& values) {
   const auto mode = static_cast<std::uint32_t>(values[0][0]);
-  return {[mode](const RastArea& area, const RastPlaneSet& planes) {
+  return bandStep({[mode](const RastArea& area, const RastPlaneSet& planes) {
     return rastSatAdjust(&area, &planes, mode);
-  }};
+  }});
 }
 
 constexpr Parameter hueAdjustParameters[] = {
@@ -86,7 +87,7 @@ constexpr Parameter hueAdjustParameters[] = {
      "which go to standard error"},
 };
 
-Filter makeHueAdjust(const Values& values) {
+std::unique_ptr<Step> makeHueAdjust(const Values& values) {
   RastHueParam param = {};
   for (std::size_t i = 0; i < values[0].size(); ++i) {
     param.nMatrix[i / 5][i % 5] = static_cast<std::int16_t>(values[0][i]);
@@ -94,15 +95,15 @@ Filter makeHueAdjust(const Values& values) {
   param.nReverse = static_cast<std::int16_t>(values[1][0]);
   param.nMirror = static_cast<std::int16_t>(values[2][0]);
   if (param.nMirror != 0) {
-    return {[param](const RastArea& area, const RastPlaneSet& planes) {
+    return bandStep({[param](const RastArea& area, const RastPlaneSet& planes) {
       return rastHueAdjust(&area, &planes, &param, nullptr);
-    }};
+    }});
   }
   RastHueLut lut = {};
   lut.nReverse = param.nReverse;
-  return {[param, lut](const RastArea& area, const RastPlaneSet& planes) mutable {
+  return bandStep({[param, lut](const RastArea& area, const RastPlaneSet& planes) mutable {
     return rastHueAdjust(&area, &planes, &param, &lut);
-  }};
+  }});
 }
 
 constexpr Parameter colBalanceParameters[] = {
@@ -114,14 +115,14 @@ constexpr Parameter colBalanceParameters[] = {
      "a step is 5 sample values; 11 is the same as 10"},
 };
 
-Filter makeColBalance(const Values& values) {
+std::unique_ptr<Step> makeColBalance(const Values& values) {
   RastColBalanceParam param = {};
   param.nCurve = static_cast<std::uint8_t>(values[0][0]);
   for (std::size_t i = 0; i < 4; ++i) param.nLevel[i] = static_cast<std::int16_t>(values[1][i]);
-  return {[param, lut = std::array<std::uint8_t, 1025>{}](const RastArea& area,
-                                                          const RastPlaneSet& planes) mutable {
+  return bandStep({[param, lut = std::array<std::uint8_t, 1025>{}](
+                       const RastArea& area, const RastPlaneSet& planes) mutable {
     return rastColBalance(&area, &planes, &param, lut.data());
-  }};
+  }});
 }
 
 std::optional<Size> sizeOf(const Value& value) {
@@ -169,18 +170,18 @@ OverlaySettings overlaySettings(const Values& values) {
   return settings;
 }
 
-std::unique_ptr<PageFilter> makeOverlay(const Values& values) {
+std::unique_ptr<Step> makeOverlay(const Values& values) {
   OverlaySettings settings = overlaySettings(values);
   settings.mode = static_cast<std::uint32_t>(values[6][0]);
   settings.density = static_cast<std::uint32_t>(values[7][0]);
-  return planesOverlay(settings);
+  return overlayStep(settings);
 }
 
 // Pixels are copied as they stand: without mode and density.
 constexpr std::span<const Parameter> overlayRgbParameters(overlayParameters, 6);
 
-std::unique_ptr<PageFilter> makeOverlayRgb(const Values& values) {
-  return pixelsOverlay(overlaySettings(values));
+std::unique_ptr<Step> makeOverlayRgb(const Values& values) {
+  return overlayRgbStep(overlaySettings(values));
 }
 
 constexpr Parameter rotateParameters[] = {
@@ -190,8 +191,8 @@ constexpr Parameter rotateParameters[] = {
      true},
 };
 
-std::unique_ptr<PageFilter> makeRotate(const Values& values) {
-  return rotation(values[0][0] == 0 ? RAST_ROTATE_CW90 : RAST_ROTATE_CCW90);
+std::unique_ptr<Step> makeRotate(const Values& values) {
+  return rotateStep(values[0][0] == 0 ? RAST_ROTATE_CW90 : RAST_ROTATE_CCW90);
 }
 
 constexpr Parameter zoomParameters[] = {
@@ -203,23 +204,23 @@ constexpr Parameter zoomParameters[] = {
      "vertical ratio in thousandths, in place of --percent"},
 };
 
-Filter makeZoom(const Values& values) {
+std::unique_ptr<Step> makeZoom(const Values& values) {
   const auto ratio = [&values](std::size_t i) {
     return static_cast<std::uint32_t>(values[values[i].empty() ? 0 : i][0]);
   };
   const RastZoomParam gray{1, ratio(1), ratio(2)};
-  return {[gray](const RastArea& area, const RastPlaneSet& given) {
-            RastZoomParam param = gray;
-            RastPlaneSet planes = given;
-            if (planes.pIn[3] == nullptr) {
-              param.nPlaneNum = 3;
-            } else {
-              std::swap(planes.pIn[0], planes.pIn[3]);
-              std::swap(planes.pOut[0], planes.pOut[3]);
-            }
-            return rastZoom(&area, &planes, &param);
-          },
-          gray.nRatioX, gray.nRatioY};
+  return bandStep({[gray](const RastArea& area, const RastPlaneSet& given) {
+                     RastZoomParam param = gray;
+                     RastPlaneSet planes = given;
+                     if (planes.pIn[3] == nullptr) {
+                       param.nPlaneNum = 3;
+                     } else {
+                       std::swap(planes.pIn[0], planes.pIn[3]);
+                       std::swap(planes.pOut[0], planes.pOut[3]);
+                     }
+                     return rastZoom(&area, &planes, &param);
+                   },
+                   gray.nRatioX, gray.nRatioY});
 }
 
 constexpr Parameter shiftParameters[] = {
@@ -233,10 +234,12 @@ constexpr Parameter shiftParameters[] = {
      "is 0, since the page is cleared before"},
 };
 
-std::unique_ptr<PageFilter> makeShift(const Values& values) {
-  return shift(positionOf({values[0][0], values[1][0]}), sizeOf(values[2]),
-               static_cast<std::uint32_t>(values[3][0]));
+std::unique_ptr<Step> makeShift(const Values& values) {
+  return shiftStep(positionOf({values[0][0], values[1][0]}), sizeOf(values[2]),
+                   static_cast<std::uint32_t>(values[3][0]));
 }
+
+std::unique_ptr<Step> makeGray(const Values&) { return grayStep(); }
 
 constexpr Operation table[] = {
     {"expgamma", "threshold-gain curve",
@@ -283,8 +286,8 @@ constexpr Operation table[] = {
      "line to line.\n"
      "The overlay must be gray for gray pages and colour for colour pages.",
      Takes::both, overlayParameters,
-     "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", nullptr,
-     makeOverlay},
+     "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", makeOverlay,
+     true},
     {"overlayrgb", "an image over the page, pixel by pixel",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Each is consumed as one run of pixels, and they cross: where the page lies alone the\n"
@@ -294,9 +297,9 @@ constexpr Operation table[] = {
      "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
      "above it all is background; with --base 0,Y it is line 0.",
      Takes::colour, overlayRgbParameters,
-     "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm", nullptr, makeOverlayRgb},
+     "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm", makeOverlayRgb, true},
     {"rotate", "quarter turn", "Lines become columns; the direction is given before IN.",
-     Takes::both, rotateParameters, "rast rotate cw in.ppm out.ppm", nullptr, makeRotate},
+     Takes::both, rotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, true},
     {"zoom", "reduction by averaging",
      "Lines, and the samples of a line, are gathered into groups by an accumulator that grows by\n"
      "the ratio and completes a group at 1000; what is left at the end is a group too. A group\n"
@@ -309,7 +312,16 @@ constexpr Operation table[] = {
      "columns or lines are kept, from column or line 0 on, and as many of the last ones are\n"
      "dropped. Not possible: a negative --y without a negative --x, a positive --y with one, an\n"
      "offset beyond the page, and with a negative --x more columns or lines than --size has.",
-     Takes::both, shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", nullptr, makeShift},
+     Takes::both, shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift},
+    {"gray",
+     "colour to gray",
+     "A pixel becomes its ITU-R BT.601 luma, 0.299 R + 0.587 G + 0.114 B, rounded to nearest. "
+     "Gray\n"
+     "pages pass as they are.",
+     Takes::both,
+     {},
+     "rast gray in.ppm out.pgm",
+     makeGray},
 };
 
 }  // namespace

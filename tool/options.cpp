@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <iomanip>
 #include <iterator>
 #include <optional>
@@ -23,30 +22,38 @@ namespace {
 struct CommonOption {
   char letter;
   const char* name;
-  const char* argument;  // null for a switch
+  const char* argument;  // null for a switch; with an equals sign in front, it may be left out
   const char* help;
 };
-
-constexpr char formats[] = "pnm|png";  // in the order of Format
 
 constexpr CommonOption commonOptions[] = {
     {'g', "gray", nullptr,
      "convert colour to gray first, by ITU-R BT.601 luma:\n"
      "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
-    {'f', "format", formats,
-     "output format; default by the ending of the output file\n"
-     "(.pgm .ppm .pnm .png), pnm when there is none"},
-    {'b', "band", "LINES", "lines worked on at a time, 1..65536; default 64"},
+    {'f', "format", "FORMAT", "output format; default by the ending of the output file:\n"},
+    {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
+    {'b', "band", "LINES",
+     "lines worked on at a time, 1..65536, as far as memory allows;\n"
+     "default what 256 KiB hold. The result is always the same"},
+    {'m', "memory", "SIZE",
+     "memory to keep within, such as 64M, at least 20M; default 256M.\n"
+     "Pages that are kept in temporary files do not count"},
     {'P', "pages", "LIST",
      "only these pages, such as 1-10,15,20-; the others are\n"
      "read past and have to be sound all the same"},
-    {'p', "progress", nullptr, "show progress even when standard error is no terminal"},
+    {'p', "progress", "=json",
+     "show progress even when standard error is no terminal, or\n"
+     "print it as lines of JSON"},
     {'q', "quiet", nullptr, "never show progress"},
+    {'s', "stats", nullptr,
+     "at the end, tell on standard error how many pages and bytes\n"
+     "there were, the time in the library and in files, and the\n"
+     "most memory that was in use"},
     {'j', "json", nullptr, "print a JSON array"},
     {'h', "help", nullptr, "print this help"},
 };
 
-constexpr char operationLetters[] = "gfbPpqh";  // first the one for those that take gray pages
+constexpr char operationLetters[] = "gfbmPpqsh";  // first the one for those that take gray pages
 constexpr int firstParameterCode = 256;
 
 using Path = std::string Job::*;
@@ -65,15 +72,26 @@ struct Command {
 };
 
 constexpr Path infoPaths[] = {&Job::inPath};
-constexpr Path operationPaths[] = {&Job::inPath, &Job::outPath};
+constexpr Path chainPaths[] = {&Job::chainText, &Job::inPath, &Job::outPath};
+constexpr std::span<const Path> operationPaths(chainPaths + 1, 2);
 constexpr Path comparePaths[] = {&Job::inPath, &Job::otherPath, &Job::outPath};
 
 constexpr Command commands[] = {
+    {"chain", " CHAIN [IN [OUT]]", "several operations, one after the other",
+     "A chain is a list of steps between colons that stand alone: an operation, then its\n"
+     "parameters as name=value, or as a name alone where there is no value. The value of the "
+     "first\n"
+     "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
+     "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"
+     "line. Lines pass from step to step: no page is stored but by the operations that say so.",
+     "gcfbmPpqsh",
+     "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm", run,
+     chainPaths, 1},
     {"info", " [IN]", "the pages of a stream",
      "Each page is read to its end before a line tells its number, format, size and kind; a last\n"
      "line tells how many pages there were. An error leaves the JSON array without its end. IN is\n"
      "a file; '-', or leaving it out, means standard input.",
-     "Pjh", "rast info in.ppm", info, infoPaths},
+     "mPjh", "rast info in.ppm", info, infoPaths},
     {"compare", " A B [DIFFERENCE]", "the differences between two streams",
      "For each page a line tells that it is equal in both; or its first sample that differs, with\n"
      "the value in A and in B, how many samples differ, by how much at most, and the peak\n"
@@ -83,7 +101,7 @@ constexpr Command commands[] = {
      "none\n"
      "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
      "status is 0 when all pages are equal and 1 when some are not.",
-     "fbPh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
+     "fbmPh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
     {"ops", "", "the operations there are",
      "A line for each tells its summary and the pages it takes; JSON also tells its parameters:\n"
      "kind, limits or values, default if there is one, and whether one is required.",
@@ -99,12 +117,21 @@ constexpr char operandsHelp[] =
     "IN and OUT are files; '-', or leaving them out, means standard input and output.\n";
 
 constexpr char filesHelp[] =
-    "Input is recognised by its content: binary PGM and PPM with maximum value 255, one image or\n"
-    "several in a row, and PNG of up to 8 bits, neither interlaced nor transparent. Palettes "
-    "become\n"
-    "RGB. PNG output holds one page. Colour profiles and resolution are not carried over. A file "
-    "is\n"
-    "replaced only once its new content is complete.\n";
+    "Input is recognised by its content: binary PBM, PGM, PPM and PAM with maximum value 255, and\n"
+    "PNG of up to 8 bits, neither interlaced nor transparent, one image or several in a row"
+#ifdef RAST_HAS_TIFF
+    ";\n"
+    "TIFF of one page or several, gray, RGB, bilevel or with a palette"
+#endif
+#ifdef RAST_HAS_RASTER
+    ";\n"
+    "CUPS and PWG raster, gray or RGB of 8 bits"
+#endif
+    ".\n"
+    "Palettes become RGB. PNG output holds one page, PBM output black and white only. Colour\n"
+    "profiles are not carried over; resolution is, between TIFF and raster. A file is replaced "
+    "only\n"
+    "once its new content is complete.\n";
 
 constexpr char wholePageHelp[] =
     "Whole pages are kept in unlinked temporary files, in the folder that TMPDIR names, or /tmp.\n";
@@ -117,7 +144,7 @@ constexpr char exitHelp[] =
     "  3  damaged or truncated input\n"
     "  4  output cannot be written\n"
     "  5  input or conversion not supported\n"
-    "  6  memory cap exceeded (256 MiB for a band)\n";
+    "  6  more memory needed than --memory allows\n";
 
 // Two columns: a term, and help lines that start under each other; below a term that is too long.
 std::string helpRow(const std::string& term, const std::string& help) {
@@ -149,12 +176,26 @@ std::string generalHelp() {
   return join(text, '\n', operandsHelp, filesHelp, '\n', exitHelp);
 }
 
+bool isOptional(const CommonOption& option) {
+  return option.argument != nullptr && *option.argument == '=';
+}
+
+std::string formatsHelp() {
+  std::string text;
+  for (const Format& format : formats()) {
+    text += join(text.empty() ? "" : "\n", format.name, " (", format.endings, ')');
+  }
+  return text;
+}
+
 std::string optionsHelp(const std::string& letters) {
   std::string text = "\nOptions:\n";
   for (const CommonOption& o : commonOptions) {
     if (letters.find(o.letter) == std::string::npos) continue;
-    const std::string argument = o.argument != nullptr ? join(' ', o.argument) : "";
-    text += helpRow(join('-', o.letter, ", --", o.name, argument), o.help);
+    std::string argument = o.argument != nullptr ? o.argument : "";
+    if (!argument.empty()) argument = isOptional(o) ? join('[', argument, ']') : ' ' + argument;
+    text += helpRow(join('-', o.letter, ", --", o.name, argument),
+                    o.letter == 'f' ? o.help + formatsHelp() : o.help);
   }
   return text;
 }
@@ -167,12 +208,12 @@ std::string commandHelp(const Command& command) {
 }
 
 std::string operationHelp(const Operation& operation) {
-  const Parameter& first = operation.parameters[0];
-  const std::string operand = first.operand ? join(' ', first.argument) : "";
+  const bool hasOperand = !operation.parameters.empty() && operation.parameters[0].operand;
+  const std::string operand = hasOperand ? join(' ', operation.parameters[0].argument) : "";
   std::string text = join("usage: rast ", operation.name, operand, " [OPTION]... [IN [OUT]]\n\n",
                           headline(operation), ".\n", operation.details, '\n');
-  if (operation.makePageFilter != nullptr) text += wholePageHelp;
-  text += "\nParameters:\n";
+  if (operation.storesPages) text += wholePageHelp;
+  if (!operation.parameters.empty()) text += "\nParameters:\n";
   for (const Parameter& p : operation.parameters) {
     if (p.argument == nullptr) {
       text += helpRow(join("    --", p.name), p.help);
@@ -191,17 +232,19 @@ std::string operationHelp(const Operation& operation) {
               exitHelp);
 }
 
-Format formatOf(const std::string& path) {
-  std::string ending = std::filesystem::path(path).extension();
-  for (char& c : ending) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  if (ending == ".png") return Format::png;
-  if (ending.empty() || ending == ".pgm" || ending == ".ppm" || ending == ".pnm") {
-    return Format::pnm;
-  }
-  fail(ExitCode::usage, path, ": no format is known for '", ending,
-       "'; expected .pgm, .ppm, .pnm or .png, or --format");
+const Format& formatFor(const std::string& path) {
+  if (const Format* found = formatOfFile(path)) return *found;
+  std::string endings;
+  for (const Format& format : formats()) endings += join(' ', format.endings);
+  fail(ExitCode::usage, path, ": no format is known for this ending; expected one of", endings,
+       ", or --format");
+}
+
+const Format& requireFormat(const std::string& name) {
+  if (const Format* found = findFormat(name)) return *found;
+  std::string names;
+  for (const Format& format : formats()) names += join(names.empty() ? "" : ", ", format.name);
+  fail(ExitCode::usage, "--format: '", name, "' is unknown; expected one of ", names);
 }
 
 class JobParser {
@@ -209,21 +252,19 @@ class JobParser {
   JobParser(const Operation& operation, int argc, char** argv)
       : JobParser(operationLetters, operationPaths, 0, argc, argv) {
     job_.carryOut = run;
-    job_.operation = &operation;
-    parameters_ = operation.parameters;
-    for (const Parameter& p : parameters_) {
-      const int code = firstParameterCode + static_cast<int>(job_.values.size());
+    link_.emplace(operation);
+    int code = firstParameterCode;
+    for (const Parameter& p : operation.parameters) {
       const int argument = p.argument != nullptr ? required_argument : no_argument;
-      options_.push_back({p.name, argument, nullptr, code});
-      const bool hasPreset = p.preset != nullptr && *p.preset != '\0';
-      job_.values.push_back(hasPreset ? p.read(p, p.preset) : Value());
+      options_.push_back({p.name, argument, nullptr, code++});
     }
   }
 
   JobParser(const Command& command, int argc, char** argv)
       : JobParser(command.letters, command.paths, command.requiredPaths, argc, argv) {
     job_.carryOut = command.carryOut;
-    job_.outPath.clear();
+    operands_ = command.operands;
+    if (job_.carryOut != run) job_.outPath.clear();
   }
 
   // Without a job where help is asked for.
@@ -236,8 +277,8 @@ class JobParser {
       take(code);
     }
     takeOperands();
-    requireParameters();
-    job_.format = format_ ? *format_ : formatOf(job_.outPath);
+    if (job_.carryOut == run) makeChain();
+    if (job_.format == nullptr) job_.format = &formatFor(job_.outPath);
     return std::move(job_);
   }
 
@@ -247,26 +288,38 @@ class JobParser {
       : argc_(argc), argv_(argv), paths_(paths), requiredPaths_(requiredPaths) {
     for (const CommonOption& o : commonOptions) {
       if (letters.find(o.letter) == std::string::npos) continue;
-      const bool hasArgument = o.argument != nullptr;
-      letters_ += join(o.letter, hasArgument ? ":" : "");
-      options_.push_back(
-          {o.name, hasArgument ? required_argument : no_argument, nullptr, o.letter});
+      const bool takesWord = o.argument != nullptr && !isOptional(o);
+      letters_ += join(o.letter, takesWord ? ":" : "");
+      const int argument = takesWord       ? required_argument
+                           : isOptional(o) ? optional_argument
+                                           : no_argument;
+      options_.push_back({o.name, argument, nullptr, o.letter});
     }
   }
 
   void take(int code) {
     switch (code) {
       case 'g':
-        if (!takesPage(*job_.operation, false)) {
-          fail(ExitCode::usage, "--gray: ", job_.operation->name, " works on colour pages only");
+        if (link_ && !takesPage(*link_->operation, false)) {
+          fail(ExitCode::usage, "--gray: ", link_->operation->name, " works on colour pages only");
         }
-        job_.toGray = true;
+        toGray_ = true;
         break;
       case 'f':
-        format_ = static_cast<Format>(parseChoice("--format", optarg, formats));
+        job_.format = &requireFormat(optarg);
+        break;
+      case 'c':
+        if (!chain_) {
+          paths_ = paths_.subspan(1);
+          requiredPaths_ = 0;
+        }
+        chain_ = readChain(optarg);
         break;
       case 'b':
         job_.bandLines = static_cast<std::uint32_t>(parseNumber("--band", optarg, 1, 65536));
+        break;
+      case 'm':
+        job_.memory = parseBytes("--memory", optarg, std::uint64_t{20} << 20);
         break;
       case 'P':
         job_.pages = PageList(optarg);
@@ -274,8 +327,15 @@ class JobParser {
       case 'j':
         job_.json = true;
         break;
+      case 's':
+        job_.stats = true;
+        break;
       case 'p':
         job_.progress = ProgressMode::always;
+        if (optarg != nullptr) {
+          parseChoice("--progress", optarg, "json");
+          job_.progress = ProgressMode::json;
+        }
         break;
       case 'q':
         job_.progress = ProgressMode::never;
@@ -286,8 +346,8 @@ class JobParser {
         refuseOption();
       default: {
         const auto index = static_cast<std::size_t>(code - firstParameterCode);
-        const Parameter& p = parameters_[index];
-        job_.values[index] = p.read(p, optarg != nullptr ? optarg : "1");
+        const Parameter& p = link_->operation->parameters[index];
+        link_->values[index] = p.read(p, optarg != nullptr ? optarg : "1");
       }
     }
   }
@@ -310,25 +370,26 @@ class JobParser {
   }
 
   void takeOperands() {
-    if (!parameters_.empty() && parameters_[0].operand && job_.values[0].empty() &&
-        optind < argc_) {
-      job_.values[0] = parameters_[0].read(parameters_[0], argv_[optind++]);
+    if (link_ && !link_->values.empty() && link_->values[0].empty() && optind < argc_) {
+      const Parameter& first = link_->operation->parameters[0];
+      if (first.operand) link_->values[0] = first.read(first, argv_[optind++]);
     }
     std::size_t taken = 0;
     for (; taken < paths_.size() && optind < argc_; ++taken) job_.*paths_[taken] = argv_[optind++];
     if (optind < argc_) fail(ExitCode::usage, "'", argv_[optind], "' is too much", seeHelp());
     if (taken < requiredPaths_) {
-      fail(ExitCode::usage, "expected ", requiredPaths_, " files, found ", taken, seeHelp());
+      fail(ExitCode::usage, "operands are missing; expected", operands_, seeHelp());
     }
   }
 
-  void requireParameters() const {
-    for (std::size_t i = 0; i < job_.values.size(); ++i) {
-      const Parameter& p = parameters_[i];
-      if (p.preset == nullptr && job_.values[i].empty()) {
-        fail(ExitCode::usage, optionName(p), ' ', p.argument, " is missing", seeHelp());
-      }
+  void makeChain() {
+    if (link_) {
+      link_->requireParameters();
+      job_.chain = {*std::move(link_)};
+    } else {
+      job_.chain = chain_ ? *std::move(chain_) : parseChain(job_.chainText);
     }
+    if (toGray_) job_.chain.emplace(job_.chain.begin(), requireOperation("gray"));
   }
 
   std::string seeHelp() const { return join("; see 'rast help ", argv_[0], "'"); }
@@ -337,24 +398,24 @@ class JobParser {
   char** argv_;
   std::span<const Path> paths_;
   std::size_t requiredPaths_;
-  std::span<const Parameter> parameters_;
+  const char* operands_ = "";
   std::string letters_ = ":";
   Job job_;
-  std::optional<Format> format_;
+  std::optional<Link> link_;    // the operation, if it is one alone
+  std::optional<Chain> chain_;  // from a file
+  bool toGray_ = false;
   std::vector<option> options_;
 };
 
-const Operation& requireOperation(const std::string& name) {
-  if (const Operation* found = findOperation(name)) return *found;
-  std::vector<std::string> known = {"help"};
-  for (const Operation& operation : operations()) known.emplace_back(operation.name);
-  for (const Command& command : commands) known.emplace_back(command.name);
-  fail(ExitCode::usage, "unknown command '", name, "'", advice(name, known, "; see 'rast help'"));
+const Operation& operationNamed(const std::string& name) {
+  std::vector<std::string> others = {"help"};
+  for (const Command& command : commands) others.emplace_back(command.name);
+  return requireOperation(name, others);
 }
 
 std::string help(const std::string& name) {
   const Command* command = findCommand(name);
-  return command != nullptr ? commandHelp(*command) : operationHelp(requireOperation(name));
+  return command != nullptr ? commandHelp(*command) : operationHelp(operationNamed(name));
 }
 
 }  // namespace
@@ -371,7 +432,7 @@ CommandLine parseCommandLine(int argc, char** argv) {
   }
   const Command* command = findCommand(first);
   JobParser parser = command != nullptr ? JobParser(*command, argc - 1, argv + 1)
-                                        : JobParser(requireOperation(first), argc - 1, argv + 1);
+                                        : JobParser(operationNamed(first), argc - 1, argv + 1);
   std::optional<Job> job = parser.parse();
   if (!job) return {help(first), {}};
   return {"", *std::move(job)};

@@ -5,25 +5,25 @@
 #include <cstdint>
 #include <string>
 
+#include "chain.h"
 #include "error.h"
-#include "operations.h"
-#include "page.h"
+#include "format.h"
+#include "meter.h"
 #include "page_list.h"
-
-enum class ProgressMode { whenTerminal, always, never };
 
 struct Job {
   ExitCode (*carryOut)(const Job& job) = nullptr;
-  const Operation* operation = nullptr;  // null for commands that are none
-  Values values;
+  Chain chain;
+  std::string chainText;  // that it was parsed from
   std::string inPath = "-";
   std::string otherPath = "-";  // of the stream to compare with
   std::string outPath = "-";    // of the picture of differences: empty if none is wanted
-  Format format = Format::pnm;
-  std::uint32_t bandLines = 64;
+  const Format* format = nullptr;
+  std::uint32_t bandLines = 0;  // 0: as many as are quick
+  std::uint64_t memory = defaultMemory;
   PageList pages;
-  bool toGray = false;
   bool json = false;
+  bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;
 };
 

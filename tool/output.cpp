@@ -10,6 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "temporary.h"
 
 namespace {
 
@@ -102,7 +106,7 @@ void Output::openTemporary(unsigned mode) {
       pendingTemporary = temporary_.c_str();
     }
   }
-  if (fd >= 0 && fchmod(fd, mode) == 0) file_.reset(fdopen(fd, "wb"));
+  if (fd >= 0 && fchmod(fd, mode) == 0) file_.reset(fdopen(fd, "w+b"));
 }
 
 bool Output::tryWrite(const void* data, std::size_t size) noexcept {
@@ -115,7 +119,39 @@ void Output::write(const void* data, std::size_t size) {
   if (!tryWrite(data, size)) failWrite();
 }
 
+void Output::makeSeekable() {
+  if (!temporary_.empty() || straight_) return;
+  straight_ = std::exchange(file_, openUnlinked());
+}
+
+bool Output::seek(std::uint64_t offset) noexcept {
+  // What is buffered is written first, which may fail.
+  if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) == 0) return true;
+  error_ = errno;
+  return false;
+}
+
+std::uint64_t Output::position() const noexcept {
+  return static_cast<std::uint64_t>(ftello(file_.get()));
+}
+
+std::size_t Output::readBack(void* data, std::size_t size) noexcept {
+  return std::fread(data, 1, size, file_.get());
+}
+
+void Output::copyStraight() {
+  std::vector<char> buffer(1 << 16);
+  const File copy = std::exchange(file_, std::move(straight_));
+  if (std::fflush(copy.get()) != 0) failTemporary("written", errno);
+  std::rewind(copy.get());
+  while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), copy.get())) {
+    write(buffer.data(), got);
+  }
+  if (std::ferror(copy.get()) != 0) failTemporary("read", errno);
+}
+
 void Output::commit() {
+  if (straight_) copyStraight();
   // Pipes and devices have nothing to sync, so only the temporary file is.
   const bool renames = !temporary_.empty();
   const bool flushed =

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "error.h"
@@ -22,6 +23,14 @@ class Output {
   void write(const void* data, std::size_t size);
   void write(const std::string& text) { write(text.data(), text.size()); }
 
+  // For writers that go back and forth: what is written straight is kept in a temporary file
+  // until it is complete. To be called before anything is written. Safe inside C callbacks are
+  // seek, position and readBack.
+  void makeSeekable();
+  bool seek(std::uint64_t offset) noexcept;
+  std::uint64_t position() const noexcept;
+  std::size_t readBack(void* data, std::size_t size) noexcept;
+
   // Makes everything written so far durable and gives it the final name.
   void commit();
 
@@ -35,12 +44,14 @@ class Output {
 
  private:
   void openTemporary(unsigned mode);
+  void copyStraight();
   void dropTemporary() noexcept;
 
   std::string name_;
   std::string final_;
   std::string temporary_;  // empty when written straight, or once renamed
   File file_;
+  File straight_;  // where the content of file_ goes at the end, if that is a stand-in
   int error_ = 0;
 };
 

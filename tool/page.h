@@ -3,7 +3,6 @@
 #ifndef RAST_TOOL_PAGE_H
 #define RAST_TOOL_PAGE_H
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,36 +11,48 @@
 #include "input.h"
 #include "output.h"
 
-// The most that a band may take. It also keeps every offset inside a plane below 2^31.
-inline constexpr std::uint64_t memoryCap = 256 << 20;
+// Pixels to the inch; 0 where it is not known.
+struct Resolution {
+  double x = 0;
+  double y = 0;
+};
 
 struct PageHead {
   std::uint32_t width;
   std::uint32_t height;
   bool colour;
+  Resolution resolution = {};
 
-  bool operator==(const PageHead&) const = default;
+  bool hasShapeOf(const PageHead& other) const {
+    return width == other.width && height == other.height && colour == other.colour;
+  }
   const char* kind() const { return colour ? "RGB" : "gray"; }
   std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
   // What a line takes while in work: as input planes, as output planes, and colour as stored.
   std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 9 : 2); }
-  // The lines of a band: as many as wanted, as far as there are and the cap allows.
-  std::uint32_t bandLines(std::uint32_t wanted) const {
-    const std::uint64_t most = std::min<std::uint64_t>(height, memoryCap / workBytes());
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));
-  }
 };
 
 // The one gate for sizes, of pages that come from a file and of those that become of them: refuses
-// what is empty, absurd or above the cap.
+// what is empty or absurd, and lines that alone are above the cap of the input.
 PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
                      const char* page = "page");
+
+// The lines that are quick to work on at a time: what they take stays in the processor's cache.
+std::uint32_t quickLines(const PageHead& head);
+
+// The lines of a band: as many as wanted, or quick where none are, as far as there are and the
+// input's cap allows if so many bands are in work at once. At least one, or the page is refused.
+std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted = 0,
+                        std::size_t bands = 1);
 
 // What is done about a page with transparency.
 struct Transparency {
   const char* hint = "flatten it onto a background";
   std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is refused
 };
+
+// The page header of a raster stream.
+struct RasterHeader;
 
 class PageReader {
  public:
@@ -50,24 +61,35 @@ class PageReader {
   virtual const char* formatName() const = 0;
   // The next count lines; the last line also reads what closes the image.
   virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
+  // How many of it are to be printed.
+  virtual std::uint32_t copies() const { return 1; }
+  // What a raster stream says of the page besides; null in other formats.
+  virtual const RasterHeader* rasterHeader() const { return nullptr; }
 };
 
-// The next page of the stream, or null after the last. A stream without pages is an error.
-std::unique_ptr<PageReader> nextPage(Input& in, const Transparency& transparency = {});
+// The pages of a stream, one after the other.
+class PageStream {
+ public:
+  virtual ~PageStream() = default;
+  // The next page, or null after the last. The page before has to be read to its end, and gone.
+  virtual std::unique_ptr<PageReader> next() = 0;
+};
+
+// A stream without pages is an error.
+std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {});
 
 // Reads a page that nothing is wanted of but that it is sound.
-void readPast(PageReader& page);
+void readPast(const Input& in, PageReader& page);
 
 class PageWriter {
  public:
   virtual ~PageWriter() = default;
-  virtual void beginPage(const PageHead& head) = 0;
+  // The raster header is that of the page which this one was made of, if it had one.
+  virtual void beginPage(const PageHead& head, const RasterHeader* header) = 0;
   // The next count lines; the last line also writes what closes the image.
   virtual void writeLines(const std::uint8_t* lines, std::uint32_t count) = 0;
+  // After the last page: writes what closes the file.
+  virtual void finish() {}
 };
-
-enum class Format { pnm, png };
-
-std::unique_ptr<PageWriter> makeWriter(Format format, Output& out);
 
 #endif

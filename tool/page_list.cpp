@@ -45,6 +45,20 @@ bool PageList::holds(std::uint64_t page) const {
       ranges_, [page](const Range& range) { return page >= range.first && page <= range.last; });
 }
 
+std::optional<std::uint64_t> PageList::count() const {
+  std::vector<Range> ranges = ranges_;
+  std::ranges::sort(ranges, {}, &Range::first);
+  std::uint64_t counted = 0;
+  std::uint64_t last = 0;  // of those counted
+  for (const Range& range : ranges) {
+    if (range.last == open) return {};
+    if (range.last <= last) continue;
+    counted += range.last - std::max(range.first - 1, last);
+    last = range.last;
+  }
+  return counted;
+}
+
 void PageList::checkEnd(const Input& in) const {
   std::uint64_t missing = open;
   for (const Range& range : ranges_) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ class PageList {
   explicit PageList(const std::string& text);
 
   bool holds(std::uint64_t page) const;
+  // None where that depends on the stream.
+  std::optional<std::uint64_t> count() const;
 
   // At the end of the stream: refuses a list that names pages beyond.
   void checkEnd(const Input& in) const;
@@ -35,11 +38,12 @@ class PageList {
 // Acts on the chosen pages of the stream and reads past the others.
 template <class Act>
 void everyPage(Input& in, const PageList& pages, const Act& act) {
-  while (const std::unique_ptr<PageReader> page = nextPage(in)) {
+  const std::unique_ptr<PageStream> stream = openPages(in);
+  while (const std::unique_ptr<PageReader> page = stream->next()) {
     if (pages.holds(in.page())) {
       act(*page);
     } else {
-      readPast(*page);
+      readPast(in, *page);
     }
   }
   pages.checkEnd(in);

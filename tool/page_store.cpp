@@ -5,34 +5,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <string>
+#include <optional>
 
-#include "output.h"
+#include "temporary.h"
 
 namespace {
-
-std::string temporaryFolder() {
-  const char* folder = std::getenv("TMPDIR");
-  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
-}
-
-[[noreturn]] void failStore(const char* what, int error) {
-  fail(ExitCode::runTime, temporaryFolder(), ": the temporary file for a page cannot be ", what,
-       ": ", std::strerror(error), "; TMPDIR can name another folder");
-}
-
-File openUnlinked() {
-  std::string path = temporaryFolder() + "/rast-XXXXXX";
-  const FatalSignalsBlocked blocked;
-  const int fd = mkostemp(path.data(), O_CLOEXEC);
-  if (fd < 0) failStore("created", errno);
-  unlink(path.c_str());
-  File file(fdopen(fd, "r+b"));
-  if (!file) failStore("created", errno);
-  return file;
-}
 
 PageHead addressable(const Input& in, const PageHead& head) {
   if (std::uint64_t{head.width} * head.height > INT32_MAX) {
@@ -43,8 +21,7 @@ PageHead addressable(const Input& in, const PageHead& head) {
 }
 
 Layout layoutOf(const PageHead& head, bool interleaved) {
-  if (!head.colour) return Layout::gray;
-  return interleaved ? Layout::interleaved : Layout::planar;
+  return interleaved && head.colour ? Layout::interleaved : planesOf(head.colour);
 }
 
 }  // namespace
@@ -54,17 +31,17 @@ PageStore::PageStore(std::uint64_t size) : file_(openUnlinked()) { grow(size); }
 void PageStore::reserve(std::uint64_t offset, std::uint64_t size) {
   const int error =
       posix_fallocate(fileno(file_.get()), static_cast<off_t>(offset), static_cast<off_t>(size));
-  if (error != 0) failStore("extended", error);
+  if (error != 0) failTemporary("extended", error);
 }
 
 void PageStore::grow(std::uint64_t size) {
   mapping_.reset();
-  if (size > PTRDIFF_MAX) failStore("mapped", ENOMEM);
+  if (size > PTRDIFF_MAX) failTemporary("mapped", ENOMEM);
   const int fd = fileno(file_.get());
-  if (ftruncate(fd, static_cast<off_t>(size)) != 0) failStore("extended", errno);
+  if (ftruncate(fd, static_cast<off_t>(size)) != 0) failTemporary("extended", errno);
   const auto bytes = static_cast<std::size_t>(size);
   void* const data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  if (data == MAP_FAILED) failStore("mapped", errno);
+  if (data == MAP_FAILED) failTemporary("mapped", errno);
   mapping_ = {static_cast<std::uint8_t*>(data), Unmap{bytes}};
   size_ = size;
 }
@@ -86,25 +63,26 @@ void StoredPage::reserve(std::uint32_t line, std::uint32_t lines) {
   }
 }
 
-void StoredPage::read(PageReader& reader, std::uint32_t linesAtATime, const LinesDone& linesDone) {
-  const std::uint32_t most = reader.head().bandLines(linesAtATime);
-  Transfer transfer(reader.head(), most);
+void StoredPage::fill(PageSource& page, std::uint32_t linesAtATime) {
+  std::optional<Lines> apart;
+  if (layout_ == Layout::interleaved) apart.emplace(head_.width, true, linesAtATime);
   for (std::uint32_t done = 0; done < head_.height;) {
-    const std::uint32_t count = std::min(most, head_.height - done);
+    const std::uint32_t count = std::min(linesAtATime, head_.height - done);
+    const Planes planes = planesFrom(done);
     reserve(done, count);
-    transfer.read(reader, planesFrom(done), count);
-    linesDone(done += count);
+    page.draw(apart ? apart->planes() : planes, count);
+    if (apart) interleave(apart->planes(), planes.at[0], std::size_t{count} * head_.width);
+    done += count;
   }
 }
 
-void StoredPage::write(PageWriter& writer, std::uint32_t linesAtATime,
-                       const LinesDone& linesDone) const {
-  const std::uint32_t most = head_.bandLines(linesAtATime);
-  Transfer transfer(head_, most);
-  for (std::uint32_t done = 0; done < head_.height;) {
-    const std::uint32_t count = std::min(most, head_.height - done);
-    transfer.write(writer, head_, planesFrom(done), count);
-    linesDone(done += count);
+void StoredPage::copyLines(std::uint32_t line, std::uint32_t count, const Planes& planes) const {
+  const std::size_t samples = std::size_t{count} * head_.width;
+  const Planes stored = planesFrom(line);
+  if (layout_ == Layout::interleaved) {
+    separate(stored.at[0], planes, samples);
+  } else {
+    copyPlanes(stored, planes, samples);
   }
 }
 

@@ -6,18 +6,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 #include "file.h"
 #include "input.h"
 #include "page.h"
 #include "planes.h"
+#include "step.h"
 
-// Called with the number of lines that are done.
-using LinesDone = std::function<void(std::uint32_t done)>;
-
-// The mapped file, in the folder that TMPDIR names. What fails is a run-time failure.
+// The mapped file. What fails is a run-time failure.
 class PageStore {
  public:
   explicit PageStore(std::uint64_t size);
@@ -52,9 +49,10 @@ class StoredPage {
 
   // To be done before an operation writes it: takes room for all lines, with samples of 0.
   void clear() { reserve(0, head_.height); }
-  // Both work on so many lines at a time, or fewer if those are too long.
-  void read(PageReader& reader, std::uint32_t linesAtATime, const LinesDone& linesDone);
-  void write(PageWriter& writer, std::uint32_t linesAtATime, const LinesDone& linesDone) const;
+  // Draws the whole page, so many lines at a time.
+  void fill(PageSource& page, std::uint32_t linesAtATime);
+  // Copies lines to planes of their own, from interleaved pixels too.
+  void copyLines(std::uint32_t line, std::uint32_t count, const Planes& planes) const;
 
   // Lets at least so many pixels follow each other in the one plane of an interleaved page: beyond
   // its own ones come pixels of the given sample.

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "advice.h"
@@ -90,11 +91,32 @@ Value readSeparated(const Parameter& parameter, const std::string& text, char se
 
 }  // namespace
 
+// Numbers are told apart by their names alone.
+bool Parameter::mayBeUnnamed() const {
+  return argument != nullptr && read != readNumbers && read != readSize && read != readTenths;
+}
+
 std::string optionName(const Parameter& parameter) { return join("--", parameter.name); }
 
 std::int64_t parseNumber(const std::string& option, const std::string& text, std::int64_t low,
                          std::int64_t high) {
   return parse(option, text, low, high, "whole");
+}
+
+std::uint64_t parseBytes(const std::string& option, const std::string& text, std::uint64_t low) {
+  const std::string units = "KMG";
+  std::uint64_t count = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, count);
+  const std::size_t unit = stop == end ? 0 : units.find(*stop) + 1;  // 0 for no unit, or none known
+  const unsigned shift = static_cast<unsigned>(unit) * 10;
+  const bool isSize = error == std::errc() && stop + (unit == 0 ? 0 : 1) == end;
+  if (!isSize || count > std::uint64_t{INT64_MAX} >> shift || count << shift < low) {
+    fail(ExitCode::usage, option, ": '", text,
+         "' is no possible size; expected bytes, or a number with ", "K, M or G, at least ",
+         low >> 20, 'M');
+  }
+  return count << shift;
 }
 
 double parseDecimal(const std::string& option, const std::string& text, double low, double high) {

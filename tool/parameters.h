@@ -20,6 +20,9 @@ struct Parameter {
   const char* preset;  // the argument that stands for none; "": none is needed; null: one is
   const char* help;
   bool operand = false;  // of the first parameter: it may be given as an operand before IN
+
+  // In a chain, as the first parameter.
+  bool mayBeUnnamed() const;
 };
 
 std::string optionName(const Parameter& parameter);
@@ -27,6 +30,8 @@ std::string optionName(const Parameter& parameter);
 // The text must be a number low..high as a whole; else a usage error that names the option.
 std::int64_t parseNumber(const std::string& option, const std::string& text, std::int64_t low,
                          std::int64_t high);
+// A number of bytes, with K, M or G for powers of 1024; low is a number of M.
+std::uint64_t parseBytes(const std::string& option, const std::string& text, std::uint64_t low);
 double parseDecimal(const std::string& option, const std::string& text, double low, double high);
 
 // The place of the text among words such as "pnm|png".

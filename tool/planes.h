@@ -1,14 +1,13 @@
-// Lines as planes, which the library works on, and their way from page files and back.
+// Lines as planes, which the library works on, and their way from interleaved lines and back.
 #ifndef RAST_TOOL_PLANES_H
 #define RAST_TOOL_PLANES_H
 
 #include <rast.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-
-#include "page.h"
 
 using Bytes = std::unique_ptr<std::uint8_t[]>;
 
@@ -20,10 +19,11 @@ inline Bytes makeBytes(std::size_t size) {
 // One plane of gray samples, three planes of one component each, or one of pixels R G B.
 enum class Layout { gray, planar, interleaved };
 
+constexpr Layout planesOf(bool colour) { return colour ? Layout::planar : Layout::gray; }
 constexpr std::size_t planeCount(Layout layout) { return layout == Layout::planar ? 3 : 1; }
 constexpr std::size_t pixelBytes(Layout layout) { return layout == Layout::interleaved ? 3 : 1; }
 
-// Packed lines: where the first one starts in each plane.
+// Where the first sample of each plane is.
 struct Planes {
   Layout layout;
   std::uint8_t* at[3];
@@ -38,6 +38,45 @@ struct Planes {
   }
 };
 
+// Memory for lines of a page, as planes that follow each other.
+class Lines {
+ public:
+  Lines(std::uint32_t width, bool colour, std::uint32_t count)
+      : planeBytes_(std::size_t{width} * count),
+        bytes_(makeBytes(planeBytes_ * planeCount(planesOf(colour)))),
+        planes_(planesOf(colour), bytes_.get(), planeBytes_) {}
+
+  const Planes& planes() const { return planes_; }
+
+ private:
+  std::size_t planeBytes_;
+  Bytes bytes_;
+  Planes planes_;
+};
+
+// A band that is made whole, and drawn from as lines are asked for.
+class LinesAhead {
+ public:
+  LinesAhead(std::uint32_t width, bool colour, std::uint32_t most)
+      : width_(width), lines_(width, colour, most), next_(lines_.planes()) {}
+
+  bool isEmpty() const { return left_ == 0; }
+  // Where the next lines are to be made.
+  const Planes& planes() const { return lines_.planes(); }
+  void made(std::uint32_t count) {
+    next_ = lines_.planes();
+    left_ = count;
+  }
+  // How many lines it had, of those wanted.
+  std::uint32_t draw(const Planes& planes, std::uint32_t wanted);
+
+ private:
+  std::uint32_t width_;
+  Lines lines_;
+  Planes next_;
+  std::uint32_t left_ = 0;
+};
+
 // All of the planes, with a gray one at its index.
 RastPlaneSet planeSet(const Planes& in, const Planes& out, std::size_t gray);
 
@@ -47,19 +86,20 @@ inline RastArea wholeArea(std::uint32_t width, std::uint32_t lines) {
   return {columns, 0, columns, 0, static_cast<std::int32_t>(lines)};
 }
 
-// Takes lines from a page, or gives them to one, with the buffer that this takes. Colour is
-// converted to gray where the planes are gray.
-class Transfer {
- public:
-  // For so many lines at most at a time, of a page like this one or smaller.
-  Transfer(const PageHead& head, std::uint32_t lines)
-      : stored_(head.colour ? makeBytes(lines * head.lineBytes()) : nullptr) {}
+// From pixels R G B to three planes, and back.
+void separate(const std::uint8_t* pixels, const Planes& planes, std::size_t count);
+void interleave(const Planes& planes, std::uint8_t* pixels, std::size_t count);
 
-  void read(PageReader& reader, const Planes& planes, std::uint32_t lines);
-  void write(PageWriter& writer, const PageHead& head, const Planes& planes, std::uint32_t lines);
+// Samples of as many bytes from planes to planes of the same layout.
+void copyPlanes(const Planes& from, const Planes& to, std::size_t bytes);
 
- private:
-  Bytes stored_;  // colour only
-};
+inline std::uint32_t LinesAhead::draw(const Planes& planes, std::uint32_t wanted) {
+  const std::uint32_t count = std::min(wanted, left_);
+  const std::size_t bytes = std::size_t{count} * width_;
+  copyPlanes(next_, planes, bytes);
+  next_.advance(bytes);
+  left_ -= count;
+  return count;
+}
 
 #endif

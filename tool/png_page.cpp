@@ -172,7 +172,7 @@ class PngWriter final : public PageWriter {
   PngWriter(const PngWriter&) = delete;
   PngWriter& operator=(const PngWriter&) = delete;
 
-  void beginPage(const PageHead& head) override;
+  void beginPage(const PageHead& head, const RasterHeader* header) override;
   void writeLines(const std::uint8_t* lines, std::uint32_t count) override;
 
  private:
@@ -186,7 +186,7 @@ class PngWriter final : public PageWriter {
   std::uint32_t done_ = 0;
 };
 
-void PngWriter::beginPage(const PageHead& head) {
+void PngWriter::beginPage(const PageHead& head, const RasterHeader*) {
   if (head_.height != 0) {
     out_.fail(ExitCode::unsupported,
               "PNG holds one page and there are more; use --format pnm, or choose one by --pages");

@@ -1,48 +1,43 @@
-// One line of progress on standard error, wiped when the work ends.
+// How far a job is, told on standard error.
 #ifndef RAST_TOOL_PROGRESS_H
 #define RAST_TOOL_PROGRESS_H
 
-#include <unistd.h>
-
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
 
-#include "options.h"
+enum class ProgressMode {
+  whenTerminal,
+  always,
+  json,
+  printQueue,           // messages to the scheduler, page log included
+  printQueueUncounted,  // without, where another filter of the queue logs pages
+  never,
+};
+
+struct Standing {
+  std::uint64_t page;                  // of those worked on
+  std::optional<std::uint64_t> pages;  // where it is known how many there will be
+  int percent;                         // of all, or of this page where the whole is not known
+  bool ofAll;
+  double megabytesPerSecond;
+  std::optional<double> secondsLeft;
+};
 
 class Progress {
  public:
-  explicit Progress(ProgressMode mode)
-      : on_(mode == ProgressMode::always ||
-            (mode == ProgressMode::whenTerminal && isatty(STDERR_FILENO) != 0)) {}
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%*s\r", width, "");
-  }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-
-  // A line that stays.
-  void announce(std::uint64_t page, std::uint32_t width, std::uint32_t height) {
-    if (!on_) return;
-    std::fprintf(stderr, "%spage %llu: output of %lu x %lu pixels\n", shown_ ? "\r" : "",
-                 static_cast<unsigned long long>(page), static_cast<unsigned long>(width),
-                 static_cast<unsigned long>(height));
-  }
-
-  void show(std::uint64_t page, std::uint64_t done, std::uint64_t height) {
-    const auto percent = static_cast<int>(done * 100 / height);
-    if (!on_ || (page == page_ && percent == percent_)) return;
-    page_ = page;
-    percent_ = percent;
-    shown_ = true;
-    std::fprintf(stderr, "\rpage %llu: %3d%%", static_cast<unsigned long long>(page), percent);
-  }
-
- private:
-  static constexpr int width = 32;
-  bool on_;
-  bool shown_ = false;
-  std::uint64_t page_ = 0;
-  int percent_ = -1;
+  virtual ~Progress() = default;
+  virtual void show(const Standing& standing) = 0;
+  virtual void endPage(std::uint64_t /*page*/, std::uint32_t /*copies*/) {}
+  virtual void end(std::uint64_t pages) = 0;
 };
+
+// In one write, so that lines of several programs do not mix.
+void printError(const std::string& text);
+
+// Null where none is to be shown.
+std::unique_ptr<Progress> makeProgress(ProgressMode mode);
 
 #endif

@@ -330,7 +330,7 @@ class Workshop:
 
     def link_program(self, name, first=()):
         folder = self.build / "tests" / ("interface" if name == "level" else name)
-        objects = sorted((folder / "CMakeFiles" / f"{name}.dir").glob("*.o"))
+        objects = sorted((folder / "CMakeFiles" / f"{name}.dir").rglob("*.o"))
         wraps = ["-Wl,--wrap=malloc,--wrap=free"]
         if name == "level":  # which defines neither wrapper and calls nothing that needs one
             wraps = ["-Wl,--allow-shlib-undefined,-z,lazy"]

@@ -37,10 +37,12 @@ void mendChecksums(Bytes& file) {
 }
 
 void readPages(const std::string& path) {
-  Input in(path);
-  while (const auto page = nextPage(in)) {
+  constexpr std::uint64_t littleMemory = memoryForOthers + (8 << 20);
+  Input in(path, littleMemory);
+  const auto pages = openPages(in);
+  while (const auto page = pages->next()) {
     const PageHead& head = page->head();
-    const std::uint32_t band = head.bandLines(16);
+    const std::uint32_t band = bandLines(in, head, 16);
     constexpr std::size_t quick = 1 << 20;
     if (band * head.lineBytes() > quick) return;
     Bytes lines(band * head.lineBytes());

@@ -1,0 +1,31 @@
+// A page from a file as the source of a chain's first step.
+#ifndef RAST_TOOL_FILE_PAGE_H
+#define RAST_TOOL_FILE_PAGE_H
+
+#include <cstdint>
+
+#include "input.h"
+#include "meter.h"
+#include "page.h"
+#include "planes.h"
+#include "step.h"
+
+class FilePage final : public PageSource {
+ public:
+  FilePage(const Input& in, PageReader& reader, Meter& meter, std::uint32_t wantedLines = 0,
+           std::size_t bands = 1);
+
+  const PageHead& head() const override { return reader_.head(); }
+  void draw(Planes planes, std::uint32_t lines) override;
+
+  // How many lines it reads at a time.
+  std::uint32_t bandLines() const { return most_; }
+
+ private:
+  PageReader& reader_;
+  Meter& meter_;
+  std::uint32_t most_;
+  Bytes pixels_;  // colour only
+};
+
+#endif

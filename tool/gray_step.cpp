@@ -1,0 +1,57 @@
+#include <algorithm>
+#include <utility>
+
+#include "step.h"
+
+namespace {
+
+class GrayPage final : public PageSource {
+ public:
+  GrayPage(std::unique_ptr<PageSource> page, const Place& place)
+      : page_(std::move(page)),
+        head_(page_->head()),
+        most_(place.bandLines(head_, place.wantedLines)),
+        colour_(head_.width, true, most_) {
+    head_.colour = false;
+  }
+
+  const PageHead& head() const override { return head_; }
+
+  void draw(Planes planes, std::uint32_t lines) override {
+    while (lines > 0) {
+      const std::uint32_t count = std::min(lines, most_);
+      const std::size_t samples = std::size_t{count} * head_.width;
+      page_->draw(colour_.planes(), count);
+      convert(planes.at[0], samples);
+      planes.advance(samples);
+      lines -= count;
+    }
+  }
+
+ private:
+  // ITU-R BT.601 luma: 0.299 R + 0.587 G + 0.114 B, rounded to nearest.
+  void convert(std::uint8_t* gray, std::size_t samples) const {
+    const auto& [red, green, blue] = colour_.planes().at;
+    for (std::size_t i = 0; i < samples; ++i) {
+      gray[i] = static_cast<std::uint8_t>((299U * red[i] + 587U * green[i] + 114U * blue[i] + 500) /
+                                          1000);
+    }
+  }
+
+  std::unique_ptr<PageSource> page_;
+  PageHead head_;
+  std::uint32_t most_;
+  Lines colour_;
+};
+
+class GrayStep final : public Step {
+ public:
+  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page, const Place& place) override {
+    if (!page->head().colour) return page;
+    return std::make_unique<GrayPage>(std::move(page), place);
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Step> grayStep() { return std::make_unique<GrayStep>(); }

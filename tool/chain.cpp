@@ -9,6 +9,7 @@
 #include "advice.h"
 #include "error.h"
 #include "file.h"
+#include "tables.h"
 
 namespace {
 
@@ -65,13 +66,14 @@ class Words {
 // A step while its words come in.
 class StepParser {
  public:
-  explicit StepParser(const Operation& operation)
-      : link_(operation), given_(operation.parameters.size()) {}
+  StepParser(const Operation& operation, Files files)
+      : link_(operation), given_(operation.parameters.size()), files_(files) {}
 
   const char* name() const { return link_.operation->name; }
 
   void take(const std::string& word) {
     const auto& parameters = link_.operation->parameters;
+    const bool mayBeUnnamed = !parameters.empty() && parameters[0].mayBeUnnamed();
     const std::size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
     const auto parameter = std::ranges::find(parameters, name, &Parameter::name);
@@ -87,7 +89,7 @@ class StepParser {
     std::vector<std::string> names;
     for (const Parameter& p : parameters) names.emplace_back(p.name);
     const std::string hint = advice(name, names, "");
-    if (!parameters.empty() && parameters[0].mayBeUnnamed() && hint.empty()) {
+    if (mayBeUnnamed && hint.empty()) {
       give(0, word);
     } else {
       fail(ExitCode::usage, "there is no parameter '", name, "'",
@@ -105,11 +107,15 @@ class StepParser {
     const Parameter& parameter = link_.operation->parameters[index];
     if (given_[index]) fail(ExitCode::usage, "'", parameter.name, "' is given twice");
     given_[index] = true;
+    if (files_ == Files::refused && namesFile(parameter, text)) {
+      fail(ExitCode::usage, "'", parameter.name, "' names a file, which only the queue may do");
+    }
     link_.values[index] = parameter.read(parameter, text);
   }
 
   Link link_;
   std::vector<bool> given_;  // for each parameter
+  Files files_;
 };
 
 const Operation& operationOf(const std::string& word) {
@@ -148,7 +154,8 @@ const Operation& requireOperation(const std::string& name,
        advice(name, known, "; see 'rast help'"));
 }
 
-Chain parseChain(const std::string& text) {
+Chain parseChain(const std::string& text, Files files) {
+  constexpr std::size_t mostSteps = 100;  // each takes room on the stack
   Chain chain;
   Words words(text);
   Word word;
@@ -161,7 +168,8 @@ Chain parseChain(const std::string& text) {
       } else if (step) {
         step->take(word.text);
       } else {
-        step.emplace(operationOf(word.text));
+        if (chain.size() == mostSteps) fail(ExitCode::usage, "there are more than ", mostSteps);
+        step.emplace(operationOf(word.text), files);
       }
     }
   } catch (const Failure& failure) {

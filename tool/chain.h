@@ -22,7 +22,10 @@ using Chain = std::vector<Link>;
 // ends a step. A word is name=value, the name of a parameter without value, or the value of the
 // first parameter if that is named nowhere else. Quotation marks keep spaces together, and # at
 // the start of a word begins a comment.
-Chain parseChain(const std::string& text);
+// Whether parameters may name files.
+enum class Files { allowed, refused };
+
+Chain parseChain(const std::string& text, Files files = Files::allowed);
 
 Chain readChain(const std::string& path);
 

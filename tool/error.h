@@ -28,6 +28,10 @@ std::string join(const Parts&... parts) {
   return stream.str();
 }
 
+// One line whatever is in it: names of files may hold line ends, terminal commands and bytes that
+// are no text.
+std::string printable(const std::string& text);
+
 template <class... Parts>
 [[noreturn]] void fail(ExitCode code, const Parts&... parts) {
   throw Failure{code, join(parts...)};

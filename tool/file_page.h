@@ -12,16 +12,15 @@
 
 class FilePage final : public PageSource {
  public:
-  FilePage(const Input& in, PageReader& reader, Meter& meter, std::uint32_t wantedLines = 0,
-           std::size_t bands = 1);
+  FilePage(const Input& in, PageReader& reader, Meter& meter, std::uint32_t wantedLines = 0);
 
   const PageHead& head() const override { return reader_.head(); }
-  void draw(Planes planes, std::uint32_t lines) override;
-
   // How many lines it reads at a time.
   std::uint32_t bandLines() const { return most_; }
 
  private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override;
+
   PageReader& reader_;
   Meter& meter_;
   std::uint32_t most_;

@@ -7,28 +7,24 @@ namespace {
 
 class GrayPage final : public PageSource {
  public:
-  GrayPage(std::unique_ptr<PageSource> page, const Place& place)
+  GrayPage(std::unique_ptr<PageSource> page, const StepContext& context)
       : page_(std::move(page)),
         head_(page_->head()),
-        most_(place.bandLines(head_, place.wantedLines)),
+        most_(context.bandLines(head_)),
         colour_(head_.width, true, most_) {
     head_.colour = false;
   }
 
   const PageHead& head() const override { return head_; }
 
-  void draw(Planes planes, std::uint32_t lines) override {
-    while (lines > 0) {
-      const std::uint32_t count = std::min(lines, most_);
-      const std::size_t samples = std::size_t{count} * head_.width;
-      page_->draw(colour_.planes(), count);
-      convert(planes.at[0], samples);
-      planes.advance(samples);
-      lines -= count;
-    }
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    const std::uint32_t count = std::min(lines, most_);
+    page_->draw(colour_.planes(), count);
+    convert(planes.at[0], std::size_t{count} * head_.width);
+    return count;
   }
 
- private:
   // ITU-R BT.601 luma: 0.299 R + 0.587 G + 0.114 B, rounded to nearest.
   void convert(std::uint8_t* gray, std::size_t samples) const {
     const auto& [red, green, blue] = colour_.planes().at;
@@ -46,9 +42,10 @@ class GrayPage final : public PageSource {
 
 class GrayStep final : public Step {
  public:
-  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page, const Place& place) override {
+  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page,
+                                 const StepContext& context) override {
     if (!page->head().colour) return page;
-    return std::make_unique<GrayPage>(std::move(page), place);
+    return std::make_unique<GrayPage>(std::move(page), context);
   }
 };
 

@@ -24,7 +24,7 @@ ExitCode info(const Job& job) {
   Input in(job.inPath, job.memory);
   Output out("-");
   std::uint64_t count = 0;
-  everyPage(in, job.pages, [&](PageReader& page) {
+  everyPage(in, *openPages(in), job.pages, [&](PageReader& page) {
     readPast(in, page);
     if (job.json) out.write(count == 0 ? "[\n" : ",\n");
     out.write(job.json ? describeJson(in.page(), page) : describe(in.page(), page));

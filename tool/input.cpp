@@ -63,6 +63,7 @@ void Input::makeSeekable() {
 }
 
 bool Input::seek(std::uint64_t offset) noexcept {
+  sought_ = true;
   return offset <= size() &&
          fseeko(file_.get(), static_cast<off_t>(start_ + offset), SEEK_SET) == 0;
 }
@@ -72,7 +73,7 @@ std::uint64_t Input::position() const noexcept {
 }
 
 std::optional<double> Input::portion() const noexcept {
-  if (!size_ || *size_ == 0) return {};
+  if (sought_ || !size_ || *size_ == 0) return {};
   return std::min(1.0, static_cast<double>(position()) / static_cast<double>(*size_));
 }
 
@@ -83,9 +84,10 @@ void Input::failShort(std::uint64_t line, const std::string& expected) const {
 
 void Input::failMemory(std::uint64_t line, const std::string& what, std::uint64_t bytes) const {
   constexpr unsigned megabyte = 20;  // as a power of two
-  const std::uint64_t enough = ((bytes + memoryForOthers - 1) >> megabyte) + 1;
-  fail(ExitCode::memory, line, what, " needs ", bytes, " bytes and ", memoryCap(),
-       " are left; --memory ", enough, "M or more is needed");
+  const std::uint64_t needed = bytes * bands_;
+  fail(ExitCode::memory, line, what, " needs ", needed, " bytes in all steps and ", memoryCap(),
+       " are left; --memory ", ((needed + memoryForOthers - 1) >> megabyte) + 1,
+       "M or more is needed");
 }
 
 std::string Input::place(std::uint64_t line) const {

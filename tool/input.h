@@ -26,32 +26,33 @@ class Input {
   // As many bytes as there are, up to size; safe inside C callbacks.
   std::size_t read(std::uint8_t* data, std::size_t size) noexcept;
 
-  // Makes seeking possible, by a temporary copy where the stream is a pipe. To be called before
-  // anything is read. Offsets count from the place where reading began.
+  // Makes seeking possible, by a temporary copy where the stream is a pipe. At most one byte may have
+  // been peeked at. Offsets count from the place where reading began.
   void makeSeekable();
   bool seek(std::uint64_t offset) noexcept;
   std::uint64_t position() const noexcept;
   std::uint64_t size() const { return size_.value_or(0); }
 
-  // The part of the stream that is read, 0 to 1; none where its size is not known.
+  // The part of the stream that is read, 0 to 1; none where its size is not known, or reading goes
+  // back and forth.
   std::optional<double> portion() const noexcept;
 
-  // What the lines of its pages may take while in work.
+  // What all that is in work of its pages may take, and each of the bands that are in work at once.
+  std::uint64_t memory() const { return memory_; }
   std::uint64_t memoryCap() const { return memory_ - memoryForOthers; }
-  // Tells what needs so many bytes, more than the cap.
+  std::uint64_t memoryForBand() const { return memoryCap() / bands_; }
+  void setBands(std::size_t bands) { bands_ = bands; }
+  // Tells what needs so many bytes in each band, more than there are.
   [[noreturn]] void failMemory(std::uint64_t line, const std::string& what,
                                std::uint64_t bytes) const;
 
   std::uint64_t page() const { return page_; }
   void startPage() { ++page_; }
 
-  // The step of a chain that works on the page, for messages; empty for none.
-  void setStep(const std::string& step) { step_ = step.empty() ? "" : ", " + step; }
-
   // Line 0 stands for the page as a whole.
   template <class... Parts>
   [[noreturn]] void fail(ExitCode code, std::uint64_t line, const Parts&... parts) const {
-    ::fail(code, place(line), blames(code) ? step_ : "", ": ", parts...);
+    ::fail(code, place(line), ": ", parts...);
   }
 
   // After a read that came back short: tells a failing device from a file that ends early.
@@ -59,20 +60,17 @@ class Input {
 
  private:
   std::string place(std::uint64_t line) const;
-  // Whether a step may be at fault, rather than the file.
-  static bool blames(ExitCode code) {
-    return code != ExitCode::damaged && code != ExitCode::runTime;
-  }
   void measure();
 
   std::string name_;
   std::uint64_t memory_;
+  std::size_t bands_ = 1;
   File file_;
   std::uint64_t start_ = 0;
   std::optional<std::uint64_t> size_;  // of a regular file, from the start on
   std::uint64_t page_ = 0;
-  std::string step_;
   int error_ = 0;
+  bool sought_ = false;
 };
 
 #endif

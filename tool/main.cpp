@@ -9,8 +9,6 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
-#include <cwchar>
-#include <cwctype>
 #include <exception>
 #include <filesystem>
 #include <new>
@@ -62,25 +60,6 @@ std::string fileName() {
 int carryOut(const Job& job) {
   limitMemory(job.memory);
   return static_cast<int>(job.carryOut(job));
-}
-
-// One line whatever is in it: names of files may hold line ends, terminal commands and bytes that
-// are no text.
-std::string printable(const std::string& text) {
-  constexpr std::size_t longest = 1000;
-  std::string line;
-  std::mbstate_t state = {};
-  for (std::size_t at = 0; at < text.size();) {
-    if (line.size() > longest) return line + "...";
-    wchar_t character = 0;
-    const std::size_t size = std::mbrtowc(&character, &text[at], text.size() - at, &state);
-    const bool isText =
-        size > 0 && size <= text.size() && std::iswprint(std::wint_t(character)) != 0;
-    line += isText ? text.substr(at, size) : "?";
-    if (!isText) state = {};
-    at += isText ? size : 1;
-  }
-  return line;
 }
 
 int report(const char* label, ExitCode code, const std::string& text) {

@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <iomanip>
@@ -66,7 +67,7 @@ std::optional<double> Meter::partOfStream() const {
   const std::optional<double> now = in_.portion();
   if (!now || read_ == 0) return now;
   const double page = (*now - before_) * static_cast<double>(toRead_) / static_cast<double>(read_);
-  return before_ + page * partOfPage();
+  return std::clamp(before_ + page * partOfPage(), 0.0, 1.0);
 }
 
 double Meter::megabytesPerSecond() const {
@@ -80,12 +81,14 @@ void Meter::show() {
   const std::optional<double> ofStream = partOfStream();
   const double part = ofStream.value_or(partOfPage());
   const auto percent = static_cast<int>(part * 100);
-  if (percent == percent_) return;
+  const auto percentOfPage = static_cast<int>(partOfPage() * 100);
+  if (percent == percent_ && percentOfPage == percentOfPage_) return;
   percent_ = percent;
+  percentOfPage_ = percentOfPage;
   shownAt_ = now;
   std::optional<double> left;
   if (ofStream && part > 0) left = std::ceil(secondsSoFar() * (1 - part) / part);
-  progress_->show({pages_, expected_, percent, ofStream.has_value(), megabytesPerSecond(), left});
+  progress_->show({pages_, expected_, percent, percentOfPage, megabytesPerSecond(), left});
 }
 
 void Meter::end() {

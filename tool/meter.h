@@ -81,6 +81,7 @@ class Meter {
   // Of what was shown last.
   Clock::time_point shownAt_ = start_;
   int percent_ = -1;
+  int percentOfPage_ = -1;
 };
 
 #endif

@@ -303,7 +303,7 @@ class JobParser {
         if (link_ && !takesPage(*link_->operation, false)) {
           fail(ExitCode::usage, "--gray: ", link_->operation->name, " works on colour pages only");
         }
-        toGray_ = true;
+        job_.toGray = true;
         break;
       case 'f':
         job_.format = &requireFormat(optarg);
@@ -389,7 +389,6 @@ class JobParser {
     } else {
       job_.chain = chain_ ? *std::move(chain_) : parseChain(job_.chainText);
     }
-    if (toGray_) job_.chain.emplace(job_.chain.begin(), requireOperation("gray"));
   }
 
   std::string seeHelp() const { return join("; see 'rast help ", argv_[0], "'"); }
@@ -403,7 +402,6 @@ class JobParser {
   Job job_;
   std::optional<Link> link_;    // the operation, if it is one alone
   std::optional<Chain> chain_;  // from a file
-  bool toGray_ = false;
   std::vector<option> options_;
 };
 

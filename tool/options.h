@@ -14,7 +14,7 @@
 struct Job {
   ExitCode (*carryOut)(const Job& job) = nullptr;
   Chain chain;
-  std::string chainText;  // that it was parsed from
+  std::string chainText;  // that it was parsed from, unless it is an operation alone
   std::string inPath = "-";
   std::string otherPath = "-";  // of the stream to compare with
   std::string outPath = "-";    // of the picture of differences: empty if none is wanted
@@ -22,6 +22,7 @@ struct Job {
   std::uint32_t bandLines = 0;  // 0: as many as are quick
   std::uint64_t memory = defaultMemory;
   PageList pages;
+  bool toGray = false;  // before the chain
   bool json = false;
   bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;

@@ -31,7 +31,8 @@ class Output {
   std::uint64_t position() const noexcept;
   std::size_t readBack(void* data, std::size_t size) noexcept;
 
-  // Makes everything written so far durable and gives it the final name.
+  // Makes everything written so far durable and gives it the final name. Of a file that was there
+  // before, the mode is kept; its owner and other links to it are not.
   void commit();
 
   template <class... Parts>

@@ -1,6 +1,7 @@
 #include <rast.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "file_page.h"
@@ -44,12 +45,13 @@ class ComposedPage final : public PageSource {
 
   const PageHead& head() const override { return page_.head(); }
 
-  void draw(Planes planes, std::uint32_t lines) override {
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
     page_.copyLines(done_, lines, planes);
     done_ += lines;
+    return lines;
   }
 
- private:
   StoredPage page_;
   std::uint32_t done_ = 0;
 };
@@ -57,39 +59,41 @@ class ComposedPage final : public PageSource {
 class OverlayStep final : public Step {
  public:
   OverlayStep(const OverlaySettings& settings, bool interleaved)
-      : settings_(settings), interleaved_(interleaved), overlay_(load()) {}
+      : settings_(settings), interleaved_(interleaved) {}
 
-  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page, const Place& place) override {
-    const PageHead head = outputHead(place.in, page->head());
-    StoredPage under(place.in, page->head(), interleaved_);
-    StoredPage output(place.in, head, interleaved_);
-    under.fill(*page, place.bandLines(page->head(), place.wantedLines));
+  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page,
+                                 const StepContext& context) override {
+    if (!overlay_) overlay_ = load(context.in.memory());
+    const PageHead head = outputHead(context, page->head());
+    StoredPage under(context.in, page->head(), interleaved_);
+    StoredPage output(context.in, head, interleaved_);
+    under.fill(*page, context.bandLines(page->head()));
     output.clear();
-    place.call(0, [&] { return compose(under, output); });
+    context.call(0, [&] { return compose(under, output); });
     return std::make_unique<ComposedPage>(std::move(output));
   }
 
  private:
-  PageHead outputHead(const Input& in, const PageHead& page) const {
-    const PageHead& overlay = overlay_.head();
+  PageHead outputHead(const StepContext& context, const PageHead& page) const {
+    const PageHead& overlay = overlay_->head();
     if (overlay.colour != page.colour) {
-      in.fail(ExitCode::unsupported, 0, "the page is ", page.colour ? "colour" : "gray",
-              " and the overlay ", settings_.path, " is not; give one of the same kind");
+      context.refuse(ExitCode::unsupported, "the page is ", page.colour ? "colour" : "gray",
+                     " and the overlay ", settings_.path, " is not; give one of the same kind");
     }
-    const PageHead output = resizedHead(in, page, settings_.size);
+    const PageHead output = resizedHead(context, page, settings_.size);
     const auto [at, base] = std::pair(settings_.at, settings_.base);
-    checkEnd(in, "the overlay", at.x, overlay.width);
-    checkEnd(in, "the overlay", at.y, overlay.height);
-    checkEnd(in, "the page", base.x, page.width);
-    checkEnd(in, "the page", base.y, page.height);
+    checkEnd(context, "the overlay", at.x, overlay.width);
+    checkEnd(context, "the overlay", at.y, overlay.height);
+    checkEnd(context, "the page", base.x, page.width);
+    checkEnd(context, "the page", base.y, page.height);
     if (std::int64_t{left()} >= output.width) {
-      in.fail(ExitCode::usage, 0, "the leftmost image begins at column ", left(),
-              " and the output page has only ", output.width, " columns");
+      context.refuse(ExitCode::usage, "the leftmost image begins at column ", left(),
+                     " and the output page has only ", output.width, " columns");
     }
     if (std::int64_t{top()} >= output.height) {
-      in.fail(ExitCode::usage, 0, "composition starts at line ", top(),
-              ", the smaller of --base X and --at Y, and the output page has only ", output.height,
-              " lines");
+      context.refuse(ExitCode::usage, "composition starts at line ", top(),
+                     ", the smaller of --base X and --at Y, and the output page has only ",
+                     output.height, " lines");
     }
     return output;
   }
@@ -115,11 +119,11 @@ class OverlayStep final : public Step {
   // The base's column, as the library has it.
   std::int32_t top() const { return std::min(settings_.base.x, settings_.at.y); }
 
-  StoredPage load() const {
+  StoredPage load(std::uint64_t memory) const {
     if (settings_.path == "-") {
       fail(ExitCode::usage, "--with: standard input is for pages; expected a file");
     }
-    Input in(settings_.path);
+    Input in(settings_.path, memory);
     const Transparency transparency{"give --flatten black or --flatten white", settings_.flatten};
     const std::unique_ptr<PageStream> pages = openPages(in, transparency);
     StoredPage stored = loadPage(in, *pages);
@@ -140,8 +144,8 @@ class OverlayStep final : public Step {
 
   RastOverlayParam parameters(const StoredPage& output) const {
     RastOverlayParam param = {};
-    const RastArea overlay = overlay_.area();
-    std::ranges::copy(overlay_.planesFrom(0).at, param.pOvl);
+    const RastArea overlay = overlay_->area();
+    std::ranges::copy(overlay_->planesFrom(0).at, param.pOvl);
     param.nOvlLineWidth = overlay.nLineWidth;
     param.nOvlWidth = overlay.nWidth;
     param.nOvlHeight = overlay.nHeight;
@@ -161,16 +165,16 @@ class OverlayStep final : public Step {
     const PageHead& head = output.head();
     const Rectangle composed(Span{left(), head.width}, Span{top(), head.height});
     const Rectangle base = Rectangle(settings_.base, page.head()).within(composed);
-    const Rectangle overlay = Rectangle(settings_.at, overlay_.head()).within(composed);
+    const Rectangle overlay = Rectangle(settings_.at, overlay_->head()).within(composed);
     const std::uint64_t both = base.within(overlay).pixels();
     const auto background = static_cast<std::uint8_t>(settings_.white != 0 ? 255 : 0);
     page.pad(overlay.pixels(), background);
-    overlay_.pad(base.pixels() - both + (both != 0 ? 1 : 0), background);
+    overlay_->pad(base.pixels() - both + (both != 0 ? 1 : 0), background);
   }
 
   OverlaySettings settings_;
   bool interleaved_;
-  StoredPage overlay_;
+  std::optional<StoredPage> overlay_;  // once there is a page
 };
 
 }  // namespace

@@ -60,8 +60,12 @@ PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height,
   }
   const PageHead head{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                       colour};
-  if (head.workBytes() > in.memoryCap()) {
-    in.failMemory(0, join("one line of the ", page, ", ", width, " columns,"), head.workBytes());
+  if (head.workBytes() > in.memoryForBand()) {
+    in.failMemory(0, join("a line of the ", page, ", ", width, " columns,"), head.workBytes());
+  }
+  if (head.workBytes() > longestBand) {
+    in.fail(ExitCode::unsupported, 0, "a line of ", width, " columns is too long; expected up to ",
+            longestBand * width / head.workBytes());
   }
   return head;
 }
@@ -71,16 +75,9 @@ std::uint32_t quickLines(const PageHead& head) {
   return static_cast<std::uint32_t>(std::max<std::size_t>(quickBytes / head.lineBytes(), 1));
 }
 
-std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted,
-                        std::size_t bands) {
-  // Whatever the cap, the offsets inside a plane stay below 2^31.
-  constexpr std::uint64_t longestBand = std::uint64_t{1} << 30;
-  const std::uint64_t share = std::min(in.memoryCap() / bands, longestBand);
+std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted) {
+  const std::uint64_t share = std::min(in.memoryForBand(), longestBand);
   const std::uint64_t most = std::min<std::uint64_t>(head.height, share / head.workBytes());
-  if (most == 0) {
-    in.failMemory(0, join("a line of ", head.width, " columns in all steps"),
-                  bands * head.workBytes());
-  }
   if (wanted == 0) wanted = quickLines(head);
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));
 }

@@ -22,6 +22,7 @@ struct PageHead {
   std::uint32_t height;
   bool colour;
   Resolution resolution = {};
+  bool turned = false;  // from what it was in the file, so that its sides are others now
 
   bool hasShapeOf(const PageHead& other) const {
     return width == other.width && height == other.height && colour == other.colour;
@@ -37,13 +38,15 @@ struct PageHead {
 PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
                      const char* page = "page");
 
+// Whatever the cap, the offsets inside a plane stay below 2^31.
+inline constexpr std::uint64_t longestBand = std::uint64_t{1} << 30;
+
 // The lines that are quick to work on at a time: what they take stays in the processor's cache.
 std::uint32_t quickLines(const PageHead& head);
 
 // The lines of a band: as many as wanted, or quick where none are, as far as there are and the
-// input's cap allows if so many bands are in work at once. At least one, or the page is refused.
-std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted = 0,
-                        std::size_t bands = 1);
+// input's cap allows. At least one, or the page is refused.
+std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted = 0);
 
 // What is done about a page with transparency.
 struct Transparency {

@@ -37,9 +37,8 @@ class PageList {
 
 // Acts on the chosen pages of the stream and reads past the others.
 template <class Act>
-void everyPage(Input& in, const PageList& pages, const Act& act) {
-  const std::unique_ptr<PageStream> stream = openPages(in);
-  while (const std::unique_ptr<PageReader> page = stream->next()) {
+void everyPage(Input& in, PageStream& stream, const PageList& pages, const Act& act) {
+  while (const std::unique_ptr<PageReader> page = stream.next()) {
     if (pages.holds(in.page())) {
       act(*page);
     } else {

@@ -1,5 +1,6 @@
 #include "planes.h"
 
+#include <algorithm>
 #include <cstring>
 
 // With the shuffles of later processors these loops are an eighth of the time.
@@ -8,6 +9,15 @@
 #else
 #define FOR_EACH_LEVEL
 #endif
+
+std::uint32_t LinesAhead::draw(const Planes& planes, std::uint32_t wanted) {
+  const std::uint32_t count = std::min(wanted, left_);
+  const std::size_t bytes = std::size_t{count} * width_;
+  copyPlanes(next_, planes, bytes);
+  next_.advance(bytes);
+  left_ -= count;
+  return count;
+}
 
 RastPlaneSet planeSet(const Planes& in, const Planes& out, std::size_t gray) {
   RastPlaneSet set = {};

@@ -4,7 +4,6 @@
 
 #include <rast.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -92,14 +91,5 @@ void interleave(const Planes& planes, std::uint8_t* pixels, std::size_t count);
 
 // Samples of as many bytes from planes to planes of the same layout.
 void copyPlanes(const Planes& from, const Planes& to, std::size_t bytes);
-
-inline std::uint32_t LinesAhead::draw(const Planes& planes, std::uint32_t wanted) {
-  const std::uint32_t count = std::min(wanted, left_);
-  const std::size_t bytes = std::size_t{count} * width_;
-  copyPlanes(next_, planes, bytes);
-  next_.advance(bytes);
-  left_ -= count;
-  return count;
-}
 
 #endif

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "error.h"
 #include "progress.h"
@@ -48,16 +49,22 @@ Ppd openPpd() {
   return ppd;
 }
 
+struct Given {
+  std::string text;
+  bool byJob;  // and not by the PPD file
+};
+
 // What the job gives, which may be the name of a choice in the PPD file, or the default choice.
-std::string chainText(const Options& options) {
+Given chainText(const Options& options) {
   const std::string given = options.get(chainOption);
   const Ppd ppd = openPpd();
   ppd_option_t* const option = ppd ? ppdFindOption(ppd.get(), chainOption) : nullptr;
-  if (option == nullptr) return given;
+  if (option == nullptr) return {given, true};
   const ppd_choice_t* choice =
       ppdFindChoice(option, given.empty() ? option->defchoice : given.c_str());
-  if (choice == nullptr) return given;
-  return choice->code != nullptr ? choice->code : "";
+  // Libcups takes a chain that begins like a custom value for that.
+  if (choice == nullptr || std::string_view(choice->choice) == "Custom") return {given, true};
+  return {choice->code != nullptr ? choice->code : "", false};
 }
 
 }  // namespace
@@ -70,12 +77,16 @@ Job printJob(int argc, char** argv) {
   const Options options(argv[5]);
   Job job;
   job.carryOut = run;
-  job.chainText = chainText(options);
-  if (!job.chainText.empty()) job.chain = parseChain(job.chainText);
+  const Given given = chainText(options);
+  job.chainText = given.text;
+  // The filter may be allowed to read files that whoever prints is not.
+  const Files files = given.byJob ? Files::refused : Files::allowed;
+  if (!job.chainText.empty()) job.chain = parseChain(job.chainText, files);
   if (argc == withFile) job.inPath = argv[6];
   job.format = findFormat("cups");
   job.progress = options.get("page-logging") == "off" ? ProgressMode::printQueueUncounted
                                                       : ProgressMode::printQueue;
-  printError(join("DEBUG: chain: ", job.chainText.empty() ? "none" : job.chainText, '\n'));
+  printError(
+      join("DEBUG: chain: ", job.chainText.empty() ? "none" : printable(job.chainText), '\n'));
   return job;
 }

@@ -66,7 +66,7 @@ class QueueMessages final : public Progress {
   explicit QueueMessages(bool logsPages) : logsPages_(logsPages) {}
 
   void show(const Standing& s) override {
-    if (!s.ofAll) printError(join("ATTR: job-media-progress=", s.percent, '\n'));
+    printError(join("ATTR: job-media-progress=", s.percentOfPage, '\n'));
   }
   void endPage(std::uint64_t page, std::uint32_t copies) override {
     if (logsPages_) printError(join("PAGE: ", page, ' ', copies, '\n'));

@@ -21,7 +21,7 @@ struct Standing {
   std::uint64_t page;                  // of those worked on
   std::optional<std::uint64_t> pages;  // where it is known how many there will be
   int percent;                         // of all, or of this page where the whole is not known
-  bool ofAll;
+  int percentOfPage;
   double megabytesPerSecond;
   std::optional<double> secondsLeft;
 };

@@ -317,7 +317,8 @@ void setPageSize(Page& page, bool pwg) {
 // Everything is carried over that still holds:
 // - the colour space, if it fits the kind of the page (and PWG, which has no W)
 // - the page size, its name, margins and boxes, if the page is as large as before, in whatever
-//   resolution; otherwise the page becomes just what the pixels cover
+//   resolution, and was not turned; otherwise the page becomes just what the pixels cover
+// - not how many pages there are, which may have been chosen
 // - between CUPS and PWG, not the vendor's fields, in which one has its own numbers, nor the names
 //   of page sizes, which differ
 Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg) {
@@ -353,7 +354,7 @@ Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg) {
       page.HWResolution[i] = usualResolution;
     }
   }
-  if (alien ||
+  if (alien || head.turned ||
       !isSameLength(page.cupsWidth, page.HWResolution[0], before.cupsWidth,
                     before.HWResolution[0]) ||
       !isSameLength(page.cupsHeight, page.HWResolution[1], before.cupsHeight,
@@ -367,6 +368,7 @@ Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg) {
     page.cupsInteger[CUPS_RASTER_PWG_FeedTransform] = 1;
     page.cupsInteger[CUPS_RASTER_PWG_AlternatePrimary] = 0xFFFFFF;
   }
+  page.cupsInteger[CUPS_RASTER_PWG_TotalPageCount] = 0;
   if (alien || page.cupsWidth != before.cupsWidth || page.cupsHeight != before.cupsHeight) {
     page.cupsInteger[CUPS_RASTER_PWG_ImageBoxLeft] = 0;
     page.cupsInteger[CUPS_RASTER_PWG_ImageBoxTop] = 0;

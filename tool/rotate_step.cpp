@@ -11,28 +11,19 @@ namespace {
 // The page lies in a store; the turned one is drawn from there band by band.
 class TurnedPage final : public PageSource {
  public:
-  TurnedPage(PageSource& page, const Place& place, std::uint32_t mode)
-      : place_(place),
-        stored_(place.in, page.head(), false),
-        head_(checkedHead(place.in, page.head().height, page.head().width, page.head().colour,
-                          "output page")) {
+  TurnedPage(PageSource& page, const StepContext& context, std::uint32_t mode)
+      : context_(context),
+        stored_(context.in, page.head(), false),
+        head_(context.outputHead(page.head(), page.head().height, page.head().width)) {
+    head_.turned = true;
     head_.resolution = {page.head().resolution.y, page.head().resolution.x};
-    stored_.fill(page, place.bandLines(page.head(), place.wantedLines));
+    stored_.fill(page, context.bandLines(page.head()));
     accumulate(mode);
-    most_ = place.bandLines(head_, std::max(place.wantedLines, quickColumns));
+    most_ = bandLines(context.in, head_, std::max(context.wantedLines, quickColumns));
     turned_.emplace(head_.width, head_.colour, most_);
   }
 
   const PageHead& head() const override { return head_; }
-
-  void draw(Planes planes, std::uint32_t lines) override {
-    while (lines > 0) {
-      if (turned_->isEmpty()) turnBand();
-      const std::uint32_t count = turned_->draw(planes, lines);
-      planes.advance(std::size_t{count} * head_.width);
-      lines -= count;
-    }
-  }
 
  private:
   // A column of the stored page takes a cache line at the least, so that many are turned together.
@@ -41,9 +32,14 @@ class TurnedPage final : public PageSource {
   void turnBand() {
     const std::uint32_t count = std::min(most_, head_.height - done_);
     const RastRotateBand band = bandOf(turned_->planes(), count);
-    place_.call(0, [&] { return unlessComplete(rastRotateSockOutput(&band, &context_)); });
+    context_.call(0, [&] { return unlessComplete(rastRotateSockOutput(&band, &bands_)); });
     turned_->made(count);
     done_ += count;
+  }
+
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    if (turned_->isEmpty()) turnBand();
+    return turned_->draw(planes, lines);
   }
 
   static std::uint32_t unlessComplete(std::uint32_t result) {
@@ -51,15 +47,15 @@ class TurnedPage final : public PageSource {
   }
 
   void accumulate(std::uint32_t mode) {
-    constexpr auto mostBands = static_cast<std::uint32_t>(std::size(decltype(context_.stBand){}));
+    constexpr auto mostBands = static_cast<std::uint32_t>(std::size(decltype(bands_.stBand){}));
     const std::uint32_t height = stored_.head().height;
-    const std::uint32_t bandLines = (height - 1) / mostBands + 1;
+    const std::uint32_t bandHeight = (height - 1) / mostBands + 1;
     const RastArea area = stored_.area();
-    for (std::uint32_t done = 0; done < height; done += bandLines) {
-      const std::uint32_t lines = std::min(bandLines, height - done);
+    for (std::uint32_t done = 0; done < height; done += bandHeight) {
+      const std::uint32_t lines = std::min(bandHeight, height - done);
       const RastRotateBand band = bandOf(stored_.planesFrom(done), lines);
-      place_.call(std::uint64_t{done} + 1, [&] {
-        return unlessComplete(rastRotateInputAccumulate(&area, &band, &context_, mode));
+      context_.call(std::uint64_t{done} + 1, [&] {
+        return unlessComplete(rastRotateInputAccumulate(&area, &band, &bands_, mode));
       });
     }
   }
@@ -75,10 +71,10 @@ class TurnedPage final : public PageSource {
     return band;
   }
 
-  Place place_;
+  StepContext context_;
   StoredPage stored_;
   PageHead head_;
-  RastRotateCtx context_ = {};
+  RastRotateCtx bands_ = {};
   std::uint32_t most_ = 0;  // lines of a band
   std::uint32_t done_ = 0;
   std::optional<LinesAhead> turned_;
@@ -88,8 +84,9 @@ class RotateStep final : public Step {
  public:
   explicit RotateStep(std::uint32_t mode) : mode_(mode) {}
 
-  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page, const Place& place) override {
-    return std::make_unique<TurnedPage>(*page, place, mode_);
+  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page,
+                                 const StepContext& context) override {
+    return std::make_unique<TurnedPage>(*page, context, mode_);
   }
 
  private:

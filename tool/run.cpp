@@ -17,44 +17,52 @@ class Pipeline {
  public:
   Pipeline(const Job& job, Input& in, PageWriter& writer, Meter& meter)
       : job_(job), in_(in), writer_(writer), meter_(meter) {
-    for (const Link& link : job.chain) steps_.push_back(link.operation->makeStep(link.values));
+    if (job.toGray) stations_.push_back({requireOperation("gray"), grayStep(), ""});
+    for (const Link& link : job.chain) {
+      std::string label;
+      if (job.chain.size() > 1) {
+        label = join("step ", &link - job.chain.data() + 1, ", ", link.operation->name, ": ");
+      }
+      stations_.push_back({*link.operation, link.operation->makeStep(link.values), label});
+    }
+    // Those that the steps draw into, and the one that is written.
+    in.setBands(stations_.size() + 1);
   }
 
   void runPage(PageReader& reader) {
     meter_.beginPage(reader.head().height);
-    const std::unique_ptr<PageSource> page =
-        throughSteps(std::make_unique<FilePage>(in_, reader, meter_, job_.bandLines, bands()));
+    std::unique_ptr<PageSource> page =
+        std::make_unique<FilePage>(in_, reader, meter_, job_.bandLines);
+    for (const Station& station : stations_) {
+      const StepContext context{in_, station.operation.name, station.label, job_.bandLines, meter_};
+      checkKind(station.operation, context, page->head());
+      page = station.step->on(std::move(page), context);
+    }
     meter_.beginOutput(page->head().height);
     write(*page, reader.rasterHeader());
     meter_.endPage(reader.copies());
   }
 
  private:
-  // Those that the steps draw into, and the one that is written.
-  std::size_t bands() const { return steps_.size() + 1; }
+  struct Station {
+    const Operation& operation;
+    std::unique_ptr<Step> step;
+    std::string label;
+  };
 
-  std::unique_ptr<PageSource> throughSteps(std::unique_ptr<PageSource> page) const {
-    for (std::size_t i = 0; i < steps_.size(); ++i) {
-      const Operation& operation = *job_.chain[i].operation;
-      if (steps_.size() > 1) in_.setStep(join("step ", i + 1, " (", operation.name, ")"));
-      checkKind(operation, page->head());
-      const Place place{in_, operation.name, job_.bandLines, bands(), meter_};
-      page = steps_[i]->on(std::move(page), place);
-    }
-    in_.setStep("");
-    return page;
-  }
-
-  void checkKind(const Operation& operation, const PageHead& head) const {
+  void checkKind(const Operation& operation, const StepContext& context,
+                 const PageHead& head) const {
     if (takesPage(operation, head.colour)) return;
-    in_.fail(ExitCode::unsupported, 0, operation.name, " works on ", takenPages(operation),
-             " only and this page is ", head.colour ? "colour" : "gray",
-             head.colour ? "; --gray converts it first" : "");
+    const char* const hint =
+        job_.chainText.empty() ? "; --gray converts it first" : "; the step 'gray' converts it";
+    context.refuse(ExitCode::unsupported, operation.name, " works on ", takenPages(operation),
+                   " only and this page is ", head.colour ? "colour" : "gray",
+                   head.colour ? hint : "");
   }
 
   void write(PageSource& page, const RasterHeader* header) const {
     const PageHead& head = page.head();
-    const std::uint32_t most = bandLines(in_, head, job_.bandLines, bands());
+    const std::uint32_t most = bandLines(in_, head, job_.bandLines);
     const Lines lines(head.width, head.colour, most);
     const Bytes pixels = head.colour ? makeBytes(most * head.lineBytes()) : nullptr;
     meter_.inFiles([&] { writer_.beginPage(head, header); });
@@ -73,13 +81,14 @@ class Pipeline {
   Input& in_;
   PageWriter& writer_;
   Meter& meter_;
-  std::vector<std::unique_ptr<Step>> steps_;
+  std::vector<Station> stations_;
 };
 
 }  // namespace
 
 ExitCode run(const Job& job) {
   Input in(job.inPath, job.memory);
+  const std::unique_ptr<PageStream> pages = openPages(in);
   Output out(job.outPath);
   // The library prints diagnostics on standard output, where the pixels may be going.
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
@@ -88,7 +97,7 @@ ExitCode run(const Job& job) {
   const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
   Meter meter(job.progress, in, job.pages.count());
   Pipeline pipeline(job, in, *writer, meter);
-  everyPage(in, job.pages, [&](PageReader& page) { pipeline.runPage(page); });
+  everyPage(in, *pages, job.pages, [&](PageReader& page) { pipeline.runPage(page); });
   meter.inFiles([&] {
     writer->finish();
     out.commit();

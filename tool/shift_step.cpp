@@ -15,42 +15,43 @@ constexpr std::uint32_t fillWithWhite = 2;
 // of any.
 class ShiftedPage final : public PageSource {
  public:
-  ShiftedPage(std::unique_ptr<PageSource> page, const Place& place, const PageHead& head,
+  ShiftedPage(std::unique_ptr<PageSource> page, const StepContext& context, const PageHead& head,
               Position by, std::uint32_t fill)
       : page_(std::move(page)),
-        place_(place),
+        context_(context),
         head_(head),
         by_(by),
         fill_(fill),
         shown_(linesShown()),
-        most_(place.bandLines(longer(page_->head(), head), place.wantedLines)),
+        most_(context.bandLines(enclosing(page_->head(), head))),
         drawn_(page_->head().width, head.colour, most_) {}
 
   const PageHead& head() const override { return head_; }
 
-  void draw(Planes planes, std::uint32_t lines) override {
-    while (lines > 0) {
-      const std::uint32_t top = by_.y > 0 ? static_cast<std::uint32_t>(by_.y) : 0;
-      std::uint32_t count = std::min(lines, most_);
-      if (done_ < top) {
-        count = std::min(count, top - done_);
-        fillBlank(planes, count);
-      } else if (done_ - top < shown_) {
-        count = std::min(count, shown_ - (done_ - top));
-        shiftBand(planes, count);
-      } else {
-        fillBlank(planes, count);
-      }
-      planes.advance(std::size_t{count} * head_.width);
-      lines -= count;
-      done_ += count;
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    const std::uint32_t top = by_.y > 0 ? static_cast<std::uint32_t>(by_.y) : 0;
+    std::uint32_t count = std::min(lines, most_);
+    if (done_ < top) {
+      count = std::min(count, top - done_);
+      fillBlank(planes, count);
+    } else if (done_ - top < shown_) {
+      count = std::min(count, shown_ - (done_ - top));
+      shiftBand(planes, count);
+    } else {
+      fillBlank(planes, count);
     }
+    done_ += count;
     if (done_ == head_.height) drawRest();
+    return count;
   }
 
- private:
-  static const PageHead& longer(const PageHead& a, const PageHead& b) {
-    return a.width > b.width ? a : b;
+  // What is as wide and as high as both.
+  static PageHead enclosing(const PageHead& a, const PageHead& b) {
+    PageHead head = a;
+    head.width = std::max(a.width, b.width);
+    head.height = std::max(a.height, b.height);
+    return head;
   }
 
   // With a negative offset as many of the last lines are dropped.
@@ -76,7 +77,7 @@ class ShiftedPage final : public PageSource {
     const RastPlaneSet set = planeSet(drawn_.planes(), planes, 3);
     const RastShiftParam param{by_.x, 0, static_cast<std::int32_t>(head_.width),
                                static_cast<std::int32_t>(lines), fill_};
-    place_.call(std::uint64_t{done_} + 1, [&] {
+    context_.call(std::uint64_t{done_} + 1, [&] {
       return rastImageShift(&area, &set, &param, planes.layout == Layout::planar ? 0 : 1);
     });
   }
@@ -91,7 +92,7 @@ class ShiftedPage final : public PageSource {
   }
 
   std::unique_ptr<PageSource> page_;
-  Place place_;
+  StepContext context_;
   PageHead head_;
   Position by_;
   std::uint32_t fill_;
@@ -107,19 +108,22 @@ class ShiftStep final : public Step {
   ShiftStep(Position by, std::optional<Size> size, std::uint32_t fill)
       : by_(by), size_(size), fill_(fill) {}
 
-  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page, const Place& place) override {
-    const PageHead head = outputHead(place.in, page->head());
-    return std::make_unique<ShiftedPage>(std::move(page), place, head, by_, fill_);
+  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page,
+                                 const StepContext& context) override {
+    const PageHead head = outputHead(context, page->head());
+    return std::make_unique<ShiftedPage>(std::move(page), context, head, by_, fill_);
   }
 
  private:
-  PageHead outputHead(const Input& in, const PageHead& page) const {
-    const PageHead output = resizedHead(in, page, size_);
-    checkEnd(in, "the page", by_.x, page.width);
-    checkEnd(in, "the page", by_.y, page.height);
+  PageHead outputHead(const StepContext& context, const PageHead& page) const {
+    const PageHead output = resizedHead(context, page, size_);
+    checkEnd(context, "the page", by_.x, page.width);
+    checkEnd(context, "the page", by_.y, page.height);
     const std::int64_t columns = std::int64_t{page.width} + by_.x;
     const std::int64_t lines = std::int64_t{page.height} + by_.y;
-    const auto refuse = [&in](const auto&... parts) { in.fail(ExitCode::usage, 0, parts...); };
+    const auto refuse = [&context](const auto&... parts) {
+      context.refuse(ExitCode::usage, parts...);
+    };
     if (columns < 1) refuse("--x ", by_.x, " leaves none of the ", page.width, " columns");
     if (lines < 1) refuse("--y ", by_.y, " leaves none of the ", page.height, " lines");
     if (by_.x >= 0) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <ios>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -20,31 +21,56 @@ class PageSource {
  public:
   virtual ~PageSource() = default;
   virtual const PageHead& head() const = 0;
+
   // The next lines, packed, to one plane of a gray page or three of a colour page. With the last
   // ones, the page before this step is drawn to its end too.
-  virtual void draw(Planes planes, std::uint32_t lines) = 0;
+  void draw(Planes planes, std::uint32_t lines) {
+    while (lines > 0) {
+      const std::uint32_t count = drawSome(planes, lines);
+      planes.advance(std::size_t{count} * head().width);
+      lines -= count;
+    }
+  }
+
+ private:
+  // How many lines were drawn: one at least, not more than so many.
+  virtual std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) = 0;
 };
 
 // What a step stands in.
-struct Place {
+struct StepContext {
   const Input& in;
   const char* operation;
+  std::string label;          // begins messages; empty for an operation that is alone
   std::uint32_t wantedLines;  // of a band; 0: as many as are quick
-  std::size_t bands;          // how many are in work at once
   Meter& meter;
 
-  std::uint32_t bandLines(const PageHead& head, std::uint32_t wanted) const {
-    return ::bandLines(in, head, wanted, bands);
+  std::uint32_t bandLines(const PageHead& head) const { return ::bandLines(in, head, wantedLines); }
+
+  // Refuses what is wanted of the page.
+  template <class... Parts>
+  [[noreturn]] void refuse(ExitCode code, const Parts&... parts) const {
+    in.fail(code, 0, label, parts...);
   }
+
   // Makes a call to the library, of which a result other than success is a failure.
-  void call(std::uint64_t line, const std::function<std::uint32_t()>& function) const;
+  template <class Call>
+  void call(std::uint64_t line, const Call& function) const {
+    const std::uint32_t result = meter.inLibrary(function);
+    if (result == RAST_OK) return;
+    in.fail(ExitCode::runTime, line, operation, " failed with result 0x", std::hex, result);
+  }
+
+  // The head of a page of another size that becomes of a page.
+  PageHead outputHead(const PageHead& from, std::uint64_t width, std::uint64_t height) const;
 };
 
 class Step {
  public:
   virtual ~Step() = default;
   // The page that becomes of a page. Refuses what the library leaves to its caller to avoid.
-  virtual std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page, const Place& place) = 0;
+  virtual std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page,
+                                         const StepContext& context) = 0;
 };
 
 constexpr std::uint32_t wholeRatio = 1000;
@@ -103,9 +129,10 @@ std::unique_ptr<Step> rotateStep(std::uint32_t mode);
 
 std::unique_ptr<Step> shiftStep(Position by, std::optional<Size> size, std::uint32_t fill);
 
-// The head of a page that becomes of another one. Refuses positions that the library's 32-bit
-// columns and lines do not reach.
-PageHead resizedHead(const Input& in, const PageHead& page, const std::optional<Size>& size);
-void checkEnd(const Input& in, const char* what, std::int64_t start, std::uint32_t length);
+PageHead resizedHead(const StepContext& context, const PageHead& page,
+                     const std::optional<Size>& size);
+// Refuses positions that the library's 32-bit columns and lines do not reach.
+void checkEnd(const StepContext& context, const char* what, std::int64_t start,
+              std::uint32_t length);
 
 #endif

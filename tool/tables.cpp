@@ -94,3 +94,10 @@ Value readMatrix(const Parameter& parameter, const std::string& text) {
   for (const MatrixPreset& known : matrixPresets) names.emplace_back(known.name);
   return readNumberFile(parameter, text, 15, names);
 }
+
+bool namesFile(const Parameter& parameter, const std::string& text) {
+  if (parameter.read == readText) return true;
+  if (parameter.read == readCurve) return text != "invert" && !text.starts_with("gamma=");
+  return parameter.read == readMatrix && !text.starts_with("rotate=") &&
+         std::ranges::find(matrixPresets, text, &MatrixPreset::name) == std::end(matrixPresets);
+}

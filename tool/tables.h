@@ -10,4 +10,7 @@ Value readCurve(const Parameter& parameter, const std::string& text);
 // 15 numbers, the rows of RastHueParam::nMatrix.
 Value readMatrix(const Parameter& parameter, const std::string& text);
 
+// Whether the text is the name of a file for this parameter.
+bool namesFile(const Parameter& parameter, const std::string& text);
+
 #endif

@@ -454,6 +454,34 @@ class Writing(ChainTest):
         self.assertEqual(self.out("chain", "gray", input=stream), gray + pgm(2, 1, b"ab") + gray)
 
 
+class Refused(ChainTest):
+    def test_too_many_steps(self):
+        page = pgm(1, 1, b"a")
+        self.assertEqual(self.out("chain", " : ".join(["gray"] * 100), input=page), page)
+        done = self.run_rast("chain", " : ".join(["shift"] * 101), input=page)
+        self.assert_fails(done, USAGE, "step 101", "100")
+
+    def test_the_step_is_named(self):
+        chain = "rotate cw : shift x=7 : shift x=7"
+        done = self.run_rast("chain", chain, input=pgm(9, 5, bytes(45)))
+        self.assert_fails(done, USAGE, "page 1: step 2, shift: --x 7")
+        done = self.run_rast("chain", "--gray", "gray : shift y=9", input=ppm(9, 5, bytes(135)))
+        self.assert_fails(done, USAGE, "page 1: step 2, shift: --y 9")
+        done = self.run_rast("shift", "--gray", "--y", "9", input=pgm(9, 5, bytes(45)))
+        self.assert_fails(done, USAGE, "page 1: --y 9")
+
+    def test_overlays_keep_to_the_memory(self):
+        wide = self.file("wide.pgm", b"P5 3000000 1 255\n" + bytes(3_000_000))
+        arguments = ("overlay", "--with", wide, "--memory", "20M")
+        done = self.run_rast(*arguments, input=pgm(1, 1, b"a"))
+        self.assert_fails(done, MEMORY, str(wide), "3000000 columns", "--memory")
+
+    def test_ratios_that_no_memory_serves(self):
+        head = b"P5 600000 1001 255\n"
+        done = self.run_rast("zoom", "--y", "999", "--memory", "3G", input=head)
+        self.assert_fails(done, UNSUPPORTED, "1000 lines", "ratios")
+
+
 class Malformed(ChainTest):
     def test_chains(self):
         for text, *words in (

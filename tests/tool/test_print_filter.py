@@ -173,6 +173,39 @@ class Filter(FilterTest):
         with open("/dev/full", "wb") as full:
             self.assert_error(run("", self.JOB, stdout=full), OUTPUT, "standard output")
 
+    def test_jobs_name_no_files(self):
+        """What the filter can read, whoever prints may not."""
+        secret = self.file("secret", b"secret words\n")
+        overlay = self.file("overlay.ppm", b"P6 1 1 255\nabc")
+        for chain in (
+            f"colgamma {secret}", f"colgamma curve=./{secret.name}", f"hueadjust {secret}",
+            f"overlay {overlay}", f"overlay with={overlay}", f"gray : overlayrgb {overlay}",
+        ):
+            done = self.run_filter("1", "u", "t", "1", f"rast-chain='{chain}'", input=self.JOB)
+            self.assert_error(done, USAGE, "names a file")
+            self.assertNotIn(b"secret words", done.stderr)
+            self.assertEqual(done.stdout, b"")
+        for chain in ("hueadjust sepia", "hueadjust rotate=30"):
+            self.assertEqual(len(self.filtered(f"rast-chain='{chain}'")), 2)
+        curve = self.file("curve", b" ".join(b"%d" % (255 - x) for x in range(256)))
+        ppd = PPD.replace('"colgamma invert"', f'"colgamma {curve}"')
+        ppd = self.file("own.ppd", ppd.encode())
+        self.assertEqual(self.filtered("", ppd=ppd)[0], (6, inverted(self.COLOUR)))
+
+    def test_messages_cannot_be_forged(self):
+        for words in ("STATE: +media-jam", "PAGE: 1 1000", "ATTR: job-impressions=1"):
+            chain = f"rast-chain='colgamma invert\n{words}'"
+            done = self.run_filter("1", "u", "t", "1", chain, input=self.JOB)
+            self.assert_error(done, USAGE, "unknown operation")
+            self.assertNotIn("\n" + words, done.stderr.decode())
+
+    def test_progress_of_a_file(self):
+        done = self.run_filter("1", "u", "t", "1", "", self.file("job.ras", self.JOB))
+        self.assertEqual(done.stderr.count(b"ATTR: job-media-progress=100\n"), 2)
+
+    def test_empty_jobs_write_nothing(self):
+        self.assertEqual(self.run_filter("1", "u", "t", "1", "", input=b"").stdout, b"")
+
     def test_closed_output(self):
         """What comes next in the queue has ended; SIGPIPE does not kill the filter."""
         reading, writing = os.pipe()

@@ -334,9 +334,10 @@ class Writing(Raster):
             self.assertEqual(back["MediaType"], given["MediaType"])
 
     def test_pwg_unchanged(self):
-        """What PWG knows stays; the fields that it reserves are zero."""
+        """What PWG knows stays but for the number of pages; the fields that it reserves are zero."""
         given = full_page(3, 2, MediaClass=text(b"PwgRaster"), PageSize=(595, 842))
         ((fields, _),) = self.writes(stream((given, ramp(6)), version="2"), "pwg")
+        given["cupsInteger"] = (0, *given["cupsInteger"][1:])
         for name in ("MediaColor", "MediaType", "OutputType", "CutMedia", "Duplex", "HWResolution",
                      "NumCopies", "PageSize", "cupsInteger", "cupsReal", "cupsString",
                      "cupsRenderingIntent", "cupsPageSizeName"):
@@ -454,6 +455,29 @@ class Devices(Raster):
         source, target = self.file("in.ras", content), self.folder / "out.ras"
         self.assert_fails(self.run_rast(*IDENTITY, source, target), UNSUPPORTED, "page 2", "RGBW")
         self.assertEqual(os.listdir(self.folder), ["in.ras"])
+
+
+class Derived(Raster):
+    def test_boxes_do_not_survive_a_turn(self):
+        fields = full_page(4, 4, SW, Margins=(7, 9), cupsImagingBBox=(1.0, 2.0, 3.0, 4.0))
+        content = stream((fields, ramp(16)))
+        for chain in ("rotate cw", "rotate cw : rotate cw", "rotate cw : shift : gray"):
+            done = self.run_rast("chain", chain, "-f", "cups", input=content)
+            ((written, _),) = raster.pages_of(done.stdout)
+            self.assertEqual(written["Margins"], (0, 0))
+            self.assertEqual(written["cupsImagingBBox"][:2], (0, 0))
+        ((written, _),) = raster.pages_of(
+            self.run_rast("chain", "shift : gray", "-f", "cups", input=content).stdout
+        )
+        self.assertEqual(written["Margins"], (7, 9))
+
+    def test_page_count_is_not_claimed(self):
+        counted = page(2, 1, SW, MediaClass=b"PwgRaster", cupsInteger=(3,) + (0,) * 15)
+        content = stream(*[(counted, b"ab")] * 3, version="2")
+        done = self.run_rast(*IDENTITY, "-f", "pwg", "--pages", "2", input=content)
+        ((written, _),) = raster.pages_of(done.stdout)
+        self.assertEqual(written["cupsInteger"][0], 0)
+
 
 
 if __name__ == "__main__":

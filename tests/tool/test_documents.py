@@ -1,0 +1,87 @@
+"""Runs the examples of the README as they are printed; RAST names the binary."""
+
+import os
+import re
+import shutil
+import subprocess
+import unittest
+from pathlib import Path
+
+from test_rast import RAST, RastTest, ppm, ramp
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+
+
+def section(document, title):
+    """The text under a heading, up to the next one of any level."""
+    text = (ROOT / document).read_text(encoding="utf-8")
+    return re.split(r"^#+ ", text.split(f"# {title}\n", 1)[1], 1, re.MULTILINE)[0]
+
+
+def examples(text):
+    """Indented blocks."""
+    return [
+        re.sub(r"^    ", "", block, flags=re.MULTILINE)
+        for block in re.findall(r"(?:^    .*\n)+", text, re.MULTILINE)
+    ]
+
+
+class Examples(RastTest):
+    def setUp(self):
+        super().setUp()
+        command = self.folder / "bin" / "rast"
+        command.parent.mkdir()
+        command.symlink_to(RAST)
+        self.environment = os.environ | {"PATH": f"{command.parent}:{os.environ['PATH']}"}
+        page = ppm(300, 200, ramp(300 * 200 * 3))
+        self.file("page.ppm", page)
+        self.file("logo.ppm", ppm(40, 30, ramp(40 * 30 * 3)[::-1]))
+        pages = [ppm(31 + i, 20 + i % 3, ramp((31 + i) * (20 + i % 3) * 3)) for i in range(35)]
+        self.file("job.ppm", b"".join(pages))
+
+    def shell(self, command, code=0):
+        done = subprocess.run(
+            ["bash", "-ec", command], cwd=self.folder, env=self.environment, timeout=60,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
+        )
+        self.assertEqual(done.returncode, code, (command, done.stderr.decode()))
+        return done.stdout
+
+    def test_command_line(self):
+        (block,) = examples(section("README.md", "Use from the command line"))
+        lines = block.splitlines()
+        self.assertEqual(len(lines), 10)
+        for line in lines:
+            with self.subTest(line):
+                if "pdftoppm" in line and not shutil.which("pdftoppm"):
+                    continue
+                if "document.pdf" in line:
+                    from test_print_filter import pdf
+
+                    self.file("document.pdf", pdf([b"1 0 0", b"0 0 1"]))
+                before = set(os.listdir(self.folder))
+                printed = self.shell(line, 1 if line.startswith("rast compare") else 0)
+                made = set(os.listdir(self.folder)) - before
+                last = line.split()[-1]
+                if line.startswith(("rast info", "rast help")):
+                    self.assertTrue(printed)
+                else:
+                    self.assertEqual(made, {last})
+                    self.assertTrue(self.shell(f"rast info {last}").endswith((b"page\n", b"pages\n")))
+
+    @unittest.skipUnless(shutil.which("parallel"), "needs GNU parallel")
+    def test_several_cores(self):
+        (block,) = examples(section("README.md", "Jobs for several cores or machines"))
+        self.shell(block)
+        once = self.shell("rast chain 'satadjust raise : rotate cw' job.ppm")
+        self.assert_same((self.folder / "turned.ppm").read_bytes(), once)
+        self.file("job.ppm", (self.folder / "job.ppm").read_bytes() + ppm(2, 1, b"short"))
+        done = subprocess.run(
+            ["bash", "-c", block], cwd=self.folder, env=self.environment, timeout=60,
+            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False,
+        )
+        self.assertNotEqual(done.returncode, 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

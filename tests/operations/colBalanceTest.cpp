@@ -343,10 +343,10 @@ TEST(ColBalance, TheLastOfTheOutputsOnOnePlaneStays) {
   }
 }
 
-/// Five pixels of red, each of which comes out one darker, written one column ahead.
-Samples redOneAhead(bool buffered) {
+/// Pixels of red, each of which comes out one darker, written one column ahead.
+Samples redOneAhead(bool buffered, int32_t width = 5) {
   Call call(6);
-  call.area.nWidth = 5;
+  call.area.nWidth = width;
   call.in[0] = {100, 50, 30, 20, 10, 5};
   if (buffered) call.useBuffer(0);
   call.set.pOut[0] = call.in[0].data() + 1;
@@ -357,6 +357,7 @@ Samples redOneAhead(bool buffered) {
 TEST(ColBalance, OutputOneAheadOfItsInput) {
   EXPECT_THAT(redOneAhead(true), ElementsAre(100, 99, 98, 97, 96, 95)) << "pixel by pixel";
   EXPECT_THAT(redOneAhead(false), ElementsAre(100, 99, 49, 48, 19, 18)) << "in pairs";
+  EXPECT_THAT(redOneAhead(false, 4), ElementsAre(100, 99, 49, 48, 19, 5)) << "to the last pair";
 }
 
 /// Outputs 0 and 1 of three pixels, 199 and 99, one column apart in one plane.

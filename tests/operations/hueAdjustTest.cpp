@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -473,6 +474,33 @@ void expectHueInPlaceAndCrossed(Change change) {
     printedBy([&] { result = rastHueAdjust(&c.area, &c.set, &param, lut.get()); });
     return result;
   });
+}
+
+/// Runs over a page of random pixels but for red, with a buffer of straight tables that begin at 1,
+/// 255 and 0.
+void expectTakenAsItIs(uint8_t red, int32_t slope, int32_t bentBy) {
+  Call call(64, 40);
+  call.randomize(21);
+  std::ranges::fill(call.in[0], red);
+  call.lut = garbageLut(1);
+  for (auto& row : call.lut->row) {
+    for (size_t j = 0; j < 3; ++j) {
+      constexpr int32_t first[] = {1, 255, 0};
+      for (int32_t i = 0; i < 256; ++i) row.nProd[j][i] = first[j] + i * slope;
+    }
+    row.nProd[0][77] ^= bentBy;
+    row.nOutOffset = -100;
+  }
+  call.runWell();
+  expectColor(call, [&](const Pixel& p) { return model(*call.lut, p); });
+}
+
+/// What no matrix could have made: slopes that need more than 16 bits, a bend that takes away 1.
+TEST(HueAdjust, ABuiltBufferIsTakenAsItIs) {
+  expectTakenAsItIs(1, 65537, 0);
+  expectTakenAsItIs(1, 40000, 0);
+  expectTakenAsItIs(1, -40000, 0);
+  expectTakenAsItIs(77, 256, 1);
 }
 
 TEST(HueAdjust, InPlaceAndCrossed) {

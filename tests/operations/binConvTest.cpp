@@ -281,6 +281,13 @@ TEST(BinConvRecord, SharesNextToNoneAndAll) {
   EXPECT_EQ(convertedWith(record, {255, 0, 0}), (Pixel{0, 45, 45}));
 }
 
+TEST(BinConvRecord, AWeightOfOneInTheSecondInk) {
+  RastBinConvColor record = builtIn(0);
+  for (int16_t& coefficient : record.nCoefB) coefficient = 0;
+  record.nCoefB[0] = 256;
+  EXPECT_EQ(convertedWith(record, {200, 0, 0}), (Pixel{170, 0, 0}));
+}
+
 TEST(BinConvRecord, TheFourthShareChangesNothing) {
   RastBinConvColor record = builtIn(3);
   record.nInkA[3] = 0;

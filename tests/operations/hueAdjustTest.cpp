@@ -487,15 +487,15 @@ void expectTakenAsItIs(uint8_t red, int32_t slope, int32_t bentBy) {
     for (size_t j = 0; j < 3; ++j) {
       constexpr int32_t first[] = {1, 255, 0};
       for (int32_t i = 0; i < 256; ++i) row.nProd[j][i] = first[j] + i * slope;
+      row.nProd[j][77] ^= bentBy;
     }
-    row.nProd[0][77] ^= bentBy;
     row.nOutOffset = -100;
   }
   call.runWell();
   expectColor(call, [&](const Pixel& p) { return model(*call.lut, p); });
 }
 
-/// What no matrix could have made: slopes that need more than 16 bits, a bend that takes away 1.
+/// What no matrix could have made: slopes that need more than 16 bits, bends of 1, of which red's takes away 1.
 TEST(HueAdjust, ABuiltBufferIsTakenAsItIs) {
   expectTakenAsItIs(1, 65537, 0);
   expectTakenAsItIs(1, 40000, 0);

@@ -30,17 +30,14 @@ class Words {
   // False at the end.
   bool next(Word& word) {
     word = {};
-    while (at_ < text_.size() && isSpace(text_[at_])) {
-      if (text_[at_++] == '\n') {
+    while (at_ < text_.size() && (isSpace(text_[at_]) || text_[at_] == '#')) {
+      if (text_[at_] == '#') at_ = std::min(text_.find('\n', at_), text_.size());
+      if (at_ < text_.size() && text_[at_++] == '\n') {
         word.text += ':';
         return true;
       }
     }
     if (at_ == text_.size()) return false;
-    if (text_[at_] == '#') {
-      at_ = std::min(text_.find('\n', at_), text_.size());
-      return next(word);
-    }
     while (at_ < text_.size() && !isSpace(text_[at_])) take(word);
     return true;
   }

@@ -245,36 +245,36 @@ constexpr Operation table[] = {
     {"expgamma", "threshold-gain curve",
      "A sample x up to the threshold becomes 0; any other becomes\n"
      "((x - threshold) * gain >> 8) + offset, at most 255.",
-     Takes::gray, expGammaParameters,
-     "rast expgamma --threshold 16 --offset 8 --gain 320 in.pgm out.pgm", makeExpGamma},
+     expGammaParameters, "rast expgamma --threshold 16 --offset 8 --gain 320 in.pgm out.pgm",
+     makeExpGamma, Takes::gray},
     {"colgamma", "tone curve",
-     "Every sample x, in all components alike, becomes entry x of the curve.", Takes::both,
-     colGammaParameters, "rast colgamma --curve gamma=2.2 in.ppm out.ppm", makeColGamma},
+     "Every sample x, in all components alike, becomes entry x of the curve.", colGammaParameters,
+     "rast colgamma --curve gamma=2.2 in.ppm out.ppm", makeColGamma, Takes::both},
     {"binconv", "two-colour conversion",
      "Colour becomes an ink: the luma (77 R + 150 G + 29 B) / 256 less 30, times a weight that\n"
      "rises with the pixel's saturation up to a limit that depends on its hue. Neutral pixels\n"
      "become 0.",
-     Takes::colour, binConvParameters, "rast binconv --color 3 in.ppm out.ppm", makeBinConv},
+     binConvParameters, "rast binconv --color 3 in.ppm out.ppm", makeBinConv, Takes::colour},
     {"satadjust", "saturation lowered or raised by a quarter",
      "The grey level of a pixel is (70 R + 150 G + 29 B) / 256; the weights add up to less than\n"
      "1, so greys get a little darker when lowered, and some a little lighter when raised.\n"
      "Within a line every whole group of four pixels comes out mirrored, deliberately: pixels\n"
      "1 2 3 4 become 4 3 2 1; the one to three pixels left at the end stay in place.",
-     Takes::colour, satAdjustParameters, "rast satadjust --mode raise in.ppm out.ppm",
-     makeSatAdjust},
+     satAdjustParameters, "rast satadjust --mode raise in.ppm out.ppm", makeSatAdjust,
+     Takes::colour},
     {"hueadjust", "colour matrix",
      "With m the matrix and R = red + m[0][3], G = green + m[1][3], B = blue + m[2][3],\n"
      "component k becomes (m[k][0] * R + m[k][1] * G + m[k][2] * B) / 256 + m[k][4], truncated\n"
      "and clamped to 0..255: the weights are in 1/256, 256 is 1.0. A gray sample x becomes\n"
      "m[0][0] * (x + m[0][3]) / 256 + m[0][4], so only few matrices suit gray pages.",
-     Takes::both, hueAdjustParameters, "rast hueadjust --matrix rotate=30 in.ppm out.ppm",
-     makeHueAdjust},
+     hueAdjustParameters, "rast hueadjust --matrix rotate=30 in.ppm out.ppm", makeHueAdjust,
+     Takes::both},
     {"colbalance", "colour balance",
      "A pixel is split into its grey part, the smallest component, and what each component has\n"
      "above it, scaled to the room left. Each passes through the tone curve, then through its\n"
      "level; then the pixel is put together again.",
-     Takes::colour, colBalanceParameters, "rast colbalance --level 6,5,4,5 in.ppm out.ppm",
-     makeColBalance},
+     colBalanceParameters, "rast colbalance --level 6,5,4,5 in.ppm out.ppm", makeColBalance,
+     Takes::colour},
     {"overlay", "an image over the page",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Overlay samples v are first weakened to (v * ((density * 256 + 50) / 100)) >> 8. Where the\n"
@@ -285,9 +285,9 @@ constexpr Operation table[] = {
      "the lines of a gray image that is cut there start as much too early in it, and by more from\n"
      "line to line.\n"
      "The overlay must be gray for gray pages and colour for colour pages.",
-     Takes::both, overlayParameters,
+     overlayParameters,
      "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", makeOverlay,
-     true},
+     Takes::both, true},
     {"overlayrgb", "an image over the page, pixel by pixel",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Each is consumed as one run of pixels, and they cross: where the page lies alone the\n"
@@ -296,32 +296,32 @@ constexpr Operation table[] = {
      "consumed. A run that ends too early goes on with background.\n"
      "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
      "above it all is background; with --base 0,Y it is line 0.",
-     Takes::colour, overlayRgbParameters,
-     "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm", makeOverlayRgb, true},
+     overlayRgbParameters, "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm",
+     makeOverlayRgb, Takes::colour, true},
     {"rotate", "quarter turn", "Lines become columns; the direction is given before IN.",
-     Takes::both, rotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, true},
+     rotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, Takes::both, true},
     {"zoom", "reduction by averaging",
      "Lines, and the samples of a line, are gathered into groups by an accumulator that grows by\n"
      "the ratio and completes a group at 1000; what is left at the end is a group too. A group\n"
      "becomes its mean, truncated. A group of one adds what the group before it had before its\n"
      "last sample, in 8 bits, deliberately: ratios of 501 to 999 have such groups, others do not.\n"
      "Bands are extended to multiples of 1000 / gcd(1000, vertical ratio) lines.",
-     Takes::both, zoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom},
+     zoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom, Takes::both},
     {"shift", "the page moved within an output page",
      "What reaches past the right or lower edge is left out. With a negative offset the first\n"
      "columns or lines are kept, from column or line 0 on, and as many of the last ones are\n"
      "dropped. Not possible: a negative --y without a negative --x, a positive --y with one, an\n"
      "offset beyond the page, and with a negative --x more columns or lines than --size has.",
-     Takes::both, shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift},
+     shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift, Takes::both},
     {"gray",
      "colour to gray",
      "A pixel becomes its ITU-R BT.601 luma, 0.299 R + 0.587 G + 0.114 B, rounded to nearest. "
      "Gray\n"
      "pages pass as they are.",
-     Takes::both,
      {},
      "rast gray in.ppm out.pgm",
-     makeGray},
+     makeGray,
+     Takes::both},
 };
 
 }  // namespace

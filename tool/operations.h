@@ -19,10 +19,10 @@ struct Operation {
   const char* name;
   const char* summary;
   const char* details;
-  Takes takes;
   std::span<const Parameter> parameters;
   const char* example;
   std::unique_ptr<Step> (*makeStep)(const Values& values);
+  Takes takes;
   bool storesPages = false;  // not only bands of them
 };
 

@@ -193,7 +193,8 @@ std::string optionsHelp(const std::string& letters) {
   for (const CommonOption& o : commonOptions) {
     if (letters.find(o.letter) == std::string::npos) continue;
     std::string argument = o.argument != nullptr ? o.argument : "";
-    if (!argument.empty()) argument = isOptional(o) ? join('[', argument, ']') : ' ' + argument;
+    if (!argument.empty())
+      argument = isOptional(o) ? join('[', argument, ']') : join(' ', argument);
     text += helpRow(join('-', o.letter, ", --", o.name, argument),
                     o.letter == 'f' ? o.help + formatsHelp() : o.help);
   }

@@ -142,11 +142,13 @@ class Damaged(Raster):
                         self.assertIn(b"page 2", done.stderr)
 
     def test_truncation_at_every_byte_of_a_header(self):
-        whole = stream((page(1, 1), b"a"), (page(1, 1), b"b"))
-        second = len(whole) // 2 + 2
-        for end in (*range(1, second), *range(second + 1, len(whole), 7)):
-            done = self.run_rast("info", input=whole[:end])
-            self.assert_fails(done, DAMAGED, "ends early; expected")
+        """Of the short one; of the long one at some."""
+        for version, step in (("t", 1), ("3", 13)):
+            whole = stream((page(1, 1), b"a"), (page(1, 1), b"b"), version=version)
+            second = len(whole) // 2 + 2
+            for end in (*range(1, second, step), *range(second + 1, len(whole), 7)):
+                done = self.run_rast("info", input=whole[:end])
+                self.assert_fails(done, DAMAGED, "ends early; expected")
 
     def test_no_page(self):
         for sync in (b"RaSt", b"RaS2", b"RaS3"):

@@ -116,11 +116,10 @@ class StepParser {
 };
 
 const Operation& operationOf(const std::string& word) {
-  const Operation* found = findOperation(word);
-  if (found == nullptr && word.find(':') != std::string::npos) {
+  if (word.find(':') != std::string::npos) {
     fail(ExitCode::usage, "unknown operation '", word, "'; a colon between steps stands alone");
   }
-  return found != nullptr ? *found : requireOperation(word);
+  return requireOperation(word);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The formats of page files: how one is told by its first byte, its name or its ending.
+// The formats that pages are written in: how one is told by its name or by the ending of a file.
 #ifndef RAST_TOOL_FORMAT_H
 #define RAST_TOOL_FORMAT_H
 
@@ -9,7 +9,6 @@
 #include "output.h"
 #include "page.h"
 
-// A format that pages are written in.
 struct Format {
   const char* name;     // for --format
   const char* endings;  // of file names, such as ".pgm .ppm"

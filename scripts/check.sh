@@ -291,7 +291,7 @@ suite_lint() {
     -DRAST_LOWEST_LEVEL=baseline)
   quietly cppcheck -q --error-exitcode=1 --std=c++20 --enable=warning,performance,portability \
     --suppress=constStatement --suppress={uninitvar,shiftTooManyBitsSigned}:{'*.inl','*simd.h'} \
-    "${one_level[@]}" "${sources[@]}" tool/*.cpp
+    "${one_level[@]}" "${sources[@]}" tool/*.cpp tool/*/*.cpp
   local source kept
   for source in "${sources[@]}"; do
     kept=()

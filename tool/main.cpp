@@ -13,13 +13,14 @@
 #include <filesystem>
 #include <new>
 #include <string>
+#include <variant>
 
-#include "error.h"
-#include "file.h"
-#include "options.h"
-#include "output.h"
+#include "commands/options.h"
+#include "formats/error.h"
+#include "formats/file.h"
+#include "formats/output.h"
 #ifdef RAST_HAS_RASTER
-#include "print_filter.h"
+#include "commands/print_filter.h"
 #endif
 
 namespace {
@@ -85,8 +86,8 @@ int main(int argc, char** argv) {
     }
 #endif
     const CommandLine command = parseCommandLine(argc, argv);
-    if (command.text.empty()) return carryOut(command.job);
-    print(command.text);
+    if (const Job* job = std::get_if<Job>(&command)) return carryOut(*job);
+    print(std::get<std::string>(command));
     return 0;
   } catch (const Failure& failure) {
     return report(label, failure.code, failure.text);

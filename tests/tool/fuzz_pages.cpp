@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "error.h"
-#include "input.h"
-#include "page.h"
+#include "formats/error.h"
+#include "formats/input.h"
+#include "formats/page.h"
 
 namespace {
 

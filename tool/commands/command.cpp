@@ -1,0 +1,100 @@
+#include "commands/command.h"
+
+#include <algorithm>
+#include <iterator>
+#include <vector>
+
+#include "commands/compare.h"
+#include "commands/info.h"
+#include "commands/listing.h"
+#include "commands/run.h"
+
+namespace {
+
+constexpr CommonOption optionTable[] = {
+    {'g', "gray", nullptr,
+     "convert colour to gray first, by ITU-R BT.601 luma:\n"
+     "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
+    {'f', "format", "FORMAT", "output format; default by the ending of the output file:"},
+    {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
+    {'b', "band", "LINES",
+     "lines worked on at a time, 1..65536, as far as memory allows;\n"
+     "default what 256 KiB hold. The result is always the same"},
+    {'m', "memory", "SIZE",
+     "memory to keep within, such as 64M, at least 20M; default 256M.\n"
+     "Pages that are kept in temporary files do not count"},
+    {'P', "pages", "LIST",
+     "only these pages, such as 1-10,15,20-; the others are\n"
+     "read past and have to be sound all the same"},
+    {'p', "progress", "=json",
+     "show progress even when standard error is no terminal, or\n"
+     "print it as lines of JSON"},
+    {'q', "quiet", nullptr, "never show progress"},
+    {'s', "stats", nullptr,
+     "at the end, tell on standard error how many pages and bytes\n"
+     "there were, the time in the library and in files, and the\n"
+     "most memory that was in use"},
+    {'j', "json", nullptr, "print a JSON array"},
+    {'h', "help", nullptr, "print this help"},
+};
+
+constexpr Path infoPaths[] = {&Job::inPath};
+constexpr Path chainPaths[] = {&Job::chainText, &Job::inPath, &Job::outPath};
+constexpr Path comparePaths[] = {&Job::inPath, &Job::otherPath, &Job::outPath};
+
+constexpr Command commandTable[] = {
+    {"chain", " CHAIN [IN [OUT]]", "several operations, one after the other",
+     "A chain is a list of steps between colons that stand alone: an operation, then its\n"
+     "parameters as name=value, or as a name alone where there is no value. The value of the "
+     "first\n"
+     "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
+     "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"
+     "line. Lines pass from step to step: no page is stored but by the operations that say so.",
+     "gcfbmPpqsh",
+     "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm", run,
+     chainPaths, 1},
+    {"info", " [IN]", "the pages of a stream",
+     "Each page is read to its end before a line tells its number, format, size and kind; a last\n"
+     "line tells how many pages there were. An error leaves the JSON array without its end. IN is\n"
+     "a file; '-', or leaving it out, means standard input.",
+     "mPjh", "rast info in.ppm", info, infoPaths},
+    {"compare", " A B [DIFFERENCE]", "the differences between two streams",
+     "For each page a line tells that it is equal in both; or its first sample that differs, with\n"
+     "the value in A and in B, how many samples differ, by how much at most, and the peak\n"
+     "signal-to-noise ratio for a peak of 255; or that sizes or kinds differ, or that one stream\n"
+     "does not have the page. Lines and columns count from 1. DIFFERENCE gets a page of absolute\n"
+     "differences for each page that has the same size and kind in both; it is not written if "
+     "none\n"
+     "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
+     "status is 0 when all pages are equal and 1 when some are not.",
+     "fbmPh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
+    {"ops", "", "the operations there are",
+     "A line for each tells its summary and the pages it takes; JSON also tells its parameters:\n"
+     "kind, limits or values, default if there is one, and whether one is required.",
+     "jh", "rast ops --json", listOperations},
+};
+
+}  // namespace
+
+std::span<const CommonOption> commonOptions() { return optionTable; }
+
+const char operationLetters[] = "gfbmPpqsh";
+
+std::string optionLetters(const Operation& operation) {
+  return takesPage(operation, false) ? operationLetters : operationLetters + 1;
+}
+
+std::span<const Path> operationPaths() { return std::span(chainPaths).subspan(1); }
+
+std::span<const Command> commands() { return commandTable; }
+
+const Command* findCommand(const std::string& name) {
+  const auto found = std::ranges::find(commandTable, name, &Command::name);
+  return found != std::end(commandTable) ? found : nullptr;
+}
+
+const Operation& operationNamed(const std::string& name) {
+  std::vector<std::string> others = {"help", "manual"};
+  for (const Command& command : commandTable) others.emplace_back(command.name);
+  return requireOperation(name, others);
+}

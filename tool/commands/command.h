@@ -1,0 +1,52 @@
+// The commands that are no operations, and the options that commands and operations share.
+#ifndef RAST_TOOL_COMMAND_H
+#define RAST_TOOL_COMMAND_H
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+#include "commands/job.h"
+#include "operations/operations.h"
+
+struct CommonOption {
+  char letter;
+  const char* name;
+  const char* argument;  // null for a switch; with an equals sign in front, it may be left out
+  const char* help;
+
+  bool takesWord() const { return argument != nullptr && *argument != '='; }
+};
+
+std::span<const CommonOption> commonOptions();
+
+// The letters of the common options for operations; --gray is refused where it makes no sense.
+extern const char operationLetters[];
+std::string optionLetters(const Operation& operation);
+
+using Path = std::string Job::*;
+
+// What operations take as operands.
+std::span<const Path> operationPaths();
+
+struct Command {
+  const char* name;
+  const char* operands;
+  const char* summary;
+  const char* details;
+  const char* letters;  // of the common options that it takes
+  const char* example;
+  ExitCode (*carryOut)(const Job& job);
+  std::span<const Path> paths = {};  // in the order of operands
+  std::size_t requiredPaths = 0;
+};
+
+std::span<const Command> commands();
+
+// Null when there is no such command.
+const Command* findCommand(const std::string& name);
+
+// The one of that name; the failure suggests commands too.
+const Operation& operationNamed(const std::string& name);
+
+#endif

@@ -1,0 +1,165 @@
+#include "commands/compare.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <iomanip>
+#include <ios>
+#include <optional>
+
+#include "commands/page_list.h"
+#include "formats/output.h"
+#include "steps/planes.h"
+
+namespace {
+
+// The samples in which two pages of the same kind and size differ.
+class Difference {
+ public:
+  explicit Difference(const PageHead& head) : head_(head) {}
+
+  // The next samples of both; the absolute differences take the place of the first page's.
+  void add(std::uint8_t* a, const std::uint8_t* b, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i, ++samples_) {
+      const int distance = std::abs(a[i] - b[i]);
+      if (distance != 0) {
+        if (count_++ == 0) first_ = {samples_, a[i], b[i]};
+        largest_ = std::max(largest_, distance);
+        squares_ += static_cast<std::uint64_t>(distance * distance);
+      }
+      a[i] = static_cast<std::uint8_t>(distance);
+    }
+  }
+
+  bool isNone() const { return count_ == 0; }
+
+  std::string describe() const {
+    if (isNone()) return "equal";
+    constexpr const char* components[] = {"red", "green", "blue"};
+    constexpr double peak = 255;
+    const std::uint64_t place = first_.index % head_.lineBytes();
+    const double meanSquare = static_cast<double>(squares_) / static_cast<double>(samples_);
+    return join("differs first at line ", first_.index / head_.lineBytes() + 1, ", column ",
+                place / (head_.colour ? 3 : 1) + 1, ", ",
+                head_.colour ? components[place % 3] : "gray", ": ", first_.a, " and ", first_.b,
+                "; ", count_, " of ", samples_, " samples differ by up to ", largest_, ", PSNR ",
+                std::fixed, std::setprecision(2), 10 * std::log10(peak * peak / meanSquare), " dB");
+  }
+
+ private:
+  struct Place {
+    std::uint64_t index;
+    int a;
+    int b;
+  };
+
+  PageHead head_;
+  std::uint64_t samples_ = 0;
+  std::uint64_t count_ = 0;
+  std::uint64_t squares_ = 0;
+  int largest_ = 0;
+  Place first_ = {};
+};
+
+// The picture of differences, if one is wanted.
+class Picture {
+ public:
+  explicit Picture(const Job& job) {
+    if (job.outPath.empty()) return;
+    out_.emplace(job.outPath);
+    writer_ = job.format->makeWriter(*out_);
+  }
+
+  void beginPage(const PageHead& head) {
+    if (!writer_) return;
+    writer_->beginPage(head, nullptr);
+    drawn_ = true;
+  }
+  void writeLines(const std::uint8_t* lines, std::uint32_t count) {
+    if (writer_) writer_->writeLines(lines, count);
+  }
+  // No format knows a file without pages.
+  void commit() {
+    if (!drawn_) return;
+    writer_->finish();
+    out_->commit();
+  }
+
+ private:
+  std::optional<Output> out_;
+  std::unique_ptr<PageWriter> writer_;
+  bool drawn_ = false;
+};
+
+Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::uint32_t wantedLines,
+                          Picture& picture) {
+  const PageHead& head = a.head();
+  const std::uint32_t most = bandLines(in, head, wantedLines);
+  const Bytes linesOfA = makeBytes(most * head.lineBytes());
+  const Bytes linesOfB = makeBytes(most * head.lineBytes());
+  Difference found(head);
+  picture.beginPage(head);
+  for (std::uint32_t done = 0; done < head.height;) {
+    const std::uint32_t count = std::min(most, head.height - done);
+    a.readLines(linesOfA.get(), count);
+    b.readLines(linesOfB.get(), count);
+    found.add(linesOfA.get(), linesOfB.get(), count * head.lineBytes());
+    picture.writeLines(linesOfA.get(), count);
+    done += count;
+  }
+  return found;
+}
+
+std::string sizeAndKind(const PageHead& head) {
+  return join(head.width, " x ", head.height, ' ', head.kind());
+}
+
+}  // namespace
+
+ExitCode compare(const Job& job) {
+  if (job.inPath == "-" && job.otherPath == "-") {
+    fail(ExitCode::usage, "A and B are both standard input; expected a file for one of them");
+  }
+  if (job.outPath == "-") {
+    fail(ExitCode::usage, "standard output is for the report; expected a file for DIFFERENCE");
+  }
+  Input a(job.inPath, job.memory);
+  Input b(job.otherPath, job.memory);
+  Output report("-");
+  Picture picture(job);
+  std::uint64_t count = 0;
+  std::uint64_t different = 0;
+  const auto tell = [&](std::uint64_t page, bool equal, const auto&... parts) {
+    report.write(join("page ", page, ": ", parts..., '\n'));
+    ++count;
+    different += equal ? 0 : 1;
+  };
+  const std::unique_ptr<PageStream> pagesOfA = openPages(a);
+  const std::unique_ptr<PageStream> pagesOfB = openPages(b);
+  for (;;) {
+    const std::unique_ptr<PageReader> pageA = pagesOfA->next();
+    const std::unique_ptr<PageReader> pageB = pagesOfB->next();
+    if (!pageA && !pageB) break;
+    const std::uint64_t page = std::max(a.page(), b.page());
+    const bool isChosen = job.pages.holds(page);
+    if (isChosen && pageA && pageB && pageA->head().hasShapeOf(pageB->head())) {
+      const Difference found = compareSamples(a, *pageA, *pageB, job.bandLines, picture);
+      tell(page, found.isNone(), found.describe());
+      continue;
+    }
+    if (pageA) readPast(a, *pageA);
+    if (pageB) readPast(b, *pageB);
+    if (!isChosen) continue;
+    if (pageA && pageB) {
+      tell(page, false, sizeAndKind(pageA->head()), " in A and ", sizeAndKind(pageB->head()),
+           " in B");
+    } else {
+      tell(page, false, "only in ", pageA ? 'A' : 'B');
+    }
+  }
+  job.pages.checkEnd(a.page() > b.page() ? a : b);
+  picture.commit();
+  report.write(join(count, count == 1 ? " page, " : " pages, ", different, " different\n"));
+  report.commit();
+  return different == 0 ? ExitCode::done : ExitCode::different;
+}

@@ -1,0 +1,12 @@
+// What may come next on a command line, for shells.
+#ifndef RAST_TOOL_COMPLETION_H
+#define RAST_TOOL_COMPLETION_H
+
+#include <span>
+#include <string>
+
+// A line for each candidate that the last word may become: the candidate, a tab and what it means.
+// A line that is a tab alone stands for the names of files.
+std::string completion(std::span<char* const> words);
+
+#endif

@@ -1,0 +1,169 @@
+#include "commands/help.h"
+
+#include <iomanip>
+#include <sstream>
+
+#include "commands/command.h"
+#include "commands/listing.h"
+#include "formats/error.h"
+#include "formats/format.h"
+
+const char purpose[] = "Applies raster filters to page images, or looks into them.";
+
+const char operandsText[] =
+    "IN and OUT are files; '-', or leaving them out, means standard input and output.";
+
+const char filesText[] =
+    "Input is recognised by its content: binary PBM, PGM, PPM and PAM with maximum value 255, and\n"
+    "PNG of up to 8 bits, neither interlaced nor transparent, one image or several in a row"
+#ifdef RAST_HAS_TIFF
+    ";\n"
+    "TIFF of one page or several, gray, RGB, bilevel or with a palette"
+#endif
+#ifdef RAST_HAS_RASTER
+    ";\n"
+    "CUPS and PWG raster, gray or RGB of 8 bits"
+#endif
+    ".\n"
+    "Palettes become RGB. PNG output holds one page, PBM output black and white only. Colour\n"
+    "profiles are not carried over; resolution is, between TIFF and raster. A file is replaced "
+    "only\n"
+    "once its new content is complete.";
+
+const char storedPagesText[] =
+    "Whole pages are kept in unlinked temporary files, in the folder that TMPDIR names, or /tmp.";
+
+namespace {
+
+// Two columns: a term, and help lines that start under each other; below a term that is too long.
+std::string row(const std::string& term, const std::string& text) {
+  constexpr int column = 24;
+  std::ostringstream lines;
+  lines << "  " << std::left << std::setw(column) << term;
+  for (const char c : (term.size() < column ? "" : "\n") + text) {
+    lines << c;
+    if (c == '\n') lines << std::string(column + 2, ' ');
+  }
+  return lines.str() + '\n';
+}
+
+std::string rows(const std::vector<HelpItem>& items) {
+  std::string text;
+  for (const HelpItem& item : items) {
+    text += row(item.names + item.argument,
+                item.text + (item.limits.empty() ? "" : "\n") + item.limits);
+  }
+  return text;
+}
+
+std::string options(const std::string& letters) {
+  return join("\nOptions:\n", rows(optionItems(letters)));
+}
+
+std::string exits() {
+  std::string text = "Exit status:\n";
+  for (const ExitStatus& exit : exitStatuses()) {
+    text += join("  ", exit.status, "  ", exit.meaning, '\n');
+  }
+  return text;
+}
+
+std::string helpOf(const Command& command) {
+  return join("usage: rast ", command.name, " [OPTION]...", command.operands, "\n\n", command.name,
+              ": ", command.summary, ".\n", command.details, '\n', options(command.letters),
+              "\nExample:\n  ", command.example, "\n\n",
+              command.paths.empty() ? "" : join(filesText, "\n\n"), exits());
+}
+
+std::string helpOf(const Operation& operation) {
+  std::string text = join("usage: ", usageOf(operation), "\n\n", headline(operation), ".\n",
+                          operation.details, '\n');
+  if (operation.storesPages) text += join(storedPagesText, '\n');
+  if (!operation.parameters.empty()) text += "\nParameters:\n" + rows(parameterItems(operation));
+  return join(text, options(optionLetters(operation)), "\nExample:\n  ", operation.example, "\n\n",
+              operandsText, '\n', filesText, "\n\n", exits());
+}
+
+}  // namespace
+
+std::vector<HelpItem> parameterItems(const Operation& operation) {
+  std::vector<HelpItem> items;
+  for (const Parameter& p : operation.parameters) {
+    HelpItem item = {join("    --", p.name), "", p.help, ""};
+    if (p.argument != nullptr) {
+      item.argument = join(' ', p.argument);
+      const std::string range = p.read == readNumbers ? join(p.low, "..", p.high) : "";
+      const std::string preset = p.preset == nullptr ? "required"
+                                 : *p.preset != '\0' ? join("default ", p.preset)
+                                                     : "";
+      item.limits = join(range, range.empty() || preset.empty() ? "" : ", ", preset);
+    }
+    items.push_back(item);
+  }
+  return items;
+}
+
+std::vector<HelpItem> optionItems(const std::string& letters) {
+  std::vector<HelpItem> items;
+  for (const CommonOption& o : commonOptions()) {
+    if (letters.find(o.letter) == std::string::npos) continue;
+    HelpItem item = {join('-', o.letter, ", --", o.name), "", o.help, ""};
+    if (o.argument != nullptr) {
+      item.argument = o.takesWord() ? join(' ', o.argument) : join('[', o.argument, ']');
+    }
+    if (o.letter == 'f') {
+      for (const Format& format : formats()) {
+        item.text += join('\n', format.name, ": ", format.endings);
+      }
+    }
+    items.push_back(item);
+  }
+  return items;
+}
+
+std::vector<std::string> usageLines() {
+  std::vector<std::string> lines = {"rast OPERATION [OPTION]... [IN [OUT]]"};
+  for (const Command& command : commands()) {
+    lines.push_back(join("rast ", command.name, " [OPTION]...", command.operands));
+  }
+  lines.insert(lines.end(),
+               {"rast help [COMMAND]", "rast manual rast|rast-ops", "rast --help | --version"});
+  return lines;
+}
+
+std::string usageOf(const Operation& operation) {
+  const bool hasOperand = !operation.parameters.empty() && operation.parameters[0].operand;
+  const std::string operand = hasOperand ? join(' ', operation.parameters[0].argument) : "";
+  return join("rast ", operation.name, operand, " [OPTION]... [IN [OUT]]");
+}
+
+std::vector<ExitStatus> exitStatuses() {
+  return {
+      {0, "done"},
+      {1, "run-time failure; or, without a message, pages that compare found to differ"},
+      {2, "wrong usage, a wrong chain, curve or matrix, or a page of --pages that is not there"},
+      {3, "damaged or truncated input"},
+      {4, "output cannot be written"},
+      {5, "input or conversion not supported"},
+      {6, "more memory needed than --memory allows"},
+  };
+}
+
+std::string help() {
+  std::string text;
+  for (const std::string& line : usageLines()) {
+    text += join(text.empty() ? "usage: " : "       ", line, '\n');
+  }
+  text += join('\n', purpose, "\n\nOperations ('rast help OPERATION' describes one):\n");
+  for (const Operation& operation : operations()) {
+    text += row(operation.name, join(operation.summary, " (", takenPages(operation), ")"));
+  }
+  text += "\nOther commands, which 'rast help' describes too:\n";
+  for (const Command& command : commands()) text += row(command.name, command.summary);
+  return join(text, '\n', operandsText, '\n', filesText, "\n\n", exits());
+}
+
+std::string help(const std::string& name) {
+  const Command* command = findCommand(name);
+  return command != nullptr ? helpOf(*command) : helpOf(operationNamed(name));
+}

@@ -1,0 +1,40 @@
+// What the command tells of itself: the texts that help and manual pages share, and the help.
+#ifndef RAST_TOOL_HELP_H
+#define RAST_TOOL_HELP_H
+
+#include <string>
+#include <vector>
+
+#include "operations/operations.h"
+
+// An option or a parameter, as help shows it.
+struct HelpItem {
+  std::string names;     // "-b, --band"
+  std::string argument;  // " LINES", "[=json]"
+  std::string text;
+  std::string limits;  // "0..255, default 0"
+};
+
+std::vector<HelpItem> parameterItems(const Operation& operation);
+std::vector<HelpItem> optionItems(const std::string& letters);
+
+// Usage, a line each.
+std::vector<std::string> usageLines();
+std::string usageOf(const Operation& operation);
+
+extern const char purpose[];
+extern const char operandsText[];
+extern const char filesText[];
+extern const char storedPagesText[];
+
+struct ExitStatus {
+  int status;
+  const char* meaning;
+};
+
+std::vector<ExitStatus> exitStatuses();
+
+std::string help();
+std::string help(const std::string& name);
+
+#endif

@@ -1,0 +1,36 @@
+#include "commands/info.h"
+
+#include "commands/page_list.h"
+#include "formats/output.h"
+
+namespace {
+
+std::string describe(std::uint64_t number, const PageReader& page) {
+  const PageHead& head = page.head();
+  return join("page ", number, ": ", page.formatName(), ", ", head.width, " x ", head.height, ", ",
+              head.kind(), '\n');
+}
+
+std::string describeJson(std::uint64_t number, const PageReader& page) {
+  const PageHead& head = page.head();
+  return join(R"({"page": )", number, R"(, "format": ")", page.formatName(), R"(", "width": )",
+              head.width, R"(, "height": )", head.height, R"(, "kind": ")", head.kind(), "\"}");
+}
+
+}  // namespace
+
+// A page is told of only once it is known to be sound.
+ExitCode info(const Job& job) {
+  Input in(job.inPath, job.memory);
+  Output out("-");
+  std::uint64_t count = 0;
+  everyPage(in, *openPages(in), job.pages, [&](PageReader& page) {
+    readPast(in, page);
+    if (job.json) out.write(count == 0 ? "[\n" : ",\n");
+    out.write(job.json ? describeJson(in.page(), page) : describe(in.page(), page));
+    ++count;
+  });
+  out.write(job.json ? "\n]\n" : join(count, count == 1 ? " page\n" : " pages\n"));
+  out.commit();
+  return ExitCode::done;
+}

@@ -1,0 +1,15 @@
+// Tells what operations there are.
+#ifndef RAST_TOOL_LISTING_H
+#define RAST_TOOL_LISTING_H
+
+#include <string>
+
+#include "commands/job.h"
+#include "formats/error.h"
+
+// Name, summary and what pages it takes.
+std::string headline(const Operation& operation);
+
+ExitCode listOperations(const Job& job);
+
+#endif

@@ -1,0 +1,51 @@
+// Which pages of a stream are meant.
+#ifndef RAST_TOOL_PAGE_LIST_H
+#define RAST_TOOL_PAGE_LIST_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "formats/input.h"
+#include "formats/page.h"
+
+class PageList {
+ public:
+  // All of them.
+  PageList() : ranges_{{1, open}} {}
+  // A list such as "1-10,15,20-", whose ranges may overlap.
+  explicit PageList(const std::string& text);
+
+  bool holds(std::uint64_t page) const;
+  // None where that depends on the stream.
+  std::optional<std::uint64_t> count() const;
+
+  // At the end of the stream: refuses a list that names pages beyond.
+  void checkEnd(const Input& in) const;
+
+ private:
+  static constexpr std::uint64_t open = UINT64_MAX;
+  struct Range {
+    std::uint64_t first;
+    std::uint64_t last;  // open: the last one of the stream
+  };
+
+  std::vector<Range> ranges_;
+};
+
+// Acts on the chosen pages of the stream and reads past the others.
+template <class Act>
+void everyPage(Input& in, PageStream& stream, const PageList& pages, const Act& act) {
+  while (const std::unique_ptr<PageReader> page = stream.next()) {
+    if (pages.holds(in.page())) {
+      act(*page);
+    } else {
+      readPast(in, *page);
+    }
+  }
+  pages.checkEnd(in);
+}
+
+#endif

@@ -1,0 +1,92 @@
+#include "commands/print_filter.h"
+
+#include <cups/cups.h>
+#include <cups/ppd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "commands/run.h"
+#include "formats/error.h"
+#include "progress/progress.h"
+
+namespace {
+
+constexpr char chainOption[] = "rast-chain";
+
+class Options {
+ public:
+  explicit Options(const char* text) : count_(cupsParseOptions(text, 0, &options_)) {}
+  ~Options() { cupsFreeOptions(count_, options_); }
+  Options(const Options&) = delete;
+  Options& operator=(const Options&) = delete;
+
+  // Empty if not given.
+  std::string get(const char* name) const {
+    const char* value = cupsGetOption(name, count_, options_);
+    return value != nullptr ? value : "";
+  }
+
+ private:
+  cups_option_t* options_ = nullptr;
+  int count_;
+};
+
+using Ppd = std::unique_ptr<ppd_file_t, decltype(&ppdClose)>;
+
+// Null where the queue has none.
+Ppd openPpd() {
+  const char* path = std::getenv("PPD");
+  if (path == nullptr || *path == '\0') return {nullptr, ppdClose};
+  Ppd ppd(ppdOpenFile(path), ppdClose);
+  if (!ppd) {
+    int line = 0;
+    const ppd_status_t status = ppdLastError(&line);
+    fail(ExitCode::runTime, path, ", line ", line, ": ", ppdErrorString(status));
+  }
+  return ppd;
+}
+
+struct Given {
+  std::string text;
+  bool byJob;  // and not by the PPD file
+};
+
+// What the job gives, which may be the name of a choice in the PPD file, or the default choice.
+Given chainText(const Options& options) {
+  const std::string given = options.get(chainOption);
+  const Ppd ppd = openPpd();
+  ppd_option_t* const option = ppd ? ppdFindOption(ppd.get(), chainOption) : nullptr;
+  if (option == nullptr) return {given, true};
+  const ppd_choice_t* choice =
+      ppdFindChoice(option, given.empty() ? option->defchoice : given.c_str());
+  // Libcups takes a chain that begins like a custom value for that.
+  if (choice == nullptr || std::string_view(choice->choice) == "Custom") return {given, true};
+  return {choice->code != nullptr ? choice->code : "", false};
+}
+
+}  // namespace
+
+Job printJob(int argc, char** argv) {
+  constexpr int withFile = 7;
+  if (argc != withFile && argc != withFile - 1) {
+    fail(ExitCode::usage, "expected the arguments job user title copies options [file]");
+  }
+  const Options options(argv[5]);
+  Job job;
+  job.carryOut = run;
+  const Given given = chainText(options);
+  job.chainText = given.text;
+  // The filter may be allowed to read files that whoever prints is not.
+  const Files files = given.byJob ? Files::refused : Files::allowed;
+  if (!job.chainText.empty()) job.chain = parseChain(job.chainText, files);
+  if (argc == withFile) job.inPath = argv[6];
+  job.format = findFormat("cups");
+  job.progress = options.get("page-logging") == "off" ? ProgressMode::printQueueUncounted
+                                                      : ProgressMode::printQueue;
+  printError(
+      join("DEBUG: chain: ", job.chainText.empty() ? "none" : printable(job.chainText), '\n'));
+  return job;
+}

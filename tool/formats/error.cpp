@@ -1,0 +1,21 @@
+#include "formats/error.h"
+
+#include <cwchar>
+#include <cwctype>
+
+std::string printable(const std::string& text) {
+  constexpr std::size_t longest = 1000;
+  std::string line;
+  std::mbstate_t state = {};
+  for (std::size_t at = 0; at < text.size();) {
+    if (line.size() > longest) return line + "...";
+    wchar_t character = 0;
+    const std::size_t size = std::mbrtowc(&character, &text[at], text.size() - at, &state);
+    const bool isText =
+        size > 0 && size <= text.size() && std::iswprint(std::wint_t(character)) != 0;
+    line += isText ? text.substr(at, size) : "?";
+    if (!isText) state = {};
+    at += isText ? size : 1;
+  }
+  return line;
+}

@@ -1,0 +1,76 @@
+// The byte stream that pages are read from, and the place in it that messages name.
+#ifndef RAST_TOOL_INPUT_H
+#define RAST_TOOL_INPUT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "formats/error.h"
+#include "formats/file.h"
+
+inline constexpr std::uint64_t defaultMemory = std::uint64_t{256} << 20;
+// What the program and the libraries for page files take of it.
+inline constexpr std::uint64_t memoryForOthers = std::uint64_t{16} << 20;
+
+class Input {
+ public:
+  // "-" is standard input.
+  explicit Input(const std::string& path, std::uint64_t memory = defaultMemory);
+
+  // The next byte, or EOF at the end of the stream. A failing read throws.
+  int get();
+  int peek();
+
+  // As many bytes as there are, up to size; safe inside C callbacks.
+  std::size_t read(std::uint8_t* data, std::size_t size) noexcept;
+
+  // Makes seeking possible, by a temporary copy where the stream is a pipe. At most one byte may have
+  // been peeked at. Offsets count from the place where reading began.
+  void makeSeekable();
+  bool seek(std::uint64_t offset) noexcept;
+  std::uint64_t position() const noexcept;
+  std::uint64_t size() const { return size_.value_or(0); }
+
+  // The part of the stream that is read, 0 to 1; none where its size is not known, or reading goes
+  // back and forth.
+  std::optional<double> portion() const noexcept;
+
+  // What all that is in work of its pages may take, and each of the bands that are in work at once.
+  std::uint64_t memory() const { return memory_; }
+  std::uint64_t memoryCap() const { return memory_ - memoryForOthers; }
+  std::uint64_t memoryForBand() const { return memoryCap() / bands_; }
+  void setBands(std::size_t bands) { bands_ = bands; }
+  // Tells what needs so many bytes in each band, more than there are.
+  [[noreturn]] void failMemory(std::uint64_t line, const std::string& what,
+                               std::uint64_t bytes) const;
+
+  std::uint64_t page() const { return page_; }
+  void startPage() { ++page_; }
+
+  // Line 0 stands for the page as a whole.
+  template <class... Parts>
+  [[noreturn]] void fail(ExitCode code, std::uint64_t line, const Parts&... parts) const {
+    ::fail(code, place(line), ": ", parts...);
+  }
+
+  // After a read that came back short: tells a failing device from a file that ends early.
+  [[noreturn]] void failShort(std::uint64_t line, const std::string& expected) const;
+
+ private:
+  std::string place(std::uint64_t line) const;
+  void measure();
+
+  std::string name_;
+  std::uint64_t memory_;
+  std::size_t bands_ = 1;
+  File file_;
+  std::uint64_t start_ = 0;
+  std::optional<std::uint64_t> size_;  // of a regular file, from the start on
+  std::uint64_t page_ = 0;
+  int error_ = 0;
+  bool sought_ = false;
+};
+
+#endif

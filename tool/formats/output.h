@@ -1,0 +1,77 @@
+// The byte stream that pages are written to. A regular file appears under its name only when whole.
+#ifndef RAST_TOOL_OUTPUT_H
+#define RAST_TOOL_OUTPUT_H
+
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "formats/error.h"
+#include "formats/file.h"
+
+class Output {
+ public:
+  // "-" is standard output. Devices and pipes are written straight.
+  explicit Output(const std::string& path);
+  ~Output();
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  // False when the bytes did not go out; safe inside C callbacks.
+  bool tryWrite(const void* data, std::size_t size) noexcept;
+  void write(const void* data, std::size_t size);
+  void write(const std::string& text) { write(text.data(), text.size()); }
+
+  // For writers that go back and forth: what is written straight is kept in a temporary file
+  // until it is complete. To be called before anything is written. Safe inside C callbacks are
+  // seek, position and readBack.
+  void makeSeekable();
+  bool seek(std::uint64_t offset) noexcept;
+  std::uint64_t position() const noexcept;
+  std::size_t readBack(void* data, std::size_t size) noexcept;
+
+  // Makes everything written so far durable and gives it the final name. Of a file that was there
+  // before, the mode is kept; its owner and other links to it are not.
+  void commit();
+
+  template <class... Parts>
+  [[noreturn]] void fail(ExitCode code, const Parts&... parts) const {
+    ::fail(code, name_, ": ", parts...);
+  }
+
+  // Reports the write that failed last.
+  [[noreturn]] void failWrite() const;
+
+ private:
+  void openTemporary(unsigned mode);
+  void copyStraight();
+  void dropTemporary() noexcept;
+
+  std::string name_;
+  std::string final_;
+  std::string temporary_;  // empty when written straight, or once renamed
+  File file_;
+  File straight_;  // where the content of file_ goes at the end, if that is a stand-in
+  int error_ = 0;
+};
+
+// Text for standard output.
+void print(const std::string& text);
+
+// Keeps those signals waiting that would leave a file behind.
+class FatalSignalsBlocked {
+ public:
+  FatalSignalsBlocked();
+  ~FatalSignalsBlocked();
+  FatalSignalsBlocked(const FatalSignalsBlocked&) = delete;
+  FatalSignalsBlocked& operator=(const FatalSignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+// Lets SIGINT, SIGTERM and SIGHUP remove the temporary file before they end the process.
+void removeTemporaryOnSignals();
+
+#endif

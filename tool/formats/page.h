@@ -1,0 +1,98 @@
+// Pages as they come from a file and go to one: lines of 8-bit samples, R G B interleaved if
+// colour.
+#ifndef RAST_TOOL_PAGE_H
+#define RAST_TOOL_PAGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "formats/input.h"
+#include "formats/output.h"
+
+// Pixels to the inch; 0 where it is not known.
+struct Resolution {
+  double x = 0;
+  double y = 0;
+};
+
+struct PageHead {
+  std::uint32_t width;
+  std::uint32_t height;
+  bool colour;
+  Resolution resolution = {};
+  bool turned = false;  // from what it was in the file, so that its sides are others now
+
+  bool hasShapeOf(const PageHead& other) const {
+    return width == other.width && height == other.height && colour == other.colour;
+  }
+  const char* kind() const { return colour ? "RGB" : "gray"; }
+  std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
+  // What a line takes while in work: as input planes, as output planes, and colour as stored.
+  std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 9 : 2); }
+};
+
+// The one gate for sizes, of pages that come from a file and of those that become of them: refuses
+// what is empty or absurd, and lines that alone are above the cap of the input.
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
+                     const char* page = "page");
+
+// Whatever the cap, the offsets inside a plane stay below 2^31.
+inline constexpr std::uint64_t longestBand = std::uint64_t{1} << 30;
+
+// The lines that are quick to work on at a time: what they take stays in the processor's cache.
+std::uint32_t quickLines(const PageHead& head);
+
+// The lines of a band: as many as wanted, or quick where none are, as far as there are and the
+// input's cap allows. At least one, or the page is refused.
+std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted = 0);
+
+// What is done about a page with transparency.
+struct Transparency {
+  const char* hint = "flatten it onto a background";
+  std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is refused
+};
+
+// The page header of a raster stream.
+struct RasterHeader;
+
+class PageReader {
+ public:
+  virtual ~PageReader() = default;
+  virtual const PageHead& head() const = 0;
+  virtual const char* formatName() const = 0;
+  // The next count lines; the last line also reads what closes the image.
+  virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
+  // How many of it are to be printed.
+  virtual std::uint32_t copies() const { return 1; }
+  // What a raster stream says of the page besides; null in other formats.
+  virtual const RasterHeader* rasterHeader() const { return nullptr; }
+};
+
+// The pages of a stream, one after the other.
+class PageStream {
+ public:
+  virtual ~PageStream() = default;
+  // The next page, or null after the last. The page before has to be read to its end, and gone.
+  virtual std::unique_ptr<PageReader> next() = 0;
+};
+
+// A stream without pages is an error.
+std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {});
+
+// Reads a page that nothing is wanted of but that it is sound.
+void readPast(const Input& in, PageReader& page);
+
+class PageWriter {
+ public:
+  virtual ~PageWriter() = default;
+  // The raster header is that of the page which this one was made of, if it had one.
+  virtual void beginPage(const PageHead& head, const RasterHeader* header) = 0;
+  // The next count lines; the last line also writes what closes the image.
+  virtual void writeLines(const std::uint8_t* lines, std::uint32_t count) = 0;
+  // After the last page: writes what closes the file.
+  virtual void finish() {}
+};
+
+#endif

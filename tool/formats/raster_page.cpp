@@ -1,0 +1,451 @@
+#include "formats/raster_page.h"
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <span>
+#include <vector>
+
+namespace {
+
+using Page = cups_page_header2_t;
+
+struct Closes {
+  void operator()(cups_raster_t* raster) const { cupsRasterClose(raster); }
+};
+using Raster = std::unique_ptr<cups_raster_t, Closes>;
+
+constexpr const char* spaceNames[] = {"W",     "RGB",  "RGBA",    "K",      "CMY",    "YMC",
+                                      "CMYK",  "YMCK", "KCMY",    "KCMYcm", "GMCK",   "GMCS",
+                                      "WHITE", "GOLD", "SILVER",  "CIEXYZ", "CIELab", "RGBW",
+                                      "SW",    "SRGB", "ADOBERGB"};
+
+constexpr bool isGraySpace(unsigned space) {
+  return space == CUPS_CSPACE_W || space == CUPS_CSPACE_K || space == CUPS_CSPACE_SW;
+}
+
+constexpr bool isRgbSpace(unsigned space) {
+  return space == CUPS_CSPACE_RGB || space == CUPS_CSPACE_SRGB || space == CUPS_CSPACE_ADOBERGB;
+}
+
+// Empty if there is no such colour space.
+std::string nameOfSpace(unsigned space) {
+  if (space < std::size(spaceNames)) return spaceNames[space];
+  if (space >= CUPS_CSPACE_ICC1 && space <= CUPS_CSPACE_ICCF) return join("ICC", space - 31);
+  if (space >= CUPS_CSPACE_DEVICE1 && space <= CUPS_CSPACE_DEVICEF) {
+    return join("DEVICE", space - 47);
+  }
+  return "";
+}
+
+// A file may hold numbers that an enumeration does not have, so none is read as one.
+template <class Field>
+unsigned numberIn(const Field& field) {
+  static_assert(sizeof(Field) == sizeof(unsigned));
+  unsigned number = 0;
+  std::memcpy(&number, &field, sizeof number);
+  return number;
+}
+
+bool isPwg(const Page& page) {
+  return std::strncmp(page.MediaClass, "PwgRaster", sizeof page.MediaClass) == 0;
+}
+
+// The samples of K count ink.
+std::uint8_t inversionOf(const Page& page) {
+  return numberIn(page.cupsColorSpace) == CUPS_CSPACE_K ? 0xFF : 0;
+}
+
+std::string libraryError() {
+  const char* const text = cupsRasterErrorString();
+  return text != nullptr ? text : "no reason given";
+}
+
+// Turns the numbers of a page header to the other byte order. Version 1 leaves the end out.
+void swapNumbers(std::span<std::uint8_t> header) {
+  const std::size_t end = std::min(header.size(), offsetof(Page, cupsString));
+  for (std::size_t at = offsetof(Page, AdvanceDistance); at < end; at += 4) {
+    std::ranges::reverse(header.subspan(at, 4));
+  }
+}
+
+// What the file says of a page, in the order of this machine.
+Page decoded(std::span<const std::uint8_t> raw, bool swapped) {
+  std::array<std::uint8_t, sizeof(Page)> bytes = {};
+  std::ranges::copy(raw, bytes.begin());
+  if (swapped) swapNumbers(std::span(bytes).first(raw.size()));
+  Page page;
+  std::memcpy(&page, bytes.data(), sizeof page);
+  return page;
+}
+
+// First what makes it no page header at all, as after the last page, then what is not supported.
+PageHead judged(const Input& in, const Page& page) {
+  const unsigned bits = page.cupsBitsPerColor;
+  const unsigned order = numberIn(page.cupsColorOrder);
+  const unsigned space = numberIn(page.cupsColorSpace);
+  const std::string name = nameOfSpace(space);
+  if ((bits != 1 && bits != 2 && bits != 4 && bits != 8 && bits != 16) ||
+      order > CUPS_ORDER_PLANAR || name.empty()) {
+    in.fail(ExitCode::damaged, 0, "no page header: ", bits, " bits a colour, order ", order,
+            " and colour space ", space, "; expected 8 bits, order 0 and gray or RGB");
+  }
+  const auto refuse = [&in](const std::string& what, const char* hint) {
+    in.fail(ExitCode::unsupported, 0, what, " is not supported; ", hint);
+  };
+  if (!isGraySpace(space) && !isRgbSpace(space)) {
+    refuse(join("raster in colour space ", space, " (", name, ")"), "render it in gray or RGB");
+  }
+  if (bits != 8) refuse(join(bits, "-bit raster"), "render it with 8 bits a colour");
+  const bool colour = isRgbSpace(space);
+  if (colour && order != CUPS_ORDER_CHUNKED) {
+    refuse(order == CUPS_ORDER_BANDED ? "banded raster" : "planar raster",
+           "render it in chunky order");
+  }
+
+  PageHead head = checkedHead(in, page.cupsWidth, page.cupsHeight, colour);
+  head.resolution = {double(page.HWResolution[0]), double(page.HWResolution[1])};
+  const unsigned colours = colour ? 3 : 1;
+  if (page.cupsBitsPerPixel != 8 * colours ||
+      (page.cupsNumColors != 0 && page.cupsNumColors != colours)) {
+    in.fail(ExitCode::damaged, 0, page.cupsBitsPerPixel, " bits a pixel and ", page.cupsNumColors,
+            " colours in colour space ", name, "; expected ", 8 * colours, " and ", colours);
+  }
+  // Lines are padded to blocks of memory at most. Libcups takes none that end inside a pixel.
+  constexpr std::size_t longestPadding = 4096;
+  const std::size_t stored = page.cupsBytesPerLine;
+  if (stored < head.lineBytes() || stored - head.lineBytes() > longestPadding ||
+      stored % colours != 0) {
+    in.fail(ExitCode::damaged, 0, "lines of ", stored, " bytes, expected ", head.lineBytes());
+  }
+  return head;
+}
+
+// What libcups reads: what was read ahead of it, then the stream.
+struct Source {
+  Input& in;
+  std::span<const std::uint8_t> ahead = {};
+  bool compressed = false;
+  bool ended = false;
+};
+
+ssize_t onRead(void* context, unsigned char* data, std::size_t size) noexcept {
+  auto& source = *static_cast<Source*>(context);
+  if (!source.ahead.empty()) {
+    const auto now = source.ahead.first(std::min(size, source.ahead.size()));
+    std::ranges::copy(now, data);
+    source.ahead = source.ahead.subspan(now.size());
+    return static_cast<ssize_t>(now.size());
+  }
+  // In compressed streams, only the buffer of libcups is longer than a header. Filled byte by byte
+  // it never holds anything of the next page.
+  if (source.compressed && size > sizeof(Page)) size = 1;
+  const std::size_t got = source.in.read(data, size);
+  source.ended = got != size;
+  return static_cast<ssize_t>(got);
+}
+
+class RasterReader final : public PageReader {
+ public:
+  RasterReader(Source& source, cups_raster_t* raster, const PageHead& head, const Page& page)
+      : source_(source), raster_(raster), head_(head), header_{page} {
+    if (page.cupsBytesPerLine != head.lineBytes()) padded_.resize(page.cupsBytesPerLine);
+  }
+
+  const PageHead& head() const override { return head_; }
+  const char* formatName() const override {
+    return isPwg(header_.page) ? "PWG raster" : "CUPS raster";
+  }
+  std::uint32_t copies() const override { return std::max(header_.page.NumCopies, 1U); }
+  const RasterHeader* rasterHeader() const override { return &header_; }
+
+  void readLines(std::uint8_t* lines, std::uint32_t count) override {
+    const std::size_t lineBytes = head_.lineBytes();
+    const std::uint8_t inversion = inversionOf(header_.page);
+    for (std::uint8_t* const end = lines + count * lineBytes; lines != end; lines += lineBytes) {
+      readStored(padded_.empty() ? lines : padded_.data());
+      if (!padded_.empty()) std::copy_n(padded_.begin(), lineBytes, lines);
+      if (inversion == 0) continue;
+      for (std::uint8_t& sample : std::span(lines, lineBytes)) sample ^= inversion;
+    }
+  }
+
+ private:
+  void readStored(std::uint8_t* line) {
+    ++line_;
+    const unsigned size = header_.page.cupsBytesPerLine;
+    if (cupsRasterReadPixels(raster_, line, size) == size) return;
+    if (!source_.ended) source_.in.fail(ExitCode::damaged, line_, "damaged: ", libraryError());
+    source_.in.failShort(line_, join(head_.height, " lines of ", size, " bytes"));
+  }
+
+  Source& source_;
+  cups_raster_t* raster_;
+  PageHead head_;
+  RasterHeader header_;
+  std::vector<std::uint8_t> padded_;  // one line as stored; empty where that is as wanted
+  std::uint64_t line_ = 0;
+};
+
+class RasterStream final : public PageStream {
+ public:
+  explicit RasterStream(Input& in) : source_{in} {
+    std::array<std::uint8_t, 4> sync = {};
+    readAhead(sync, "a raster stream");
+    switch (numberIn(sync)) {
+      case CUPS_RASTER_REVSYNCv1:
+        swapped_ = true;
+        [[fallthrough]];
+      case CUPS_RASTER_SYNCv1:
+        headerBytes_ = sizeof(cups_page_header_t);
+        break;
+      case CUPS_RASTER_REVSYNCv2:
+        swapped_ = true;
+        [[fallthrough]];
+      case CUPS_RASTER_SYNCv2:
+        source_.compressed = true;
+        break;
+      case CUPS_RASTER_REVSYNC:
+        swapped_ = true;
+        [[fallthrough]];
+      case CUPS_RASTER_SYNC:
+        break;
+      default:
+        in.fail(ExitCode::unsupported, 0,
+                "no known kind of page image; expected raster to begin with RaSt, RaS2 or RaS3");
+    }
+    raster_.reset(cupsRasterOpenIO(onRead, &source_, CUPS_RASTER_READ));
+    if (!raster_) throw std::bad_alloc();
+  }
+  RasterStream(const RasterStream&) = delete;
+  RasterStream& operator=(const RasterStream&) = delete;
+
+  std::unique_ptr<PageReader> next() override {
+    Input& in = source_.in;
+    if (in.peek() == EOF) {
+      if (in.page() == 0) in.failShort(0, "at least one page");
+      return nullptr;
+    }
+    in.startPage();
+    std::array<std::uint8_t, sizeof(Page)> buffer;
+    const auto raw = std::span(buffer).first(headerBytes_);
+    readAhead(raw, join("a page header of ", headerBytes_, " bytes"));
+    // Before libcups sees it, which allocates what it says.
+    Page page = decoded(raw, swapped_);
+    const PageHead head = judged(in, page);
+    if (cupsRasterReadHeader2(raster_.get(), &page) == 0) {
+      in.fail(ExitCode::damaged, 0, "damaged page header: ", libraryError());
+    }
+    return std::make_unique<RasterReader>(source_, raster_.get(), head, page);
+  }
+
+ private:
+  void readAhead(std::span<std::uint8_t> bytes, const std::string& expected) {
+    if (source_.in.read(bytes.data(), bytes.size()) != bytes.size()) {
+      source_.in.failShort(0, expected);
+    }
+    source_.ahead = bytes;
+  }
+
+  Source source_;
+  Raster raster_;
+  bool swapped_ = false;
+  std::size_t headerBytes_ = sizeof(Page);
+};
+
+struct Sink {
+  Output& out;
+  bool failed = false;
+  const Page* pwgPage = nullptr;  // whose header libcups is about to write
+};
+
+// Libcups makes up the numbers that PWG has in the fields of vendors, and leaves their data out.
+void putVendorFields(const Page& page, unsigned char* header) {
+  constexpr std::size_t begin = offsetof(Page, cupsInteger);
+  std::array<std::uint8_t, sizeof(Page)> bytes;
+  std::memcpy(bytes.data(), &page, sizeof page);
+  if (std::endian::native == std::endian::little) swapNumbers(bytes);
+  std::memcpy(header + begin, &bytes[begin], offsetof(Page, cupsMarkerType) - begin);
+}
+
+ssize_t onWrite(void* context, unsigned char* data, std::size_t size) noexcept {
+  auto& sink = *static_cast<Sink*>(context);
+  if (sink.pwgPage != nullptr && size == sizeof(Page)) putVendorFields(*sink.pwgPage, data);
+  if (sink.out.tryWrite(data, size)) return static_cast<ssize_t>(size);
+  sink.failed = true;
+  return -1;
+}
+
+// A resolution that a header can hold, or 0.
+unsigned wholeResolution(double dots) {
+  return dots >= 1 && dots <= UINT32_MAX ? static_cast<unsigned>(std::llround(dots)) : 0;
+}
+
+// The same length to less than a pixel. Where no resolution is known, pixels are compared.
+bool isSameLength(unsigned pixels, unsigned dots, unsigned otherPixels, unsigned otherDots) {
+  const double unit = std::max(dots, 1U);
+  return std::abs(pixels - otherPixels * (unit / std::max(otherDots, 1U))) < 1;
+}
+
+double points(unsigned pixels, unsigned dots) {
+  return dots == 0 ? 0 : std::min<double>(pixels * 72.0 / dots, UINT32_MAX);
+}
+
+// Of a page that is printed as a whole.
+void setPageSize(Page& page, bool pwg) {
+  const unsigned pixels[] = {page.cupsWidth, page.cupsHeight};
+  std::ranges::fill(page.Margins, 0U);
+  std::ranges::fill(page.ImagingBoundingBox, 0U);
+  std::ranges::fill(page.cupsImagingBBox, 0.0F);
+  std::ranges::fill(page.cupsPageSizeName, '\0');
+  for (std::size_t i = 0; i < 2; ++i) {
+    const double length = points(pixels[i], page.HWResolution[i]);
+    page.cupsPageSize[i] = static_cast<float>(length);
+    page.PageSize[i] = static_cast<unsigned>(std::llround(length));
+    if (pwg) continue;  // which has no box in points
+    page.cupsImagingBBox[2 + i] = page.cupsPageSize[i];
+    page.ImagingBoundingBox[2 + i] = page.PageSize[i];
+  }
+}
+
+// Everything is carried over that still holds:
+// - the colour space, if it fits the kind of the page (and PWG, which has no W)
+// - the page size, its name, margins and boxes, if the page is as large as before, in whatever
+//   resolution, and was not turned; otherwise the page becomes just what the pixels cover
+// - not how many pages there are, which may have been chosen
+// - between CUPS and PWG, not the vendor's fields, in which one has its own numbers, nor the names
+//   of page sizes, which differ
+Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg) {
+  const Page before = from != nullptr ? from->page : Page{};
+  const bool alien = from == nullptr || isPwg(before) != pwg;
+  Page page = before;
+  if (from == nullptr) page.NumCopies = 1;
+  if (alien) {
+    std::ranges::fill(page.MediaClass, '\0');
+    std::ranges::fill(page.cupsInteger, 0U);
+    std::ranges::fill(page.cupsReal, 0.0F);
+    std::memset(page.cupsString, 0, sizeof page.cupsString);
+  }
+
+  page.cupsWidth = head.width;
+  page.cupsHeight = head.height;
+  page.cupsNumColors = head.colour ? 3 : 1;
+  page.cupsBitsPerColor = 8;
+  page.cupsBitsPerPixel = 8 * page.cupsNumColors;
+  page.cupsBytesPerLine = static_cast<unsigned>(head.lineBytes());
+  page.cupsColorOrder = CUPS_ORDER_CHUNKED;
+  const unsigned space = numberIn(before.cupsColorSpace);
+  const bool fits = head.colour ? isRgbSpace(space) : isGraySpace(space);
+  if (from == nullptr || !fits || (pwg && space == CUPS_CSPACE_W)) {
+    page.cupsColorSpace = head.colour ? CUPS_CSPACE_SRGB : CUPS_CSPACE_SW;
+  }
+
+  constexpr unsigned usualResolution = 300;
+  const double dots[] = {head.resolution.x, head.resolution.y};
+  for (std::size_t i = 0; i < 2; ++i) {
+    if (const unsigned whole = wholeResolution(dots[i])) page.HWResolution[i] = whole;
+    if (page.HWResolution[i] == 0 && (from == nullptr || pwg)) {
+      page.HWResolution[i] = usualResolution;
+    }
+  }
+  if (alien || head.turned ||
+      !isSameLength(page.cupsWidth, page.HWResolution[0], before.cupsWidth,
+                    before.HWResolution[0]) ||
+      !isSameLength(page.cupsHeight, page.HWResolution[1], before.cupsHeight,
+                    before.HWResolution[1])) {
+    setPageSize(page, pwg);
+  }
+  if (!pwg) return page;
+
+  if (alien) {
+    page.cupsInteger[CUPS_RASTER_PWG_CrossFeedTransform] = 1;
+    page.cupsInteger[CUPS_RASTER_PWG_FeedTransform] = 1;
+    page.cupsInteger[CUPS_RASTER_PWG_AlternatePrimary] = 0xFFFFFF;
+  }
+  page.cupsInteger[CUPS_RASTER_PWG_TotalPageCount] = 0;
+  if (alien || page.cupsWidth != before.cupsWidth || page.cupsHeight != before.cupsHeight) {
+    page.cupsInteger[CUPS_RASTER_PWG_ImageBoxLeft] = 0;
+    page.cupsInteger[CUPS_RASTER_PWG_ImageBoxTop] = 0;
+    page.cupsInteger[CUPS_RASTER_PWG_ImageBoxRight] = page.cupsWidth;
+    page.cupsInteger[CUPS_RASTER_PWG_ImageBoxBottom] = page.cupsHeight;
+  }
+  // Libcups copies these as strings.
+  for (const std::span<char> text :
+       {std::span(page.MediaColor), std::span(page.MediaType), std::span(page.OutputType),
+        std::span(page.cupsRenderingIntent), std::span(page.cupsPageSizeName)}) {
+    text.back() = '\0';
+  }
+  return page;
+}
+
+class RasterWriter final : public PageWriter {
+ public:
+  RasterWriter(Output& out, bool pwg) : sink_{out}, pwg_(pwg) {
+    raster_.reset(
+        cupsRasterOpenIO(onWrite, &sink_, pwg ? CUPS_RASTER_WRITE_PWG : CUPS_RASTER_WRITE));
+    if (sink_.failed) out.failWrite();
+    if (!raster_) throw std::bad_alloc();
+  }
+  RasterWriter(const RasterWriter&) = delete;
+  RasterWriter& operator=(const RasterWriter&) = delete;
+
+  void beginPage(const PageHead& head, const RasterHeader* header) override {
+    if (head.lineBytes() > INT32_MAX) {
+      sink_.out.fail(ExitCode::unsupported, "raster holds lines of up to ", INT32_MAX,
+                     " bytes and a page has ", head.lineBytes());
+    }
+    Page page = headerFor(head, header, pwg_);
+    inversion_ = inversionOf(page);
+    line_.resize(head.lineBytes());
+    if (pwg_) sink_.pwgPage = &page;
+    const bool written = cupsRasterWriteHeader2(raster_.get(), &page) != 0;
+    sink_.pwgPage = nullptr;
+    check(written);
+  }
+
+  // Line by line from a copy, because libcups takes no constant.
+  void writeLines(const std::uint8_t* lines, std::uint32_t count) override {
+    const auto size = static_cast<unsigned>(line_.size());
+    for (std::uint32_t i = 0; i < count; ++i, lines += size) {
+      std::transform(lines, lines + size, line_.begin(), [this](std::uint8_t sample) {
+        return static_cast<std::uint8_t>(sample ^ inversion_);
+      });
+      check(cupsRasterWritePixels(raster_.get(), line_.data(), size) == size);
+    }
+  }
+
+  void finish() override {
+    raster_.reset();
+    check(true);
+  }
+
+ private:
+  void check(bool written) const {
+    if (sink_.failed) sink_.out.failWrite();
+    if (!written) sink_.out.fail(ExitCode::runTime, "the raster encoder failed: ", libraryError());
+  }
+
+  Sink sink_;
+  bool pwg_;
+  Raster raster_;
+  std::uint8_t inversion_ = 0;
+  std::vector<std::uint8_t> line_;
+};
+
+}  // namespace
+
+std::unique_ptr<PageStream> openRaster(Input& in) { return std::make_unique<RasterStream>(in); }
+
+std::unique_ptr<PageWriter> makeCupsWriter(Output& out) {
+  return std::make_unique<RasterWriter>(out, false);
+}
+
+std::unique_ptr<PageWriter> makePwgWriter(Output& out) {
+  return std::make_unique<RasterWriter>(out, true);
+}

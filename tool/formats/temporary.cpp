@@ -1,0 +1,37 @@
+#include "formats/temporary.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "formats/error.h"
+#include "formats/output.h"
+
+namespace {
+
+std::string temporaryFolder() {
+  const char* folder = std::getenv("TMPDIR");
+  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
+}
+
+}  // namespace
+
+void failTemporary(const char* what, int error) {
+  fail(ExitCode::runTime, temporaryFolder(), ": the temporary file cannot be ", what, ": ",
+       std::strerror(error), "; TMPDIR can name another folder");
+}
+
+File openUnlinked() {
+  std::string path = temporaryFolder() + "/rast-XXXXXX";
+  const FatalSignalsBlocked blocked;
+  const int fd = mkostemp(path.data(), O_CLOEXEC);
+  if (fd < 0) failTemporary("created", errno);
+  unlink(path.c_str());
+  File file(fdopen(fd, "r+b"));
+  if (!file) failTemporary("created", errno);
+  return file;
+}

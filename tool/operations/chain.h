@@ -1,0 +1,35 @@
+// Chains: operations with their parameters, one after the other.
+#ifndef RAST_TOOL_CHAIN_H
+#define RAST_TOOL_CHAIN_H
+
+#include <string>
+#include <vector>
+
+#include "operations/operations.h"
+
+// An operation and what is given for its parameters.
+struct Link {
+  const Operation* operation;
+  Values values;  // the presets to begin with
+
+  explicit Link(const Operation& linked);
+  void requireParameters() const;
+};
+
+using Chain = std::vector<Link>;
+
+// Whether parameters may name files.
+enum class Files { allowed, refused };
+
+// "satadjust mode=raise : colgamma gamma=1.8": a colon that stands alone, or the end of a line,
+// ends a step. A word is name=value, the name of a parameter without value, or the value of the
+// first parameter if that is named nowhere else. Quotation marks keep spaces together, and # at
+// the start of a word begins a comment.
+Chain parseChain(const std::string& text, Files files = Files::allowed);
+
+Chain readChain(const std::string& path);
+
+const Operation& requireOperation(const std::string& name,
+                                  const std::vector<std::string>& otherNames = {});
+
+#endif

@@ -1,0 +1,103 @@
+#include "progress/progress.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <iomanip>
+#include <ios>
+#include <string>
+
+#include "formats/error.h"
+
+namespace {
+
+// One line that is written over, and wiped when the work ends.
+class TerminalLine final : public Progress {
+ public:
+  TerminalLine() = default;
+  ~TerminalLine() override { wipe(); }
+  TerminalLine(const TerminalLine&) = delete;
+  TerminalLine& operator=(const TerminalLine&) = delete;
+
+  void show(const Standing& s) override {
+    std::string line =
+        join("page ", s.page, s.pages ? join(" of ", *s.pages) : "", ": ", std::setw(3), s.percent,
+             "%, ", std::fixed, std::setprecision(0), s.megabytesPerSecond, " MB/s");
+    if (s.secondsLeft) line += join(", ", *s.secondsLeft, " s left");
+    const std::size_t length = line.size();
+    if (length < length_) line.append(length_ - length, ' ');
+    length_ = length;
+    printError('\r' + line);
+  }
+
+  void end(std::uint64_t pages) override {
+    wipe();
+    printError(join(pages, pages == 1 ? " page" : " pages", " done\n"));
+  }
+
+ private:
+  void wipe() {
+    if (length_ != 0) printError('\r' + std::string(length_, ' ') + '\r');
+    length_ = 0;
+  }
+
+  std::size_t length_ = 0;
+};
+
+class JsonLines final : public Progress {
+ public:
+  void show(const Standing& s) override {
+    std::string line = join("{\"page\": ", s.page);
+    if (s.pages) line += join(", \"pages\": ", *s.pages);
+    line += join(", \"percent\": ", s.percent, ", \"megabytes_per_second\": ", std::fixed,
+                 std::setprecision(1), s.megabytesPerSecond);
+    if (s.secondsLeft) line += join(", \"seconds_left\": ", *s.secondsLeft);
+    printError(line + "}\n");
+  }
+
+  void end(std::uint64_t pages) override {
+    printError(join("{\"done\": true, \"pages\": ", pages, "}\n"));
+  }
+};
+
+// The messages by which a filter of a print queue tells the scheduler.
+class QueueMessages final : public Progress {
+ public:
+  explicit QueueMessages(bool logsPages) : logsPages_(logsPages) {}
+
+  void show(const Standing& s) override {
+    printError(join("ATTR: job-media-progress=", s.percentOfPage, '\n'));
+  }
+  void endPage(std::uint64_t page, std::uint32_t copies) override {
+    if (logsPages_) printError(join("PAGE: ", page, ' ', copies, '\n'));
+  }
+  void end(std::uint64_t pages) override { printError(join("DEBUG: pages done: ", pages, '\n')); }
+
+ private:
+  bool logsPages_;
+};
+
+}  // namespace
+
+void printError(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  std::fflush(stderr);
+}
+
+std::unique_ptr<Progress> makeProgress(ProgressMode mode) {
+  switch (mode) {
+    case ProgressMode::whenTerminal:
+      if (isatty(STDERR_FILENO) == 0) return nullptr;
+      [[fallthrough]];
+    case ProgressMode::always:
+      return std::make_unique<TerminalLine>();
+    case ProgressMode::json:
+      return std::make_unique<JsonLines>();
+    case ProgressMode::printQueue:
+    case ProgressMode::printQueueUncounted:
+      return std::make_unique<QueueMessages>(mode == ProgressMode::printQueue);
+    case ProgressMode::never:
+      break;
+  }
+  return nullptr;
+}

@@ -1,0 +1,97 @@
+#include <algorithm>
+#include <utility>
+
+#include "steps/step.h"
+
+namespace {
+
+PageHead reducedHead(const StepContext& context, const PageHead& page, const Filter& filter) {
+  PageHead head = context.outputHead(page, reduced(page.width, filter.ratioX),
+                                     reduced(page.height, filter.ratioY));
+  head.resolution.x = head.resolution.x * filter.ratioX / wholeRatio;
+  head.resolution.y = head.resolution.y * filter.ratioY / wholeRatio;
+  return head;
+}
+
+// Whole units of the filter, unless the page has fewer lines.
+std::uint32_t wholeUnits(const StepContext& context, const PageHead& page, std::uint32_t unit) {
+  const std::uint32_t wanted = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
+  const std::uint32_t lines = bandLines(context.in, page, (wanted + unit - 1) / unit * unit);
+  if (lines == page.height) return lines;
+  if (lines < unit) {
+    if (unit * page.workBytes() > longestBand) {
+      context.refuse(ExitCode::unsupported, "a band of ", unit, " lines, which these ratios take, ",
+                     "is too large for a page of ", page.width, " columns; other ratios take less");
+    }
+    context.in.failMemory(0, join("a band of ", unit, " lines, which these ratios take,"),
+                          unit * page.workBytes());
+  }
+  return lines / unit * unit;
+}
+
+class FilteredPage final : public PageSource {
+ public:
+  FilteredPage(std::unique_ptr<PageSource> page, const StepContext& context, const Filter& filter)
+      : page_(std::move(page)),
+        context_(context),
+        filter_(filter),
+        head_(reducedHead(context, page_->head(), filter)),
+        most_(wholeUnits(context, page_->head(), filter.unitLines())),
+        drawn_(page_->head().width, head_.colour, most_) {
+    if (reducesLines()) made_.emplace(head_.width, head_.colour, reduced(most_, filter_.ratioY));
+  }
+
+  const PageHead& head() const override { return head_; }
+
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    return reducesLines() ? drawMade(planes, lines) : filterBand(planes, std::min(lines, most_));
+  }
+
+  bool reducesLines() const { return filter_.ratioY != wholeRatio; }
+
+  std::uint32_t filterBand(const Planes& out, std::uint32_t lines) {
+    const PageHead& from = page_->head();
+    page_->draw(drawn_.planes(), lines);
+    context_.call(std::uint64_t{done_} + 1, [&] {
+      return filter_.apply(wholeArea(from.width, lines), planeSet(drawn_.planes(), out, 3));
+    });
+    done_ += lines;
+    return lines;
+  }
+
+  std::uint32_t drawMade(const Planes& planes, std::uint32_t lines) {
+    if (made_->isEmpty()) {
+      const std::uint32_t count = std::min(most_, page_->head().height - done_);
+      filterBand(made_->planes(), count);
+      made_->made(reduced(count, filter_.ratioY));
+    }
+    return made_->draw(planes, lines);
+  }
+
+  std::unique_ptr<PageSource> page_;
+  StepContext context_;
+  const Filter& filter_;
+  PageHead head_;
+  std::uint32_t most_;  // lines of a band
+  Lines drawn_;
+  std::uint32_t done_ = 0;
+  std::optional<LinesAhead> made_;  // where lines are reduced
+};
+
+class BandStep final : public Step {
+ public:
+  explicit BandStep(Filter filter) : filter_(std::move(filter)) {}
+
+  std::unique_ptr<PageSource> on(std::unique_ptr<PageSource> page,
+                                 const StepContext& context) override {
+    return std::make_unique<FilteredPage>(std::move(page), context, filter_);
+  }
+
+ private:
+  Filter filter_;
+};
+
+}  // namespace
+
+std::unique_ptr<Step> bandStep(const Filter& filter) { return std::make_unique<BandStep>(filter); }

@@ -1,11 +1,15 @@
 # The front door: each target installs what it needs on Debian, then does its work.
 .DEFAULT_GOAL := help
-.PHONY: help test verify demo bench footprint arm-cycles clean
+.PHONY: help test verify demo gallery playground reference bench \
+  footprint arm-cycles clean
 
 help:
 	@echo "make test        build everything and run the tests"
 	@echo "make verify      run every suite of checks, long ones too; a table of what each has shown"
 	@echo "make demo        run the filters on a real page; before and after pictures in demo/"
+	@echo "make gallery     the filters on photographs and pages, before and after; build/gallery/index.html"
+	@echo "make playground  a page that runs the library in a browser, by itself; build/playground/index.html"
+	@echo "make reference   the interface, for a browser; build/reference/html/index.html"
 	@echo "make bench       time every operation at every level against memcpy and peers; a table in build/bench/"
 	@echo "make footprint   code, data and stack of the library for each target and level; a table"
 	@echo "make arm-cycles  instructions and estimated cycles of every operation on ARM; a table"
@@ -26,6 +30,28 @@ demo:
 	@cmake --preset demo
 	@cmake --build --preset demo
 	@scripts/demo.sh build/demo/tool/rast
+
+gallery:
+	@scripts/install-deps.sh build tool gallery
+	@cmake --preset demo
+	@cmake --build --preset demo
+	@web/gallery/make.py
+
+playground:
+	@scripts/install-deps.sh build tool wasm
+	@cmake --preset demo
+	@cmake --build --preset demo --target rast_tool
+	@cmake --preset wasm
+	@cmake --build --preset wasm
+	@web/playground/build.py build/demo/tool/rast build/wasm/web/playground/rast.wasm \
+	  build/playground/index.html
+	@echo "The playground is build/playground/index.html; open it in a browser."
+
+reference:
+	@scripts/install-deps.sh reference
+	@mkdir -p build/reference
+	@doxygen docs/Doxyfile
+	@echo "The reference is build/reference/html/index.html; open it in a browser."
 
 bench:
 	@scripts/install-deps.sh build bench peers

@@ -24,6 +24,9 @@ abi           short  The interface is the stored one, and a build can be repeate
 install       short  C and C++ programs build against the installed library in every way
 coverage      short  Every line and branch of the library is run
 queue         short  The command works as a filter behind those of a real print queue
+reference     short  The reference of the interface is complete
+gallery       short  Each picture of the gallery is what its command makes; its page works in a browser
+playground    short  The library in a browser gives the command's bytes
 valgrind      short  Neither the library nor the command reads what is not set
 lint          short  Formatting and static analysis have nothing to say
 compilers     long   g++ and clang give the same bytes at every optimisation, char signed or not
@@ -252,6 +255,30 @@ suite_queue() {
   build_and_test default -R '^tool.print_filter$' --verbose
   # Without what stands before it in a queue, the tests would have been skipped.
   if grep -q skipped "$log"; then return 1; fi
+}
+
+suite_reference() {
+  quietly make reference
+  figure "no warning"
+}
+
+suite_gallery() {
+  deps browser
+  quietly make gallery
+  quietly /usr/bin/python3 tests/web/test_gallery.py
+  figure "$(grep -oE 'Ran [0-9]+ tests' "$log" | sed 's/Ran \([0-9]*\) tests/tests: \1/')"
+}
+
+suite_playground() {
+  deps browser
+  quietly make playground
+  local built=(env "RAST=$PWD/build/demo/tool/rast"
+    "RAST_WASM=$PWD/build/wasm/web/playground/rast.wasm"
+    "PLAYGROUND=$PWD/build/playground/index.html")
+  quietly "${built[@]}" node --test tests/web/operations.test.mjs
+  figure "$(grep -oE 'chains: .*' "$log")"
+  quietly "${built[@]}" /usr/bin/python3 tests/web/test_page.py
+  figure "in Chromium: $(grep -oE '^Ran [0-9]+ tests' "$log" | sed 's/Ran //')"
 }
 
 suite_coverage() {

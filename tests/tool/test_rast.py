@@ -1760,6 +1760,7 @@ class Ops(RastTest):
             pages = " and ".join(operation["pages"])
             summary = f"{operation['name']}: {operation['summary']}"
             self.assertEqual(line, f"{summary}, for {pages} pages")
+        self.assert_texts_are_those_of_help(known)
         number = {"kind": "number", "argument": "N", "low": 0, "required": False}
         self.assertEqual(
             known["expgamma"],
@@ -1792,12 +1793,32 @@ class Ops(RastTest):
                            "argument": "FILE|PRESET|rotate=DEGREES", "default": "identity",
                            "required": False}),
         ):
+            presets = parameters[operation, expected["name"]].pop("presets", None)
             self.assertEqual(parameters[operation, expected["name"]], expected)
+            self.assertEqual(presets is not None, expected["kind"] in ("curve", "matrix"))
+            for name, numbers in (presets or {}).items():
+                self.assert_stands_for(operation, expected["name"], name, numbers)
         for (operation, name), parameter in parameters.items():
             with self.subTest(operation=operation, name=name):
                 text = self.run_rast("help", operation).stdout.decode()
                 argument = f" {parameter['argument']}" if "argument" in parameter else ""
                 self.assertIn(f"\n      --{name}{argument}", text)
+
+    def assert_texts_are_those_of_help(self, known):
+        for name, operation in known.items():
+            text = " ".join(self.run_rast("help", name).stdout.decode().split())
+            for described in (operation, *operation["parameters"]):
+                words = described.pop("details" if described is operation else "help").split()
+                self.assertGreater(len(words), 2)
+                self.assertIn(" ".join(words), text)
+
+    def assert_stands_for(self, operation, parameter, preset, numbers):
+        page = ppm(128, 128, random.Random(1).randbytes(128 * 128 * 3))
+        file = self.file("numbers", " ".join(map(str, numbers)).encode())
+        expected = self.run_rast(operation, f"--{parameter}", preset, input=page)
+        done = self.run_rast(operation, f"--{parameter}", file, input=page)
+        self.assertEqual((done.returncode, expected.returncode), (DONE, DONE))
+        self.assert_same(done.stdout, expected.stdout)
 
     def test_usage(self):
         for arguments, word in ((["a"], "'a'"), (["--jsn"], "--json"), (["-P1"], "'-P'")):

@@ -69,8 +69,9 @@ constexpr Command commandTable[] = {
      "status is 0 when all pages are equal and 1 when some are not.",
      "fbmPh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
     {"ops", "", "the operations there are",
-     "A line for each tells its summary and the pages it takes; JSON also tells its parameters:\n"
-     "kind, limits or values, default if there is one, and whether one is required.",
+     "A line for each tells its summary and the pages it takes; JSON also tells its details\n"
+     "and its parameters: help, kind, limits or values, what names stand for, default if there is\n"
+     "one, and whether one is required.",
      "jh", "rast ops --json", listOperations},
 };
 

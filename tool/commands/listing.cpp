@@ -1,6 +1,7 @@
 #include "commands/listing.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "formats/output.h"
 #include "operations/tables.h"
@@ -20,7 +21,13 @@ constexpr Kind kinds[] = {
     {readMatrix, "matrix", 1},
 };
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
+// Texts hold line ends, and nothing else that JSON would not take as it stands.
+std::string quoted(std::string text) {
+  for (std::size_t end = 0; (end = text.find('\n', end)) != std::string::npos; ++end) {
+    text.replace(end, 1, "\\n");
+  }
+  return '"' + text + '"';
+}
 
 std::string quotedChoices(std::string words) {
   for (std::size_t bar = 0; (bar = words.find('|', bar)) != std::string::npos; bar += 4) {
@@ -29,8 +36,20 @@ std::string quotedChoices(std::string words) {
   return '[' + quoted(words) + ']';
 }
 
+std::string presetsJson(const Parameter& p) {
+  std::string text;
+  for (const Preset& preset : presetsOf(p)) {
+    text += join(text.empty() ? ", \"presets\": {" : ", ", quoted(preset.name), ": ");
+    for (char before = '['; const std::int64_t number : preset.numbers) {
+      text += join(std::exchange(before, ','), number);
+    }
+    text += ']';
+  }
+  return text.empty() ? text : text + '}';
+}
+
 std::string parameterJson(const Parameter& p) {
-  std::string text = "{\"name\": " + quoted(p.name);
+  std::string text = join("{\"name\": ", quoted(p.name), ", \"help\": ", quoted(p.help));
   if (p.argument == nullptr) return text + R"(, "kind": "switch", "required": false})";
   const Kind& kind = *std::ranges::find(kinds, p.read, &Kind::read);
   const bool isTuple = std::string(p.argument).find(',') != std::string::npos;
@@ -43,6 +62,7 @@ std::string parameterJson(const Parameter& p) {
     };
     text += join(", \"low\": ", limit(p.low), ", \"high\": ", limit(p.high));
   }
+  text += presetsJson(p);
   const bool required = p.preset == nullptr;
   if (!required && *p.preset != '\0') text += ", \"default\": " + quoted(p.preset);
   return text + join(", \"required\": ", required ? "true" : "false", '}');
@@ -56,7 +76,8 @@ std::string operationJson(const Operation& operation) {
   }
   std::string text =
       join("{\"name\": ", quoted(operation.name), ", \"summary\": ", quoted(operation.summary),
-           ", \"pages\": [", pages, "],\n \"parameters\": [");
+           ", \"details\": ", quoted(operation.details), ", \"pages\": [", pages,
+           "],\n \"parameters\": [");
   for (const Parameter& p : operation.parameters) {
     text += (&p == operation.parameters.data() ? "\n  " : ",\n  ") + parameterJson(p);
   }

@@ -94,17 +94,25 @@ Value readMatrix(const Parameter& parameter, const std::string& text) {
   return readNumberFile(parameter, text, 15, knownWords(parameter));
 }
 
+std::vector<Preset> presetsOf(const Parameter& parameter) {
+  if (parameter.read == readCurve) return {{"invert", inverted()}};
+  std::vector<Preset> presets;
+  if (parameter.read != readMatrix) return presets;
+  for (const MatrixPreset& known : matrixPresets) {
+    presets.push_back({known.name, withoutOffsets(known.rows)});
+  }
+  return presets;
+}
+
 std::vector<std::string> knownWords(const Parameter& parameter) {
   std::vector<std::string> words;
   if (parameter.read == readChoice) {
     std::istringstream choices(parameter.argument);
     for (std::string word; std::getline(choices, word, '|');) words.push_back(word);
-  } else if (parameter.read == readCurve) {
-    words = {"invert", "gamma="};
-  } else if (parameter.read == readMatrix) {
-    for (const MatrixPreset& known : matrixPresets) words.emplace_back(known.name);
-    words.emplace_back("rotate=");
   }
+  for (const Preset& preset : presetsOf(parameter)) words.push_back(preset.name);
+  if (parameter.read == readCurve) words.emplace_back("gamma=");
+  if (parameter.read == readMatrix) words.emplace_back("rotate=");
   return words;
 }
 

@@ -13,6 +13,13 @@ Value readCurve(const Parameter& parameter, const std::string& text);
 // 15 numbers, the rows of RastHueParam::nMatrix.
 Value readMatrix(const Parameter& parameter, const std::string& text);
 
+// A name for numbers.
+struct Preset {
+  std::string name;
+  Value numbers;
+};
+std::vector<Preset> presetsOf(const Parameter& parameter);
+
 // What may be given by name for a parameter; a word that ends in '=' goes on with a number.
 std::vector<std::string> knownWords(const Parameter& parameter);
 

@@ -387,6 +387,8 @@ suite_mutation() {
   [[ ${MUTANTS:-} != 0 ]] || wanted=(--all)
   quietly tests/mutation/mutate.py "${wanted[@]}" --report --least 95
   cat "$log"
+  figure "$(awk -F' *[|] *' '$2 == "all" {print $3 " mutants, " $6 " of them accepted; " \
+    $7 " killed, " $8 " survive"}' "$log")"
 }
 
 if [[ ${1:-} == --list ]]; then

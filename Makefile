@@ -1,6 +1,6 @@
 # The front door: each target installs what it needs on Debian, then does its work.
 .DEFAULT_GOAL := help
-.PHONY: help test verify demo gallery playground reference bench \
+.PHONY: help test verify demo gallery playground reference packages bench \
   footprint arm-cycles clean
 
 help:
@@ -10,6 +10,7 @@ help:
 	@echo "make gallery     the filters on photographs and pages, before and after; build/gallery/index.html"
 	@echo "make playground  a page that runs the library in a browser, by itself; build/playground/index.html"
 	@echo "make reference   the interface, for a browser; build/reference/html/index.html"
+	@echo "make packages    build Debian packages into build/packages/"
 	@echo "make bench       time every operation at every level against memcpy and peers; a table in build/bench/"
 	@echo "make footprint   code, data and stack of the library for each target and level; a table"
 	@echo "make arm-cycles  instructions and estimated cycles of every operation on ARM; a table"
@@ -52,6 +53,12 @@ reference:
 	@mkdir -p build/reference
 	@doxygen docs/Doxyfile
 	@echo "The reference is build/reference/html/index.html; open it in a browser."
+
+packages:
+	@scripts/install-deps.sh build tool test packages
+	@scripts/packages.sh build/packages
+	@echo "The packages are:"
+	@ls build/packages/*.deb
 
 bench:
 	@scripts/install-deps.sh build bench peers

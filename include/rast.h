@@ -175,7 +175,7 @@ uint32_t rastColGamma(const RastArea* pArea, const RastPlaneSet* pPlanes, const 
 uint32_t rastBinConv(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_t nColor);
 
 /**
- * Colour saturation lowered or raised by a quarter: each component moves a quarter of the way
+ * Colour saturation lowered or raised by a quarter. Each component moves a quarter of the way
  * towards (mode 0) or away from (mode 1) the pixel's grey level Y = (70 c0 + 150 c1 + 29 c2) >> 8,
  * truncating towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: greys get a
  * little darker in mode 0, and in mode 1 the upper ones a little lighter.
@@ -504,10 +504,10 @@ uint32_t rastRotateInputAccumulate(const RastArea* pArea, const RastRotateBand* 
  *
  * @return RAST_OK; RAST_COMPLETE when, clockwise, the last source column has been written
  * (counter-clockwise never answers it: the caller counts lines); or, with nothing changed:
- *   RAST_ERR_INVALID_ARG    pBand or pCtx is null; pOut[0] is null; the context has other than 1 ..
- *                           4 planes or 0 .. 128 bands; its mode is not one of the three; the band
- *                           ends exactly at the image's top
- *   RAST_ERR_NOT_SUPPORTED  the mode is RAST_ROTATE_SAME_SIZE
+ *   - RAST_ERR_INVALID_ARG: pBand or pCtx is null; pOut[0] is null; the context has other than
+ *     1 .. 4 planes or 0 .. 128 bands; its mode is not one of the three; the band ends exactly at
+ *     the image's top
+ *   - RAST_ERR_NOT_SUPPORTED: the mode is RAST_ROTATE_SAME_SIZE
  */
 uint32_t rastRotateSockOutput(const RastRotateBand* pBand, RastRotateCtx* pCtx);
 

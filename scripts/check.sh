@@ -33,6 +33,7 @@ compilers     long   g++ and clang give the same bytes at every optimisation, ch
 msan          short  No result depends on memory that is not set
 fuzz          long   What fuzzers find is the same at every level, or refused by the command (FUZZ_SECONDS each)
 differential  long   Random calls make no difference between levels (CALLS)
+packages      long   Debian packages install, work and vanish in a fresh system, and can be built again to the byte
 mutation      long   The tests notice changes of the sources (MUTANTS of them; 0: all)"
 
 deps() { scripts/install-deps.sh build "$@"; }
@@ -236,7 +237,7 @@ suite_abi() {
   for folder in build/twice/one build/twice/another/one; do
     mkdir -p "$folder"
     cp -r CMakeLists.txt include packaging src "$folder"
-    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF
+    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF -DRAST_MANUALS=OFF
     quietly cmake --build "$folder/build"
   done
   for folder in librast.so.1.0.0 librast.a; do
@@ -313,6 +314,7 @@ suite_lint() {
   quietly cmake --preset clang
   quietly run-clang-tidy -quiet -j "$jobs" -p build/clang "^$PWD/(src|tool)/"
   quietly shellcheck scripts/*.sh .ci/run
+  quietly shellcheck -s bash -e SC2034 tool/completion/rast.bash
   mapfile -t sources < <(find src -name 'rast*.cpp' -o -name rows_baseline.cpp -o -name tables.cpp)
   local one_level=(-Isrc -Iinclude -DRAST_HAS_BASELINE=1 -DRAST_LEVELS_BUILT=1
     -DRAST_LOWEST_LEVEL=baseline)
@@ -379,6 +381,14 @@ suite_differential() {
     build/default/tests/differential/differential --seed {} --calls $((calls / jobs))
   figure "$(grep -E '^seed' "$log" | paste -sd' ')" \
     "$(awk '/^[0-9]+ calls/ {n += $1} END {print n " calls"}' "$log")"
+}
+
+suite_packages() {
+  deps tool test packages
+  quietly tests/packages/check_packages.py build/packages
+  local parts
+  parts=$(grep -vE '^\+ ' "$log" | grep -E ': [0-9]+ s$')
+  figure "${parts//$'\n'/; }"
 }
 
 suite_mutation() {

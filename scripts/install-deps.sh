@@ -26,6 +26,7 @@ declare -A sets=(
   [abi]="abigail-tools"
   [coverage]="gcovr"
   [valgrind]="valgrind libc6-dbg"
+  [packages]="build-essential debhelper lintian python3 debootstrap debian-archive-keyring"
   [lint]="clang clang-format clang-tidy cppcheck shellcheck"
 )
 

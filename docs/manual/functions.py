@@ -9,7 +9,7 @@ import re
 import sys
 from pathlib import Path
 
-LIST_ITEM = re.compile(r"  (\d+\.|[A-Z_]{3,} ) +(.*)")
+LIST_ITEM = re.compile(r"  (\d+\.|- [A-Z_]+:) +(.*)")
 
 
 def escaped(text):
@@ -32,7 +32,7 @@ def prose(lines):
     for line in "\n".join(lines).strip("\n").split("\n"):
         item = LIST_ITEM.match(line)
         if item:
-            label = item[1].strip()
+            label = item[1].removeprefix("- ")
             out += [f".IP {label} 4"] if label[0].isdigit() else [".TP", f".B {escaped(label)}"]
             out.append(escaped(item[2]))
         else:
@@ -104,7 +104,7 @@ def function_page(comment, prototype, header, version, records):
     out.append(".SH RECORDS")
     needed = list(dict.fromkeys(re.findall(r"\bRast\w+", prototype)))
     for record in needed:  # those that it holds follow
-        needed += [r for r in records if r not in needed and any(r in l for l in records[record])]
+        needed += [r for r in records if r not in needed and any(re.search(rf"\b{r}\b", l) for l in records[record])]
         out += records[record]
     return name, [*out, ".SH SEE ALSO", f".BR {header} (3)"]
 

@@ -1,7 +1,10 @@
 # Writes the manual page of the print filter: its name and use, and the guide, whose title is left out.
 execute_process(COMMAND ${LOWDOWN} -Tman -m shiftheadinglevelby=-1 ${GUIDE}
   OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX REPLACE "^.*\n?\\.SH\nrast in a print queue\n\\.LP\n" "" text "${text}")
+if(NOT text MATCHES "^\\.SH\n[^\n]+\n\\.LP\n")
+  message(FATAL_ERROR "${GUIDE}: lowdown does not begin its page with the title")
+endif()
+string(REGEX REPLACE "^\\.SH\n[^\n]+\n\\.LP\n(.*)$" "\\1" text "${text}")
 string(REGEX REPLACE "(\\.SH\n[^\n]+\n)\\.LP\n" "\\1" text "${text}")
 string(REPLACE "\\fC" "\\fB" text "${text}")
 file(WRITE ${PAGE}

@@ -9,6 +9,8 @@ import sys
 ARM_IMPORTS = {"raise"}
 ALLOCATION = {"malloc", "free"}
 IMPORTS = {"printf", "puts", "malloc", "free", "memset", "memcpy"}
+# What hardening by compiler flags puts in: checked forms of these, and where a broken stack ends.
+HARDENING = {f"__{name}_chk" for name in IMPORTS} | {"__stack_chk_fail"}
 RUNTIME = re.compile(r"__cxa|__gxx|_Unwind|__gnu_unwind|\bstd::|operator (new|delete)")
 WRITABLE = {".data.rel.ro", ".dynamic", ".got", ".bss"}
 # PowerPC has tables of addresses of its own, and a section for small objects.
@@ -63,7 +65,7 @@ def machine(readelf, library):
     return re.search(r"Machine: +(.*)", output(readelf, "-Wh", library))[1]
 
 
-def check_dynamic(readelf, library, imports):
+def check_dynamic(readelf, library, imports, hardened):
     dynamic = output(readelf, "-Wd", library)
     needed = re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)
     expect(needed == ["libc.so.6"], f"needs {needed}")
@@ -72,7 +74,11 @@ def check_dynamic(readelf, library, imports):
     expect("TEXTREL" not in dynamic, "has TEXTREL")
     expect(not re.search(r"\((RPATH|RUNPATH|INIT|FINI|INIT_ARRAY|FINI_ARRAY)\)", dynamic),
            "has a run path or code that runs at load or unload")
-    allowed = IMPORTS | ARM_IMPORTS if machine(readelf, library) == "ARM" else IMPORTS
+    allowed = set(IMPORTS)
+    if hardened:
+        allowed |= HARDENING
+    if machine(readelf, library) == "ARM":
+        allowed |= ARM_IMPORTS
     expect(imports <= allowed, f"imports {sorted(imports - allowed)}")
 
 
@@ -129,6 +135,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--readelf", default="readelf")
     parser.add_argument("--nm", default="nm")
+    parser.add_argument("--hardened", action="store_true",
+                        help="built with flags that check at run time")
     parser.add_argument("header")
     parser.add_argument("library")
     parser.add_argument("archive")
@@ -138,7 +146,7 @@ def main():
     expect(len(pointers) == 11 and functions, f"the header declares {functions} and {pointers}")
     imports, exports = dynamic_symbols(options.readelf, options.library)
     check_exports(exports, functions, pointers | tables)
-    check_dynamic(options.readelf, options.library, imports)
+    check_dynamic(options.readelf, options.library, imports, options.hardened)
     check_writable(options.readelf, options.library, exports, pointers)
     check_marks(options.readelf, options.library)
     check_levels(options.nm, options.archive)

@@ -11,46 +11,7 @@ import raster
 from raster import RGB, SW, page, pages_of, stream
 from test_rast import DAMAGED, DONE, OUTPUT, RAST, RUN_TIME, UNSUPPORTED, USAGE, RastTest, ramp
 
-PPD = """*PPD-Adobe: "4.3"
-*FormatVersion: "4.3"
-*FileVersion: "1.0"
-*LanguageVersion: English
-*LanguageEncoding: ISOLatin1
-*PCFileName: "TEST.PPD"
-*Manufacturer: "Test"
-*Product: "(Test)"
-*ModelName: "Test"
-*ShortNickName: "Test"
-*NickName: "Test"
-*PSVersion: "(3010.000) 0"
-*LanguageLevel: "3"
-*ColorDevice: True
-*DefaultColorSpace: RGB
-*cupsVersion: 2.0
-*cupsFilter: "application/vnd.cups-raster 0 -"
-*OpenUI *PageSize/Page: PickOne
-*DefaultPageSize: A6
-*PageSize A6: "<</PageSize[297 420]/ImagingBBox null>>setpagedevice"
-*CloseUI: *PageSize
-*OpenUI *PageRegion/Page: PickOne
-*DefaultPageRegion: A6
-*PageRegion A6: "<</PageSize[297 420]/ImagingBBox null>>setpagedevice"
-*CloseUI: *PageRegion
-*DefaultImageableArea: A6
-*ImageableArea A6: "0 0 297 420"
-*DefaultPaperDimension: A6
-*PaperDimension A6: "297 420"
-*OpenUI *Resolution/Resolution: PickOne
-*DefaultResolution: 100dpi
-*Resolution 100dpi: "<</HWResolution[100 100]/cupsBitsPerColor 8/cupsColorSpace 1>>setpagedevice"
-*CloseUI: *Resolution
-*OpenUI *rast-chain/Filters: PickOne
-*Defaultrast-chain: Inverted
-*rast-chain None/None: ""
-*rast-chain Inverted/Inverted: "colgamma invert"
-*rast-chain Turned/Turned: "colgamma curve=invert : rotate cw"
-*CloseUI: *rast-chain
-"""
+PPD = Path(__file__).with_name("queue.ppd").read_text(encoding="ascii")
 
 
 def inverted(samples):

@@ -17,11 +17,11 @@ import unittest
 from pathlib import Path
 
 from PIL import Image, ImageChops, ImageStat
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
+
+from browser import start
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "web/gallery"))
@@ -29,10 +29,6 @@ import make  # noqa: E402
 
 GALLERY = Path(os.environ.get("GALLERY", ROOT / "build/gallery")).resolve()
 RAST = Path(os.environ.get("RAST", ROOT / "build/demo/tool/rast")).resolve()
-FLAGS = (
-    "--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-sync "
-    "--disable-background-networking --disable-component-update --hide-scrollbars"
-).split()
 
 
 def picture(data):
@@ -54,12 +50,7 @@ class Page(unittest.TestCase):
     def setUpClass(cls):
         profile = tempfile.TemporaryDirectory()
         cls.addClassCleanup(profile.cleanup)
-        options = webdriver.ChromeOptions()
-        for flag in (*FLAGS, f"--user-data-dir={profile.name}"):
-            options.add_argument(flag)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
-        service = Service("/usr/bin/chromedriver")
-        cls.browser = webdriver.Chrome(options=options, service=service)
+        cls.browser = start(profile.name)
         cls.addClassCleanup(cls.browser.quit)
 
     def tearDown(self):

@@ -11,11 +11,11 @@ import unittest
 from pathlib import Path
 
 from PIL import Image
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
+
+from browser import start
 
 RAST = os.path.abspath(os.environ["RAST"])
 PLAYGROUND = Path(os.environ["PLAYGROUND"]).resolve()
@@ -29,21 +29,6 @@ def pgm(width, height, samples):
     return b"P5\n%d %d\n255\n" % (width, height) + samples
 
 
-def start(folder):
-    options = webdriver.ChromeOptions()
-    # Root cannot have a sandbox.
-    for argument in (
-        "--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-        "--disable-background-networking", "--disable-component-update", "--disable-sync",
-        f"--user-data-dir={folder}/profile", "--window-size=1400,1000",
-    ):
-        options.add_argument(argument)
-    options.binary_location = "/usr/bin/chromium"
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    options.add_experimental_option("prefs", {"download.default_directory": f"{folder}/saved"})
-    return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-
-
 class Page(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -53,7 +38,7 @@ class Page(unittest.TestCase):
         cls.saved = cls.folder / "saved"
         (cls.folder / "bin").mkdir()
         (cls.folder / "bin" / "rast").symlink_to(RAST)
-        cls.browser = start(folder.name)
+        cls.browser = start(folder.name, "--window-size=1400,1000")
         cls.addClassCleanup(cls.browser.quit)
 
     def setUp(self):

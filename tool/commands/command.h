@@ -16,6 +16,9 @@ struct CommonOption {
   const char* help;
 
   bool takesWord() const { return argument != nullptr && *argument != '='; }
+  bool isAmong(const std::string& letters) const {
+    return letters.find(letter) != std::string::npos;
+  }
 };
 
 std::span<const CommonOption> commonOptions();

@@ -27,9 +27,12 @@ class Candidates {
   std::string lines_;
 };
 
-std::string firstLine(const std::string& text) {
-  const std::string line = text.substr(0, text.find('\n'));
-  return line.substr(0, line.find_last_not_of(",:;.") + 1);
+// Up to the first semicolon or full stop, on one line.
+std::string gist(std::string text) {
+  text = text.substr(0, std::min(text.find("; "), text.find(";\n")));
+  text = text.substr(0, std::min(text.find(". "), text.find(".\n")));
+  std::ranges::replace(text, '\n', ' ');
+  return text.substr(0, text.find_last_not_of(",:;.") + 1);
 }
 
 void addNames(Candidates& candidates) {
@@ -48,7 +51,9 @@ const Parameter* findParameter(const Operation& operation, const std::string& na
 
 // Of the text of a chain only the last word changes.
 void addChains(Candidates& candidates, const std::string& chain) {
-  const std::size_t space = chain.find_last_of(" \n");
+  // A candidate is one line, and what follows a tab is its meaning.
+  if (chain.find_first_of("\t\n") != std::string::npos) return;
+  const std::size_t space = chain.rfind(' ');
   const std::string before = space != std::string::npos ? chain.substr(0, space + 1) : "";
   const std::string last = chain.substr(before.size());
   std::istringstream words(before);
@@ -65,7 +70,10 @@ void addChains(Candidates& candidates, const std::string& chain) {
   const std::size_t equals = last.find('=');
   if (equals == std::string::npos) {
     for (const Parameter& p : operation->parameters) {
-      candidates.add(join(before, p.name, p.argument != nullptr ? "=" : ""), firstLine(p.help));
+      candidates.add(join(before, p.name, p.argument != nullptr ? "=" : ""), gist(p.help));
+    }
+    if (!operation->parameters.empty() && operation->parameters[0].mayBeUnnamed()) {
+      addValues(candidates, operation->parameters[0], before);
     }
   } else if (const Parameter* parameter = findParameter(*operation, last.substr(0, equals))) {
     addValues(candidates, *parameter, before + last.substr(0, equals + 1));
@@ -85,7 +93,12 @@ bool addOptionValues(Candidates& candidates, const Operation* operation, const s
   }
   for (const CommonOption& o : commonOptions()) {
     const bool isMeant = option == join('-', o.letter) || option == join("--", o.name);
-    if (!isMeant || !o.takesWord() || letters.find(o.letter) == std::string::npos) continue;
+    if (!isMeant || !o.isAmong(letters)) continue;
+    if (!o.takesWord()) {
+      // What may be left out is given behind an equals sign only.
+      if (o.argument != nullptr && !before.empty()) candidates.add(before + (o.argument + 1));
+      return false;
+    }
     if (o.letter == 'f') {
       for (const Format& format : formats()) candidates.add(before + format.name, format.endings);
     } else if (o.letter == 'c') {
@@ -96,15 +109,32 @@ bool addOptionValues(Candidates& candidates, const Operation* operation, const s
   return false;
 }
 
+// Whether the last word is the first operand, and no option has been given in its place.
+bool isFirstOperand(std::span<char* const> words, const Operation* operation,
+                    const std::string& letters) {
+  std::string instead = "--chain";
+  if (operation != nullptr && !operation->parameters.empty()) {
+    instead = join("--", operation->parameters[0].name);
+  }
+  for (std::size_t i = 1; i + 1 < words.size(); ++i) {
+    const std::string word = words[i];
+    Candidates values("");
+    if (!word.starts_with('-') || word == "-") return false;
+    if (word == "-c" || word.substr(0, word.find('=')) == instead) return false;
+    if (addOptionValues(values, operation, letters, word, "")) ++i;
+  }
+  return true;
+}
+
 void addOptions(Candidates& candidates, const Operation* operation, const std::string& letters) {
   if (operation != nullptr) {
     for (const Parameter& p : operation->parameters) {
-      candidates.add(join("--", p.name), firstLine(p.help));
+      candidates.add(join("--", p.name), gist(p.help));
     }
   }
   for (const CommonOption& o : commonOptions()) {
-    if (letters.find(o.letter) != std::string::npos) {
-      candidates.add(join("--", o.name), firstLine(o.help));
+    if (o.isAmong(letters)) {
+      candidates.add(join("--", o.name), gist(o.help));
     }
   }
 }
@@ -122,8 +152,8 @@ std::string completion(std::span<char* const> words) {
     candidates.add("manual", "a manual page, in the language of man");
     return candidates.lines();
   }
-  if (name == "help") addNames(candidates);
-  if (name == "manual") {
+  if (words.size() == 2 && name == "help") addNames(candidates);
+  if (words.size() == 2 && name == "manual") {
     candidates.add("rast", "the command");
     candidates.add("rast-ops", "the operations");
   }
@@ -144,7 +174,7 @@ std::string completion(std::span<char* const> words) {
     }
     return candidates.lines();
   }
-  const bool isFirst = words.size() == 2;
+  const bool isFirst = isFirstOperand(words, operation, letters);
   if (isFirst && operation != nullptr && !operation->parameters.empty() &&
       operation->parameters[0].operand) {
     addValues(candidates, operation->parameters[0], "");

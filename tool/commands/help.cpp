@@ -50,7 +50,8 @@ std::string row(const std::string& term, const std::string& text) {
 std::string rows(const std::vector<HelpItem>& items) {
   std::string text;
   for (const HelpItem& item : items) {
-    text += row(item.names + item.argument,
+    // Long names stand below each other, whether there is a letter or not.
+    text += row(join(item.names.starts_with("--") ? "    " : "", item.names, item.argument),
                 item.text + (item.limits.empty() ? "" : "\n") + item.limits);
   }
   return text;
@@ -89,7 +90,7 @@ std::string helpOf(const Operation& operation) {
 std::vector<HelpItem> parameterItems(const Operation& operation) {
   std::vector<HelpItem> items;
   for (const Parameter& p : operation.parameters) {
-    HelpItem item = {join("    --", p.name), "", p.help, ""};
+    HelpItem item = {join("--", p.name), "", p.help, ""};
     if (p.argument != nullptr) {
       item.argument = join(' ', p.argument);
       const std::string range = p.read == readNumbers ? join(p.low, "..", p.high) : "";
@@ -106,7 +107,7 @@ std::vector<HelpItem> parameterItems(const Operation& operation) {
 std::vector<HelpItem> optionItems(const std::string& letters) {
   std::vector<HelpItem> items;
   for (const CommonOption& o : commonOptions()) {
-    if (letters.find(o.letter) == std::string::npos) continue;
+    if (!o.isAmong(letters)) continue;
     HelpItem item = {join('-', o.letter, ", --", o.name), "", o.help, ""};
     if (o.argument != nullptr) {
       item.argument = o.takesWord() ? join(' ', o.argument) : join('[', o.argument, ']');
@@ -164,6 +165,7 @@ std::string help() {
 }
 
 std::string help(const std::string& name) {
+  if (name == "help" || name == "manual") return help();
   const Command* command = findCommand(name);
   return command != nullptr ? helpOf(*command) : helpOf(operationNamed(name));
 }

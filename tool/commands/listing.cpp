@@ -29,11 +29,10 @@ std::string quoted(std::string text) {
   return '"' + text + '"';
 }
 
-std::string quotedChoices(std::string words) {
-  for (std::size_t bar = 0; (bar = words.find('|', bar)) != std::string::npos; bar += 4) {
-    words.replace(bar, 1, "\", \"");
-  }
-  return '[' + quoted(words) + ']';
+std::string quotedChoices(const std::string& list) {
+  std::string text;
+  for (const std::string& word : wordsOf(list)) text += (text.empty() ? "" : ", ") + quoted(word);
+  return '[' + text + ']';
 }
 
 std::string presetsJson(const Parameter& p) {

@@ -63,13 +63,7 @@ std::string example(const std::string& line) {
 std::string items(const std::vector<HelpItem>& items) {
   std::string text;
   for (const HelpItem& item : items) {
-    std::string names;
-    std::istringstream words(item.names);
-    for (std::string word; words >> word;) {
-      names += names.empty() ? "" : " ";
-      names += word.ends_with(',') ? bold(word.substr(0, word.size() - 1)) + ',' : bold(word);
-    }
-    text += join(".TP\n", names, italic(item.argument), '\n', paragraph(item.text));
+    text += join(".TP\n", bold(item.names), italic(item.argument), '\n', paragraph(item.text));
     if (!item.limits.empty()) text += join(".br\n", escaped(item.limits), '\n');
   }
   return text;
@@ -112,7 +106,11 @@ std::string commandPage() {
     text += join(".TP\n.B ", exit.status, '\n', escaped(exit.meaning), '\n');
   }
   return text + ".SH ENVIRONMENT\n.TP\n.B TMPDIR\n" + paragraph(storedPagesText) +
-         ".SH SEE ALSO\n.BR rast\\-ops (7),\n.BR rasttoraster (8)\n";
+         ".SH SEE ALSO\n.BR rast\\-ops (7)"
+#ifdef RAST_HAS_RASTER
+         ",\n.BR rasttoraster (8)"
+#endif
+         "\n";
 }
 
 std::string operationsPage() {

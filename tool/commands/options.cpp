@@ -74,7 +74,7 @@ class JobParser {
             int argc, char** argv)
       : argc_(argc), argv_(argv), paths_(paths), requiredPaths_(requiredPaths) {
     for (const CommonOption& o : commonOptions()) {
-      if (letters.find(o.letter) == std::string::npos) continue;
+      if (!o.isAmong(letters)) continue;
       letters_ += join(o.letter, o.takesWord() ? ":" : "");
       const int argument = o.takesWord()           ? required_argument
                            : o.argument != nullptr ? optional_argument
@@ -196,6 +196,8 @@ class JobParser {
 CommandLine parseCommandLine(int argc, char** argv) {
   if (argc < 2) fail(ExitCode::usage, "no operation given; see 'rast help'");
   const std::string first = argv[1];
+  const bool takesOne = first == "help" || first == "manual";
+  if (takesOne && argc > 3) fail(ExitCode::usage, "'", argv[3], "' is too much; see 'rast help'");
   if (first == "--version" || first == "-V") return "rast " RAST_TOOL_VERSION "\n";
   if (first == "--help" || first == "-h" || first == "help") {
     return argc < 3 ? help() : help(argv[2]);

@@ -12,7 +12,7 @@ _rast() {
       COMPREPLY+=("${candidate#"$before"}")
       [[ $candidate != *[=\ ]* ]] || compopt -o nospace
     else
-      _filedir
+      cur=${cur#"$before"} _filedir
     fi
-  done < <("${words[0]}" complete "${words[@]:1:cword}" 2>/dev/null)
+  done < <("${words[0]/#\~/$HOME}" complete "${words[@]:1:cword}" 2>/dev/null)
 } && complete -F _rast rast

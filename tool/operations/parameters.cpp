@@ -123,15 +123,20 @@ double parseDecimal(const std::string& option, const std::string& text, double l
   return parse(option, text, low, high, "decimal");
 }
 
+std::vector<std::string> wordsOf(const std::string& list) {
+  std::vector<std::string> words;
+  std::istringstream stream(list);
+  for (std::string word; std::getline(stream, word, '|');) words.push_back(word);
+  return words;
+}
+
 std::size_t parseChoice(const std::string& option, const std::string& text,
-                        const std::string& words) {
-  std::istringstream stream(words);
+                        const std::string& list) {
+  const std::vector<std::string> words = wordsOf(list);
+  const auto found = std::ranges::find(words, text);
+  if (found != words.end()) return static_cast<std::size_t>(found - words.begin());
   std::string expected;
-  std::size_t place = 0;
-  for (std::string word; std::getline(stream, word, '|'); ++place) {
-    if (word == text) return place;
-    expected += (place == 0 ? "" : " or ") + word;
-  }
+  for (const std::string& word : words) expected += (expected.empty() ? "" : " or ") + word;
   fail(ExitCode::usage, option, ": '", text, "' is unknown; expected ", expected);
 }
 

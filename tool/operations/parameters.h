@@ -34,9 +34,12 @@ std::int64_t parseNumber(const std::string& option, const std::string& text, std
 std::uint64_t parseBytes(const std::string& option, const std::string& text, std::uint64_t low);
 double parseDecimal(const std::string& option, const std::string& text, double low, double high);
 
-// The place of the text among words such as "pnm|png".
+// Of a list such as "pnm|png".
+std::vector<std::string> wordsOf(const std::string& list);
+
+// The place of the text among such words.
 std::size_t parseChoice(const std::string& option, const std::string& text,
-                        const std::string& words);
+                        const std::string& list);
 
 // Readers for the table. As many numbers as the argument has names between commas: "N", "R,G,B".
 Value readNumbers(const Parameter& parameter, const std::string& text);

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <numbers>
 #include <optional>
-#include <sstream>
+#include <utility>
 
 #include "formats/error.h"
 
@@ -79,17 +79,23 @@ std::optional<double> keyed(const Parameter& parameter, const std::string& text,
                       high);
 }
 
+std::optional<Value> presetNamed(const Parameter& parameter, const std::string& text) {
+  for (Preset& preset : presetsOf(parameter)) {
+    if (preset.name == text) return std::move(preset.numbers);
+  }
+  return {};
+}
+
 }  // namespace
 
 Value readCurve(const Parameter& parameter, const std::string& text) {
-  if (text == "invert") return inverted();
+  if (auto preset = presetNamed(parameter, text)) return *std::move(preset);
   if (const auto gamma = keyed(parameter, text, "gamma", 0.1, 10)) return gammaCurve(*gamma);
   return readNumberFile(parameter, text, 256, knownWords(parameter));
 }
 
 Value readMatrix(const Parameter& parameter, const std::string& text) {
-  const auto preset = std::ranges::find(matrixPresets, text, &MatrixPreset::name);
-  if (preset != std::end(matrixPresets)) return withoutOffsets(preset->rows);
+  if (auto preset = presetNamed(parameter, text)) return *std::move(preset);
   if (const auto angle = keyed(parameter, text, "rotate", -360, 360)) return rotation(*angle);
   return readNumberFile(parameter, text, 15, knownWords(parameter));
 }
@@ -106,10 +112,7 @@ std::vector<Preset> presetsOf(const Parameter& parameter) {
 
 std::vector<std::string> knownWords(const Parameter& parameter) {
   std::vector<std::string> words;
-  if (parameter.read == readChoice) {
-    std::istringstream choices(parameter.argument);
-    for (std::string word; std::getline(choices, word, '|');) words.push_back(word);
-  }
+  if (parameter.read == readChoice) words = wordsOf(parameter.argument);
   for (const Preset& preset : presetsOf(parameter)) words.push_back(preset.name);
   if (parameter.read == readCurve) words.emplace_back("gamma=");
   if (parameter.read == readMatrix) words.emplace_back("rotate=");

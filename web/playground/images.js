@@ -3,7 +3,7 @@
 const ascii = (bytes) => String.fromCharCode(...bytes);
 const pngSignature = Uint8Array.of(137, 80, 78, 71, 13, 10, 26, 10);
 
-// What the command takes too; null for anything else.
+// PGM, PPM and the usual PNG, of one page; null for anything else.
 export async function decode(bytes) {
   if (/^P[56]/.test(ascii(bytes.subarray(0, 2)))) return decodePnm(bytes);
   if (pngSignature.every((byte, i) => bytes[i] === byte)) return decodePng(bytes);
@@ -22,6 +22,9 @@ function decodePnm(bytes) {
   const samples = bytes.subarray(found[0].length, found[0].length + width * height * components);
   if (width * height === 0) throw new Error("the page has no pixels");
   if (samples.length < width * height * components) throw new Error("the file ends early");
+  if (bytes.length > found[0].length + samples.length) {
+    throw new Error("more follows the first page; the playground takes files of one page");
+  }
   return {width, height, planes: apart(samples, components)};
 }
 
@@ -76,6 +79,9 @@ function chunksOf(bytes) {
     const name = ascii(bytes.subarray(at + 4, at + 8));
     chunks.push({name, data: bytes.subarray(at + 8, at + 8 + size)});
     at += 12 + size;
+    if (name === "IEND" && at < bytes.length) {
+      throw new Error("more follows the first page; the playground takes files of one page");
+    }
   }
   return chunks;
 }

@@ -424,7 +424,7 @@ function showCommand(result) {
   const shown = steps.length > 0 && page !== null;
   at("as-command").hidden = !shown;
   if (!shown) return;
-  const out = `out.${result?.colour === false ? "pgm" : "ppm"}`;
+  const out = `${page.startsWith("out.") ? "new" : "out"}.${result?.colour === false ? "pgm" : "ppm"}`;
   const chain = chainText(steps).replaceAll("'", "'\\''");
   at("command").textContent = `rast chain '${chain}' ${shellWord(page)} ${out}`;
   const used = new Set([page]);
@@ -453,6 +453,7 @@ async function run() {
   try {
     const result = await ask("run", {page, steps: sent, texts: allTexts()});
     showFault(null);
+    failPage("");
     draw("after", result);
     at("figures").textContent =
       `${width} × ${height} → ${result.width} × ${result.height}, ` +

@@ -7,7 +7,7 @@ import {Rast} from "./rast.js";
 let rast;
 let known;
 const images = new Map(); // by name
-let done = []; // by the steps of the last chain: {key, image, milliseconds}
+let made = []; // by the steps of the last chain: {key, image, milliseconds}
 let result; // of the last chain
 
 // As a browser shows it.
@@ -25,7 +25,7 @@ async function shown({width, height, planes}) {
 
 function keep(name, image) {
   images.set(name, image);
-  done = [];
+  made = [];
   const {width, height, planes, alpha} = image;
   return {width, height, colour: planes.length === 3, transparent: alpha !== undefined};
 }
@@ -63,20 +63,20 @@ const work = {
     let key = page;
     steps.forEach((step, i) => {
       key += JSON.stringify([step, Object.values(step.values).map((text) => texts.get(text))]);
-      if (done[i]?.key !== key) {
-        done.length = i;
+      if (made[i]?.key !== key) {
+        made.length = i;
         const began = performance.now();
         try {
-          done.push({key, image: apply(rast, known, image, step, files)});
+          made.push({key, image: apply(rast, known, image, step, files)});
         } catch (error) {
           throw Object.assign(error, {step: i});
         }
-        done[i].milliseconds = performance.now() - began;
+        made[i].milliseconds = performance.now() - began;
       }
-      image = done[i].image;
+      image = made[i].image;
     });
-    done.length = steps.length;
-    const milliseconds = done.reduce((sum, one) => sum + one.milliseconds, 0);
+    made.length = steps.length;
+    const milliseconds = made.reduce((sum, one) => sum + one.milliseconds, 0);
     result = image;
     return {...(await shown(image)), milliseconds};
   },

@@ -9,7 +9,7 @@ jobs=$(nproc)
 # Name, length, and what the suite shows.
 list="default       short  The release build does all that its tests ask, with g++
 clang         short  The same with clang
-O0            short  No test depends on optimisation
+O0            long   No test depends on optimisation
 asan-ubsan    short  No test makes the library or the command do anything undefined, or leave its memory
 tsan          short  Concurrent calls share nothing that is written
 levels        short  Every instruction-set level works alone

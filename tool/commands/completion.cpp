@@ -29,8 +29,8 @@ class Candidates {
 
 // Up to the first semicolon or full stop, on one line.
 std::string gist(std::string text) {
-  text = text.substr(0, std::min(text.find("; "), text.find(";\n")));
-  text = text.substr(0, std::min(text.find(". "), text.find(".\n")));
+  text.resize(std::min({text.size(), text.find("; "), text.find(";\n")}));
+  text.resize(std::min({text.size(), text.find(". "), text.find(".\n")}));
   std::ranges::replace(text, '\n', ' ');
   return text.substr(0, text.find_last_not_of(",:;.") + 1);
 }

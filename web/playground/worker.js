@@ -7,7 +7,7 @@ import {Rast} from "./rast.js";
 let rast;
 let known;
 const images = new Map(); // by name
-let made = []; // by the steps of the last chain: {key, image, milliseconds}
+let finished = []; // by the steps of the last chain: {key, image, milliseconds}
 let result; // of the last chain
 
 // As a browser shows it.
@@ -25,7 +25,7 @@ async function shown({width, height, planes}) {
 
 function keep(name, image) {
   images.set(name, image);
-  made = [];
+  finished = [];
   const {width, height, planes, alpha} = image;
   return {width, height, colour: planes.length === 3, transparent: alpha !== undefined};
 }
@@ -63,20 +63,20 @@ const work = {
     let key = page;
     steps.forEach((step, i) => {
       key += JSON.stringify([step, Object.values(step.values).map((text) => texts.get(text))]);
-      if (made[i]?.key !== key) {
-        made.length = i;
+      if (finished[i]?.key !== key) {
+        finished.length = i;
         const began = performance.now();
         try {
-          made.push({key, image: apply(rast, known, image, step, files)});
+          finished.push({key, image: apply(rast, known, image, step, files)});
         } catch (error) {
           throw Object.assign(error, {step: i});
         }
-        made[i].milliseconds = performance.now() - began;
+        finished[i].milliseconds = performance.now() - began;
       }
-      image = made[i].image;
+      image = finished[i].image;
     });
-    made.length = steps.length;
-    const milliseconds = made.reduce((sum, one) => sum + one.milliseconds, 0);
+    finished.length = steps.length;
+    const milliseconds = finished.reduce((sum, one) => sum + one.milliseconds, 0);
     result = image;
     return {...(await shown(image)), milliseconds};
   },

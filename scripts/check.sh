@@ -170,6 +170,7 @@ suite_qemu-arm() {
   other_machine arm "${arm[@]}"
   chooses neon "${arm[@]}" -cpu cortex-a9 build/arm/tests/interface/level
   chooses baseline "${arm[@]}" -cpu cortex-a9,neon=off build/arm/tests/interface/level
+  quietly /usr/bin/python3 tests/tool/test_documents.py Examples.test_for_a_controller
 }
 
 suite_qemu-arm64() {

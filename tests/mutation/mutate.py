@@ -429,7 +429,7 @@ class Trial:
         killer = killer or self.by_level() or self.by_header_tests() or self.by_traps(changed)
         return ("killed", killer) if killer else ("survived", None)
 
-    def in_turn(self, chosen, everything=True):
+    def in_turn(self, chosen):
         """Past killers first, then what is named after the file, then everything else."""
         times = {test: s for test, s in self.shop.times.items() if chosen(test)}
         past = [test for test in times if any(fnmatch.fnmatch(test, pattern) for pattern, _ in
@@ -437,8 +437,7 @@ class Trial:
         named = [test for test in self.shop.named_after(self.mutant.file)
                  if test in times and test not in past]
         rest = [test for test in times if test not in past and test not in named]
-        turns = (past, named, rest) if everything else (past, named)
-        return next(filter(None, map(self.shop.killer, turns)), None)
+        return next(filter(None, map(self.shop.killer, (past, named, rest))), None)
 
     def by_level(self):
         return None if self.shop.launch([self.shop.work / "level"], 5)[2] == 0 else "level"
@@ -469,7 +468,7 @@ class Trial:
             if not unit.compile(to, *TRAPPING):
                 return None
         self.shop.link_library(changed)
-        killer = self.in_turn(lambda test: True, everything=False)
+        killer = self.in_turn(lambda test: True)
         return f"{killer}, sanitized" if killer else None
 
 

@@ -7,8 +7,10 @@ import subprocess
 import unittest
 from pathlib import Path
 
+from test_chain import is_plain
 from test_rast import RAST, RastTest, ppm, ramp
 
+LIBRAST = os.environ.get("LIBRAST")
 ROOT = Path(__file__).resolve().parent.parent.parent
 
 
@@ -41,7 +43,7 @@ class Examples(RastTest):
 
     def shell(self, command, code=0):
         done = subprocess.run(
-            ["bash", "-ec", command], cwd=self.folder, env=self.environment, timeout=60,
+            ["bash", "-ec", command], cwd=self.folder, env=self.environment, timeout=300,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
         )
         self.assertEqual(done.returncode, code, (command, done.stderr.decode()))
@@ -68,6 +70,28 @@ class Examples(RastTest):
                 else:
                     self.assertEqual(made, {last})
                     self.assertTrue(self.shell(f"rast info {last}").endswith((b"page\n", b"pages\n")))
+
+    @unittest.skipUnless(LIBRAST and is_plain(LIBRAST), "needs a plain library")
+    def test_use_from_c(self):
+        text = section("README.md", "Use from C")
+        self.file("example.c", re.search("```c\n(.*?)```", text, re.DOTALL)[1].encode())
+        # As printed, but for where the library is.
+        (compiled,) = (line for line in text.splitlines() if line.startswith("    cc "))
+        found = f"-I{ROOT}/include {LIBRAST}"
+        self.environment["LD_LIBRARY_PATH"] = os.path.dirname(LIBRAST)
+        printed = self.shell(re.sub(r"\$\(pkg-config .*?\)", found, compiled.strip()))
+        self.assertEqual(printed, b"0\n")
+
+    @unittest.skipUnless(shutil.which("arm-linux-gnueabihf-gcc"), "needs the cross compiler")
+    def test_for_a_controller(self):
+        (block,) = examples(section("README.md", "For a controller"))
+        for name in ("CMakeLists.txt", "cmake", "docs", "examples", "include", "packaging", "src"):
+            (self.folder / name).symlink_to(ROOT / name)
+        self.shell(block)
+        kind = subprocess.run(
+            ["readelf", "-h", self.folder / "stamp"], stdout=subprocess.PIPE, check=True
+        ).stdout
+        self.assertIn(b"ARM", kind)
 
     @unittest.skipUnless(shutil.which("parallel"), "needs GNU parallel")
     def test_several_cores(self):

@@ -261,7 +261,12 @@ suite_queue() {
 
 suite_reference() {
   quietly make reference
-  figure "no warning"
+  local link
+  while read -r link; do
+    quietly test -e "build/reference/html/$link"
+  done < <(grep -ohE '(src|href)="[^"#:]+["#]' build/reference/html/*.html | sed 's/.*="//; s/.$//' |
+    sort -u)
+  figure "no warning, no broken link"
 }
 
 suite_gallery() {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs the named suites of checks, or all of them; --short all but the long ones, --list tells which
-# there are. With several suites a Markdown table of what each has shown ends the report.
+# there are and what each takes. With several suites a Markdown table of what each has shown ends the report.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
@@ -407,8 +407,13 @@ suite_mutation() {
     $7 " killed, " $8 " survive"}' "$log")"
 }
 
+# With the seconds that each took when its figures were last written down.
 if [[ ${1:-} == --list ]]; then
-  echo "$list"
+  while read -r name length claim; do
+    seconds=$(awk -F' *[|] *' -v command="\`scripts/check.sh $name\`" '$3 == command {print $5}' \
+      docs/verification.md)
+    printf '%-14s%-6s%5s s  %s\n' "$name" "$length" "$seconds" "$claim"
+  done <<<"$list"
   exit 0
 fi
 mapfile -t all < <(awk '{print $1}' <<<"$list")

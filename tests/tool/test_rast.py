@@ -4,6 +4,7 @@ import itertools
 import json
 import math
 import os
+import pty
 import random
 import re
 import shlex
@@ -158,8 +159,11 @@ class Usage(RastTest):
     def test_other_commands(self):
         general = self.run_rast("--help").stdout.decode()
         for name, usage, words in (
-            ("info", "[OPTION]... [IN]", ["--pages LIST", "--json"]),
-            ("compare", "[OPTION]... A B [DIFFERENCE]", ["--pages LIST", "--format", "--band"]),
+            ("info", "[OPTION]... [IN]", ["--pages LIST", "--progress", "--json"]),
+            (
+                "compare", "[OPTION]... A B [DIFFERENCE]",
+                ["--pages LIST", "--format", "--band", "--progress"],
+            ),
             ("ops", "[OPTION]...", ["--json"]),
         ):
             self.assertIn(f" rast {name} {usage}\n", general)
@@ -1506,6 +1510,35 @@ class Info(RastTest):
         (png(2, 1, 1, 3, [b"\x40"], before=chunk(b"PLTE", b"abcdef")), "PNG", 2, 1, "RGB"),
     )
     STREAM = b"".join(page[0] for page in PAGES)
+
+    def test_progress_beside_a_report(self):
+        """Of info and compare, unless the report can be seen instead."""
+        job = self.file("job.pgm", pgm(4, 3, ramp(12)) * 2)
+        for command in (["info", job], ["compare", job, job]):
+            with self.subTest(command[0]):
+                done = self.run_rast(*command, "--progress=json")
+                self.assertEqual(done.returncode, DONE)
+                lines = [json.loads(line) for line in done.stderr.splitlines()]
+                self.assertEqual([line.get("percent") for line in lines], [50, 100, None])
+                self.assertEqual(lines[-1], {"done": True, "pages": 2})
+                self.assertIn(b"page 1: ", done.stdout)
+                self.assertEqual(self.run_rast(*command, "-p", "-q").stderr, b"")
+                self.assertRegex(self.on_terminal(command, subprocess.DEVNULL), rb"\rpage 2: 100%")
+                self.assertNotIn(b"%", self.on_terminal(command, None))
+
+    def on_terminal(self, command, out):
+        """What is shown where standard error is a terminal, and standard output too without out."""
+        ours, terminal = pty.openpty()
+        try:
+            done = subprocess.run(
+                [RAST, *command], stdin=subprocess.DEVNULL, stdout=terminal if out is None else out,
+                stderr=terminal, timeout=20, check=False,
+            )
+            self.assertEqual(done.returncode, DONE)
+            return os.read(ours, 65536)
+        finally:
+            os.close(ours)
+            os.close(terminal)
 
     def test_lines(self):
         expected = "page 1: PGM, 4 x 3, gray\npage 2: PPM, 1 x 70, RGB\n"

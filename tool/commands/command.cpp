@@ -57,7 +57,7 @@ constexpr Command commandTable[] = {
      "Each page is read to its end before a line tells its number, format, size and kind; a last\n"
      "line tells how many pages there were. An error leaves the JSON array without its end. IN is\n"
      "a file; '-', or leaving it out, means standard input.",
-     "mPjh", "rast info in.ppm", info, infoPaths},
+     "mPpqjh", "rast info in.ppm", info, infoPaths},
     {"compare", " A B [DIFFERENCE]", "the differences between two streams",
      "For each page a line tells that it is equal in both; or its first sample that differs, with\n"
      "the value in A and in B, how many samples differ, by how much at most, and the peak\n"
@@ -67,7 +67,7 @@ constexpr Command commandTable[] = {
      "none\n"
      "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
      "status is 0 when all pages are equal and 1 when some are not.",
-     "fbmPh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
+     "fbmPpqh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
     {"ops", "", "the operations there are",
      "A line for each tells its summary and the pages it takes; JSON also tells its details\n"
      "and its parameters: help, kind, limits or values, what names stand for, default if there is\n"

@@ -9,6 +9,7 @@
 
 #include "commands/page_list.h"
 #include "formats/output.h"
+#include "progress/meter.h"
 #include "steps/planes.h"
 
 namespace {
@@ -92,7 +93,7 @@ class Picture {
 };
 
 Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::uint32_t wantedLines,
-                          Picture& picture) {
+                          Picture& picture, Meter& meter) {
   const PageHead& head = a.head();
   const std::uint32_t most = bandLines(in, head, wantedLines);
   const Bytes linesOfA = makeBytes(most * head.lineBytes());
@@ -105,6 +106,7 @@ Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::ui
     b.readLines(linesOfB.get(), count);
     found.add(linesOfA.get(), linesOfB.get(), count * head.lineBytes());
     picture.writeLines(linesOfA.get(), count);
+    meter.linesRead(count, 2 * count * head.lineBytes());
     done += count;
   }
   return found;
@@ -127,6 +129,7 @@ ExitCode compare(const Job& job) {
   Input b(job.otherPath, job.memory);
   Output report("-");
   Picture picture(job);
+  Meter meter(besideReport(job.progress), a, job.pages.count());
   std::uint64_t count = 0;
   std::uint64_t different = 0;
   const auto tell = [&](std::uint64_t page, bool equal, const auto&... parts) {
@@ -143,7 +146,10 @@ ExitCode compare(const Job& job) {
     const std::uint64_t page = std::max(a.page(), b.page());
     const bool isChosen = job.pages.holds(page);
     if (isChosen && pageA && pageB && pageA->head().hasShapeOf(pageB->head())) {
-      const Difference found = compareSamples(a, *pageA, *pageB, job.bandLines, picture);
+      meter.beginPage(pageA->head().height);
+      meter.beginOutput(0);
+      const Difference found = compareSamples(a, *pageA, *pageB, job.bandLines, picture, meter);
+      meter.endPage(1);
       tell(page, found.isNone(), found.describe());
       continue;
     }
@@ -161,5 +167,6 @@ ExitCode compare(const Job& job) {
   picture.commit();
   report.write(join(count, count == 1 ? " page, " : " pages, ", different, " different\n"));
   report.commit();
+  meter.end();
   return different == 0 ? ExitCode::done : ExitCode::different;
 }

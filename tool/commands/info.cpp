@@ -2,6 +2,7 @@
 
 #include "commands/page_list.h"
 #include "formats/output.h"
+#include "progress/meter.h"
 
 namespace {
 
@@ -24,13 +25,18 @@ ExitCode info(const Job& job) {
   Input in(job.inPath, job.memory);
   Output out("-");
   std::uint64_t count = 0;
+  Meter meter(besideReport(job.progress), in, job.pages.count());
   everyPage(in, *openPages(in), job.pages, [&](PageReader& page) {
-    readPast(in, page);
+    meter.beginPage(page.head().height);
+    meter.beginOutput(0);
+    readPast(in, page, [&meter](auto lines, auto bytes) { meter.linesRead(lines, bytes); });
+    meter.endPage(page.copies());
     if (job.json) out.write(count == 0 ? "[\n" : ",\n");
     out.write(job.json ? describeJson(in.page(), page) : describe(in.page(), page));
     ++count;
   });
   out.write(job.json ? "\n]\n" : join(count, count == 1 ? " page\n" : " pages\n"));
   out.commit();
+  meter.end();
   return ExitCode::done;
 }

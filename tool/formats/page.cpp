@@ -97,13 +97,15 @@ std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparenc
   return std::make_unique<ImageStream>(in, transparency);
 }
 
-void readPast(const Input& in, PageReader& page) {
+void readPast(const Input& in, PageReader& page,
+              const std::function<void(std::uint32_t lines, std::uint64_t bytes)>& onLines) {
   const PageHead& head = page.head();
   const std::uint32_t most = bandLines(in, head);
   const auto lines = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
   for (std::uint32_t done = 0; done < head.height;) {
     const std::uint32_t count = std::min(most, head.height - done);
     page.readLines(lines.get(), count);
+    if (onLines) onLines(count, count * head.lineBytes());
     done += count;
   }
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -82,7 +83,8 @@ class PageStream {
 std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {});
 
 // Reads a page that nothing is wanted of but that it is sound.
-void readPast(const Input& in, PageReader& page);
+void readPast(const Input& in, PageReader& page,
+              const std::function<void(std::uint32_t lines, std::uint64_t bytes)>& onLines = {});
 
 class PageWriter {
  public:

@@ -16,6 +16,7 @@ class Meter {
   Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages);
 
   void beginPage(std::uint32_t linesToRead);
+  // As soon as it is known how many those are, which is 0 where pages are only read.
   void beginOutput(std::uint32_t linesToWrite) { toWrite_ = linesToWrite; }
   void endPage(std::uint32_t copies);
   void linesRead(std::uint32_t lines, std::uint64_t bytes);

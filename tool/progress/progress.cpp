@@ -79,6 +79,11 @@ class QueueMessages final : public Progress {
 
 }  // namespace
 
+ProgressMode besideReport(ProgressMode mode) {
+  const bool isShown = mode == ProgressMode::whenTerminal && isatty(STDOUT_FILENO) != 0;
+  return isShown ? ProgressMode::never : mode;
+}
+
 void printError(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);

@@ -34,6 +34,9 @@ class Progress {
   virtual void end(std::uint64_t pages) = 0;
 };
 
+// Of a job that reports on standard output: if that is a terminal, the report is progress enough.
+ProgressMode besideReport(ProgressMode mode);
+
 // In one write, so that lines of several programs do not mix.
 void printError(const std::string& text);
 

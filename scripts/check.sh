@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the named suites of checks, or all of them; --short all but the long ones, --list tells which
-# there are and what each takes. With several suites a Markdown table of what each has shown ends the report.
+# there are and what each takes. With several suites a Markdown table of what each has shown ends the
+# report.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."

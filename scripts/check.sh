@@ -9,7 +9,7 @@ jobs=$(nproc)
 
 # Name, length, and what the suite shows.
 list="default       short  The release build does all that its tests ask, with g++
-clang         short  The same with clang
+clang         long   The same with clang
 O0            long   No test depends on optimisation
 asan-ubsan    short  No test makes the library or the command do anything undefined, or leave its memory
 tsan          short  Concurrent calls share nothing that is written
@@ -18,7 +18,7 @@ old-cpus      short  Processors without AVX2 or AVX-512 get, and run, a level of
 i386          short  32-bit x86 gives the same bytes
 qemu-arm      short  32-bit ARM gives the same bytes, with NEON and without
 qemu-arm64    short  64-bit ARM gives the same bytes
-big-endian    short  Big-endian machines of 32 and 64 bits give the same bytes
+big-endian    long   Big-endian machines of 32 and 64 bits give the same bytes
 musl          short  The library needs no GNU C library
 symbols       short  Nothing else is exported, imported or writable, whatever compiles it; binaries are hardened
 abi           short  The interface is the stored one, and a build can be repeated to the byte
@@ -127,7 +127,7 @@ suite_tsan() {
 suite_levels() {
   deps test arm qemu
   build_and_test level-baseline -LE exhaustive
-  local level parts=(rast rast_static layout_C layout_CXX level threads)
+  local level parts=(rast rast_static manuals layout_C layout_CXX level threads)
   for level in level-avx2 level-avx512 arm-baseline arm-neon; do
     build "$level" "${parts[@]}"
     if [[ $level == arm-* ]] || grep -qwE "${level#*-}|${level#*-}_?vbmi" /proc/cpuinfo; then

@@ -251,6 +251,7 @@ suite_abi() {
 suite_install() {
   deps tool test
   build_and_test default -R '^interface.install$'
+  quietly /usr/bin/python3 tests/tool/test_documents.py Examples.installation_as_printed
 }
 
 suite_queue() {

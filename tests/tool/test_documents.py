@@ -71,6 +71,17 @@ class Examples(RastTest):
                     self.assertEqual(made, {last})
                     self.assertTrue(self.shell(f"rast info {last}").endswith((b"page\n", b"pages\n")))
 
+    def installation_as_printed(self):
+        """Builds everything, so it is no test of every day: the suite of installation names it."""
+        text = section("README.md", "Use from C")
+        self.file("example.c", re.search("```c\n(.*?)```", text, re.DOTALL)[1].encode())
+        for path in ROOT.iterdir():
+            if path.name not in ("build", ".git"):
+                (self.folder / path.name).symlink_to(path)
+        self.environment["HOME"] = str(self.folder / "home")
+        (block,) = examples(text)
+        self.assertTrue(self.shell(block).endswith(b"\n0\n"))
+
     @unittest.skipUnless(LIBRAST and is_plain(LIBRAST), "needs a plain library")
     def test_use_from_c(self):
         text = section("README.md", "Use from C")

@@ -1,7 +1,7 @@
 #include "commands/completion.h"
 
 #include <algorithm>
-#include <vector>
+#include <sstream>
 
 #include "commands/command.h"
 #include "formats/error.h"
@@ -133,9 +133,7 @@ void addOptions(Candidates& candidates, const Operation* operation, const std::s
     }
   }
   for (const CommonOption& o : commonOptions()) {
-    if (o.isAmong(letters)) {
-      candidates.add(join("--", o.name), gist(o.help));
-    }
+    if (o.isAmong(letters)) candidates.add(join("--", o.name), gist(o.help));
   }
 }
 

@@ -5,19 +5,19 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cinttypes>
-#include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <new>
 #include <string>
+#include <string_view>
 #include <variant>
+#include <vector>
 
 #include "commands/options.h"
 #include "formats/error.h"
-#include "formats/file.h"
+#include "formats/descriptor.h"
 #include "formats/output.h"
 #ifdef RAST_HAS_RASTER
 #include "commands/print_filter.h"
@@ -33,11 +33,15 @@ void fillStandardDescriptors() {
   }
 }
 
-std::uint64_t memoryInUse() {
-  std::uint64_t pages = 0;
-  const File status(std::fopen("/proc/self/statm", "re"));
-  if (status && std::fscanf(status.get(), "%*u %*u %*u %*u %*u %" SCNu64, &pages) != 1) pages = 0;
-  return pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+// As the limit counts it, or 0 where the kernel does not tell.
+std::uint64_t dataInUse() {
+  constexpr std::size_t place = 5;  // among the numbers, each of which counts pages
+  char text[200] = "";
+  const Descriptor status(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
+  if (!status || status.read(text, sizeof text - 1) < 0) return 0;
+  const std::vector<std::string> numbers = split(text, ' ');
+  const std::uint64_t pages = numbers.size() > place ? std::strtoull(numbers[place].c_str(), nullptr, 10) : 0;
+  return pages * getauxval(AT_PAGESZ);
 }
 
 // What one of the libraries for page files would take beyond the cap fails to be allocated. Pages
@@ -45,16 +49,16 @@ std::uint64_t memoryInUse() {
 // with a sanitizer does, is left alone.
 void limitMemory(std::uint64_t bytes) {
   rlimit limit = {};
-  if (memoryInUse() > bytes / 2 || getrlimit(RLIMIT_DATA, &limit) != 0) return;
+  if (dataInUse() > bytes / 2 || getrlimit(RLIMIT_DATA, &limit) != 0) return;
   limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, bytes);
   setrlimit(RLIMIT_DATA, &limit);
 }
 
 #ifdef RAST_HAS_RASTER
 // Of this program, be it a link. A scheduler calls its filters by the names of printers.
-std::string fileName() {
+std::string_view fileName() {
   const auto path = getauxval(AT_EXECFN);  // an address, or 0
-  return path != 0 ? std::filesystem::path(reinterpret_cast<const char*>(path)).filename() : "";
+  return path != 0 ? nameIn(reinterpret_cast<const char*>(path)) : "";
 }
 #endif
 
@@ -72,7 +76,6 @@ int report(const char* label, ExitCode code, const std::string& text) {
 
 int main(int argc, char** argv) {
   fillStandardDescriptors();
-  std::setlocale(LC_CTYPE, "C.UTF-8");
   // Writing to a closed pipe, or beyond the file size limit, fails like any other write.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <iomanip>
-#include <ios>
 #include <optional>
 
 #include "commands/page_list.h"
@@ -44,7 +42,7 @@ class Difference {
                 place / (head_.colour ? 3 : 1) + 1, ", ",
                 head_.colour ? components[place % 3] : "gray", ": ", first_.a, " and ", first_.b,
                 "; ", count_, " of ", samples_, " samples differ by up to ", largest_, ", PSNR ",
-                std::fixed, std::setprecision(2), 10 * std::log10(peak * peak / meanSquare), " dB");
+                fixed(10 * std::log10(peak * peak / meanSquare), 2), " dB");
   }
 
  private:

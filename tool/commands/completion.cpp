@@ -1,7 +1,6 @@
 #include "commands/completion.h"
 
 #include <algorithm>
-#include <sstream>
 
 #include "commands/command.h"
 #include "formats/error.h"
@@ -56,11 +55,12 @@ void addChains(Candidates& candidates, const std::string& chain) {
   const std::size_t space = chain.rfind(' ');
   const std::string before = space != std::string::npos ? chain.substr(0, space + 1) : "";
   const std::string last = chain.substr(before.size());
-  std::istringstream words(before);
   const Operation* operation = nullptr;
   bool isFirst = true;
-  for (std::string word; words >> word; isFirst = word == ":") {
+  for (const std::string& word : split(before, ' ')) {
+    if (word.empty()) continue;
     if (isFirst) operation = findOperation(word);
+    isFirst = word == ":";
   }
   if (isFirst) {
     for (const Operation& o : operations()) candidates.add(before + o.name, o.summary);

@@ -1,8 +1,5 @@
 #include "commands/help.h"
 
-#include <iomanip>
-#include <sstream>
-
 #include "commands/command.h"
 #include "commands/listing.h"
 #include "formats/error.h"
@@ -37,14 +34,13 @@ namespace {
 
 // Two columns: a term, and help lines that start under each other; below a term that is too long.
 std::string row(const std::string& term, const std::string& text) {
-  constexpr int column = 24;
-  std::ostringstream lines;
-  lines << "  " << std::left << std::setw(column) << term;
+  constexpr std::size_t column = 24;
+  std::string lines = "  " + alignedLeft(term, column);
   for (const char c : (term.size() < column ? "" : "\n") + text) {
-    lines << c;
-    if (c == '\n') lines << std::string(column + 2, ' ');
+    lines += c;
+    if (c == '\n') lines.append(column + 2, ' ');
   }
-  return lines.str() + '\n';
+  return lines + '\n';
 }
 
 std::string rows(const std::vector<HelpItem>& items) {

@@ -1,7 +1,6 @@
 #include "commands/manual.h"
 
 #include <cctype>
-#include <sstream>
 
 #include "commands/command.h"
 #include "commands/help.h"
@@ -46,9 +45,8 @@ bool explainsWord(const std::string& line) {
 }
 
 std::string paragraph(const std::string& text) {
-  std::istringstream lines(text);
   std::string result;
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string& line : split(text, '\n')) {
     if (explainsWord(line) && !result.empty()) result += ".br\n";
     // A line that begins with a full stop would be taken for a request.
     result += join(line.starts_with('.') ? "\\&" : "", escaped(line), '\n');

@@ -10,9 +10,21 @@
 
 #include "commands/run.h"
 #include "formats/error.h"
+#include "formats/shared_library.h"
 #include "progress/progress.h"
 
 namespace {
+
+constinit SharedLibrary libcups(RAST_CUPS_FILE, "the print filter");
+RAST_LIBRARY_FUNCTION(libcups, cupsFreeOptions);
+RAST_LIBRARY_FUNCTION(libcups, cupsGetOption);
+RAST_LIBRARY_FUNCTION(libcups, cupsParseOptions);
+RAST_LIBRARY_FUNCTION(libcups, ppdClose);
+RAST_LIBRARY_FUNCTION(libcups, ppdErrorString);
+RAST_LIBRARY_FUNCTION(libcups, ppdFindChoice);
+RAST_LIBRARY_FUNCTION(libcups, ppdFindOption);
+RAST_LIBRARY_FUNCTION(libcups, ppdLastError);
+RAST_LIBRARY_FUNCTION(libcups, ppdOpenFile);
 
 constexpr char chainOption[] = "rast-chain";
 
@@ -34,13 +46,16 @@ class Options {
   int count_;
 };
 
-using Ppd = std::unique_ptr<ppd_file_t, decltype(&ppdClose)>;
+struct ClosesPpd {
+  void operator()(ppd_file_t* ppd) const { ppdClose(ppd); }
+};
+using Ppd = std::unique_ptr<ppd_file_t, ClosesPpd>;
 
 // Null where the queue has none.
 Ppd openPpd() {
   const char* path = std::getenv("PPD");
-  if (path == nullptr || *path == '\0') return {nullptr, ppdClose};
-  Ppd ppd(ppdOpenFile(path), ppdClose);
+  if (path == nullptr || *path == '\0') return nullptr;
+  Ppd ppd(ppdOpenFile(path));
   if (!ppd) {
     int line = 0;
     const ppd_status_t status = ppdLastError(&line);

@@ -3,11 +3,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "commands/page_list.h"
 #include "progress/meter.h"
+#include "steps/band_queue.h"
 #include "steps/file_page.h"
 #include "steps/step.h"
 
@@ -63,18 +65,32 @@ class Pipeline {
   void write(PageSource& page, const RasterHeader* header) const {
     const PageHead& head = page.head();
     const std::uint32_t most = bandLines(in_, head, job_.bandLines);
-    const Lines lines(head.width, head.colour, most);
-    const Bytes pixels = head.colour ? makeBytes(most * head.lineBytes()) : nullptr;
+    std::optional<Lines> lines;
+    if (head.colour) lines.emplace(head.width, true, most);
     meter_.inFiles([&] { writer_.beginPage(head, header); });
+    BandQueue queue(queuedBands(head, most), most * head.lineBytes(),
+                    [this](const std::uint8_t* band, std::uint32_t count) {
+                      meter_.inOutput([&] { writer_.writeLines(band, count); });
+                    });
     for (std::uint32_t done = 0; done < head.height;) {
       const std::uint32_t count = std::min(most, head.height - done);
-      page.draw(lines.planes(), count);
-      if (pixels) interleave(lines.planes(), pixels.get(), std::size_t{count} * head.width);
-      const std::uint8_t* const stored = pixels ? pixels.get() : lines.planes().at[0];
-      meter_.inFiles([&] { writer_.writeLines(stored, count); });
+      std::uint8_t* const band = queue.next();
+      const Planes planes = lines ? lines->planes() : Planes(Layout::gray, band, 0);
+      page.draw(planes, count);
+      if (lines) interleave(planes, band, std::size_t{count} * head.width);
+      queue.pass(count);
       meter_.linesWritten(count, count * head.lineBytes());
       done += count;
     }
+    queue.finish();
+  }
+
+  // As many as memory has room for, besides what a band takes in work, and as the page has.
+  std::size_t queuedBands(const PageHead& head, std::uint32_t lines) const {
+    constexpr std::uint64_t enough = 8;
+    const std::uint64_t spare = in_.memoryForBand() - lines * head.workBytes();
+    const std::uint64_t bands = 1 + spare / (lines * head.lineBytes());
+    return std::min({enough, bands, std::uint64_t{(head.height - 1) / lines + 1}});
   }
 
   const Job& job_;

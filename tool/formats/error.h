@@ -2,8 +2,9 @@
 #ifndef RAST_TOOL_ERROR_H
 #define RAST_TOOL_ERROR_H
 
-#include <sstream>
 #include <string>
+
+#include "text/text.h"
 
 enum class ExitCode {
   done = 0,
@@ -20,17 +21,6 @@ struct Failure {
   ExitCode code;
   std::string text;
 };
-
-template <class... Parts>
-std::string join(const Parts&... parts) {
-  std::ostringstream stream;
-  (stream << ... << parts);
-  return stream.str();
-}
-
-// One line whatever is in it: names of files may hold line ends, terminal commands and bytes that
-// are no text.
-std::string printable(const std::string& text);
 
 template <class... Parts>
 [[noreturn]] void fail(ExitCode code, const Parts&... parts) {

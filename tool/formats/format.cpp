@@ -1,9 +1,10 @@
 #include "formats/format.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <string_view>
 #include <iterator>
 
+#include "formats/file.h"
 #include "formats/png_page.h"
 #include "formats/pnm_page.h"
 #ifdef RAST_HAS_TIFF
@@ -43,7 +44,10 @@ const Format* findFormat(const std::string& name) {
 }
 
 const Format* formatOfFile(const std::string& path) {
-  std::string ending = std::filesystem::path(path).extension();
+  const std::string_view name = nameIn(path);
+  const std::size_t point = name.rfind('.');
+  // A name that begins with its only full stop has no ending.
+  std::string ending(point != 0 ? name.substr(std::min(point, name.size())) : "");
   for (char& c : ending) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }

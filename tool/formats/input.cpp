@@ -1,75 +1,110 @@
 #include "formats/input.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <vector>
+#include <utility>
 
 #include "formats/temporary.h"
 
+namespace {
+
+// What is longer is not worth a copy.
+constexpr std::size_t bufferSize = 1 << 14;
+
+}  // namespace
+
 Input::Input(const std::string& path, std::uint64_t memory)
-    : name_(path == "-" ? "standard input" : path), memory_(memory) {
-  // A private descriptor, so that closing the stream leaves descriptor 0 taken.
-  file_.reset(path == "-" ? fdopen(dup(STDIN_FILENO), "rb") : std::fopen(path.c_str(), "rbe"));
+    : name_(path == "-" ? "standard input" : path),
+      memory_(memory),
+      // A private descriptor, so that closing it leaves descriptor 0 taken.
+      file_(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+      buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(bufferSize)) {
   if (!file_) ::fail(ExitCode::runTime, name_, ": cannot be opened: ", std::strerror(errno));
   measure();
 }
 
 void Input::measure() {
   struct stat status = {};
-  const int fd = fileno(file_.get());
-  const off_t start = lseek(fd, 0, SEEK_CUR);
-  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || start < 0) return;
+  const off_t start = lseek(file_.number(), 0, SEEK_CUR);
+  if (fstat(file_.number(), &status) != 0 || !S_ISREG(status.st_mode) || start < 0) return;
   start_ = static_cast<std::uint64_t>(start);
   size_ = static_cast<std::uint64_t>(std::max<off_t>(status.st_size - start, 0));
 }
 
-int Input::get() {
-  const int byte = std::getc(file_.get());
-  if (byte == EOF && std::ferror(file_.get()) != 0) {
-    error_ = errno;
-    failShort(0, "");
-  }
-  return byte;
+std::size_t Input::readFile(std::uint8_t* data, std::size_t size) noexcept {
+  const ssize_t got = ended_ ? 0 : file_.read(data, size);
+  if (got < 0) error_ = errno;
+  ended_ = got <= 0;
+  const auto bytes = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+  read_ += bytes;
+  return bytes;
+}
+
+bool Input::fill() noexcept {
+  next_ = 0;
+  end_ = readFile(buffer_.get(), bufferSize);
+  return end_ != 0;
 }
 
 int Input::peek() {
-  const int byte = get();
-  if (byte != EOF) std::ungetc(byte, file_.get());
+  if (next_ != end_ || fill()) return buffer_[next_];
+  if (error_ != 0) failShort(0, "");
+  return EOF;
+}
+
+int Input::get() {
+  const int byte = peek();
+  if (byte != EOF) ++next_;
   return byte;
 }
 
 std::size_t Input::read(std::uint8_t* data, std::size_t size) noexcept {
-  const std::size_t got = std::fread(data, 1, size, file_.get());
-  if (got != size && std::ferror(file_.get()) != 0) error_ = errno;
+  std::size_t got = 0;
+  while (got < size) {
+    if (next_ == end_ && size - got >= bufferSize) {
+      const std::size_t count = readFile(data + got, size - got);
+      if (count == 0) break;
+      got += count;
+    } else {
+      if (next_ == end_ && !fill()) break;
+      const std::size_t count = std::min(size - got, end_ - next_);
+      std::copy_n(&buffer_[next_], count, data + got);
+      next_ += count;
+      got += count;
+    }
+  }
   return got;
 }
 
 void Input::makeSeekable() {
   if (size_) return;
-  File copy = openUnlinked();
-  std::vector<std::uint8_t> buffer(1 << 16);
-  while (const std::size_t got = read(buffer.data(), buffer.size())) {
-    if (std::fwrite(buffer.data(), 1, got, copy.get()) != got) failTemporary("written", errno);
+  Descriptor copy = openUnlinked();
+  while (next_ != end_ || fill()) {
+    if (!copy.write(&buffer_[next_], end_ - next_)) failTemporary("written", errno);
+    next_ = end_;
   }
   if (error_ != 0) failShort(0, "");
-  if (std::fflush(copy.get()) != 0) failTemporary("written", errno);
-  std::rewind(copy.get());
   file_ = std::move(copy);
+  seek(0);
   measure();
 }
 
 bool Input::seek(std::uint64_t offset) noexcept {
   sought_ = true;
-  return offset <= size() &&
-         fseeko(file_.get(), static_cast<off_t>(start_ + offset), SEEK_SET) == 0;
-}
-
-std::uint64_t Input::position() const noexcept {
-  return static_cast<std::uint64_t>(ftello(file_.get())) - start_;
+  if (offset == position()) return true;
+  if (offset > size() || lseek(file_.number(), static_cast<off_t>(start_ + offset), SEEK_SET) < 0) {
+    return false;
+  }
+  next_ = end_ = 0;
+  read_ = offset;
+  ended_ = false;
+  return true;
 }
 
 std::optional<double> Input::portion() const noexcept {

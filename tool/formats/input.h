@@ -4,11 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "formats/descriptor.h"
 #include "formats/error.h"
-#include "formats/file.h"
 
 inline constexpr std::uint64_t defaultMemory = std::uint64_t{256} << 20;
 // What the program and the libraries for page files take of it.
@@ -26,11 +27,11 @@ class Input {
   // As many bytes as there are, up to size; safe inside C callbacks.
   std::size_t read(std::uint8_t* data, std::size_t size) noexcept;
 
-  // Makes seeking possible, by a temporary copy where the stream is a pipe. At most one byte may have
-  // been peeked at. Offsets count from the place where reading began.
+  // Makes seeking possible, by a temporary copy where the stream is a pipe. No byte may have been
+  // taken, only peeked at. Offsets count from the place where reading began.
   void makeSeekable();
   bool seek(std::uint64_t offset) noexcept;
-  std::uint64_t position() const noexcept;
+  std::uint64_t position() const noexcept { return read_ - (end_ - next_); }
   std::uint64_t size() const { return size_.value_or(0); }
 
   // The part of the stream that is read, 0 to 1; none where its size is not known, or reading goes
@@ -61,12 +62,21 @@ class Input {
  private:
   std::string place(std::uint64_t line) const;
   void measure();
+  std::size_t readFile(std::uint8_t* data, std::size_t size) noexcept;
+  // False at the end.
+  bool fill() noexcept;
 
   std::string name_;
   std::uint64_t memory_;
   std::size_t bands_ = 1;
-  File file_;
+  Descriptor file_;
   std::uint64_t start_ = 0;
+  std::uint64_t read_ = 0;  // bytes of the file, from the start on
+  // Of the last of these, what is read ahead lies in the buffer.
+  std::unique_ptr<std::uint8_t[]> buffer_;
+  std::size_t next_ = 0;
+  std::size_t end_ = 0;
+  bool ended_ = false;
   std::optional<std::uint64_t> size_;  // of a regular file, from the start on
   std::uint64_t page_ = 0;
   int error_ = 0;

@@ -4,18 +4,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <memory>
 #include <utility>
 #include <vector>
 
 #include "formats/temporary.h"
 
 namespace {
+
+// What the memory of files consists of, on most machines.
+constexpr std::size_t blockSize = 1 << 12;
+constexpr std::size_t bufferSize = 4 * blockSize;
 
 constexpr int fatalSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
@@ -58,20 +64,21 @@ void removeTemporaryOnSignals() {
 }
 
 Output::Output(const std::string& path)
-    : name_(path == "-" ? "standard output" : path), final_(path) {
+    : name_(path == "-" ? "standard output" : path),
+      final_(path),
+      buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(bufferSize)) {
   struct stat status = {};
   if (path == "-") {
-    file_.reset(fdopen(dup(STDOUT_FILENO), "wb"));
+    file_ = Descriptor(dup(STDOUT_FILENO));
   } else if (stat(path.c_str(), &status) == 0) {
     if (S_ISREG(status.st_mode) && access(path.c_str(), W_OK) == 0) {
       // Through a symbolic link, the file it leads to is the one to replace.
-      std::error_code ignored;
-      const std::filesystem::path target = std::filesystem::canonical(path, ignored);
-      if (!target.empty()) final_ = target;
+      const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr),
+                                                               std::free);
+      if (target) final_ = target.get();
       openTemporary(status.st_mode & 0777);
     } else if (!S_ISREG(status.st_mode)) {
-      const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-      if (fd >= 0) file_.reset(fdopen(fd, "wb"));
+      file_ = Descriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC));
     }
   } else if (lstat(path.c_str(), &status) == 0) {
     fail(ExitCode::output, "cannot be written: the symbolic link leads to no file");
@@ -85,7 +92,11 @@ Output::Output(const std::string& path)
   }
 }
 
-Output::~Output() { dropTemporary(); }
+Output::~Output() {
+  // What is written straight is there as far as it was made, even if something failed.
+  if (file_ && temporary_.empty() && !straight_) flush();
+  dropTemporary();
+}
 
 void Output::dropTemporary() noexcept {
   if (temporary_.empty()) return;
@@ -94,25 +105,45 @@ void Output::dropTemporary() noexcept {
 }
 
 void Output::openTemporary(unsigned mode) {
-  std::string path = std::filesystem::path(final_).parent_path() / ".rast-XXXXXX";
-
-  int fd = -1;
-  {
-    // No signal may come between the file and the note of its name.
-    const FatalSignalsBlocked blocked;
-    fd = mkostemp(path.data(), O_CLOEXEC);
-    if (fd >= 0) {
-      temporary_ = std::move(path);
-      pendingTemporary = temporary_.c_str();
-    }
-  }
-  if (fd >= 0 && fchmod(fd, mode) == 0) file_.reset(fdopen(fd, "w+b"));
+  std::string path = join(folderIn(final_), ".rast-XXXXXX");
+  // No signal may come between the file and the note of its name.
+  const FatalSignalsBlocked blocked;
+  Descriptor file(mkostemp(path.data(), O_CLOEXEC));
+  if (!file) return;
+  temporary_ = std::move(path);
+  pendingTemporary = temporary_.c_str();
+  if (fchmod(file.number(), mode) == 0) file_ = std::move(file);
 }
 
 bool Output::tryWrite(const void* data, std::size_t size) noexcept {
-  if (std::fwrite(data, 1, size, file_.get()) == size) return true;
-  error_ = errno;
-  return false;
+  const auto* bytes = static_cast<const std::uint8_t*>(data);
+  // Whole blocks only, so that none is written in two parts.
+  const std::size_t all = held_ + size;
+  const std::size_t now = all < bufferSize ? 0 : all / blockSize * blockSize;
+  if (now != 0) {
+    const std::size_t direct = now - held_;
+    iovec parts[] = {{buffer_.get(), held_}, {const_cast<void*>(data), direct}};
+    if (!file_.write(parts)) {
+      error_ = errno;
+      return false;
+    }
+    written_ += now;
+    held_ = 0;
+    bytes += direct;
+    size -= direct;
+  }
+  std::copy_n(bytes, size, &buffer_[held_]);
+  held_ += size;
+  return true;
+}
+
+bool Output::flush() noexcept {
+  if (!file_.write(buffer_.get(), held_)) {
+    error_ = errno;
+    return false;
+  }
+  written_ += std::exchange(held_, 0);
+  return true;
 }
 
 void Output::write(const void* data, std::size_t size) {
@@ -125,41 +156,48 @@ void Output::makeSeekable() {
 }
 
 bool Output::seek(std::uint64_t offset) noexcept {
-  // What is buffered is written first, which may fail.
-  if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) == 0) return true;
-  error_ = errno;
-  return false;
-}
-
-std::uint64_t Output::position() const noexcept {
-  return static_cast<std::uint64_t>(ftello(file_.get()));
+  if (!flush()) return false;
+  if (lseek(file_.number(), static_cast<off_t>(offset), SEEK_SET) < 0) {
+    error_ = errno;
+    return false;
+  }
+  written_ = offset;
+  return true;
 }
 
 std::size_t Output::readBack(void* data, std::size_t size) noexcept {
-  return std::fread(data, 1, size, file_.get());
+  if (!flush()) return 0;
+  std::size_t got = 0;
+  while (got < size) {
+    const ssize_t count = file_.read(static_cast<std::uint8_t*>(data) + got, size - got);
+    if (count <= 0) break;
+    got += static_cast<std::size_t>(count);
+  }
+  written_ += got;
+  return got;
 }
 
 void Output::copyStraight() {
-  std::vector<char> buffer(1 << 16);
-  const File copy = std::exchange(file_, std::move(straight_));
-  if (std::fflush(copy.get()) != 0) failTemporary("written", errno);
-  std::rewind(copy.get());
-  while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), copy.get())) {
-    write(buffer.data(), got);
+  if (!flush()) failTemporary("written", error_);
+  const Descriptor copy = std::exchange(file_, std::move(straight_));
+  lseek(copy.number(), 0, SEEK_SET);
+  std::vector<std::uint8_t> bytes(1 << 16);
+  ssize_t got = 0;
+  while ((got = copy.read(bytes.data(), bytes.size())) > 0) {
+    write(bytes.data(), static_cast<std::size_t>(got));
   }
-  if (std::ferror(copy.get()) != 0) failTemporary("read", errno);
+  if (got < 0) failTemporary("read", errno);
 }
 
 void Output::commit() {
   if (straight_) copyStraight();
   // Pipes and devices have nothing to sync, so only the temporary file is.
   const bool renames = !temporary_.empty();
-  const bool flushed =
-      std::fflush(file_.get()) == 0 && (!renames || fsync(fileno(file_.get())) == 0);
+  const bool isWritten = flush() && (!renames || fsync(file_.number()) == 0);
   error_ = errno;
-  const bool closed = std::fclose(file_.release()) == 0;
-  if (flushed) error_ = errno;
-  if (!flushed || !closed) failWrite();
+  const bool isClosed = file_.close();
+  if (isWritten) error_ = errno;
+  if (!isWritten || !isClosed) failWrite();
   if (!renames) return;
   if (std::rename(temporary_.c_str(), final_.c_str()) != 0) {
     error_ = errno;

@@ -5,10 +5,11 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "formats/descriptor.h"
 #include "formats/error.h"
-#include "formats/file.h"
 
 class Output {
  public:
@@ -28,7 +29,7 @@ class Output {
   // seek, position and readBack.
   void makeSeekable();
   bool seek(std::uint64_t offset) noexcept;
-  std::uint64_t position() const noexcept;
+  std::uint64_t position() const noexcept { return written_ + held_; }
   std::size_t readBack(void* data, std::size_t size) noexcept;
 
   // Makes everything written so far durable and gives it the final name. Of a file that was there
@@ -45,14 +46,18 @@ class Output {
 
  private:
   void openTemporary(unsigned mode);
+  bool flush() noexcept;
   void copyStraight();
   void dropTemporary() noexcept;
 
   std::string name_;
   std::string final_;
   std::string temporary_;  // empty when written straight, or once renamed
-  File file_;
-  File straight_;  // where the content of file_ goes at the end, if that is a stand-in
+  Descriptor file_;
+  Descriptor straight_;        // where the content of file_ goes at the end, if that is a stand-in
+  std::uint64_t written_ = 0;  // the place in file_ from which on it is held back in the buffer
+  std::unique_ptr<std::uint8_t[]> buffer_;
+  std::size_t held_ = 0;
   int error_ = 0;
 };
 

@@ -71,7 +71,7 @@ PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height,
 }
 
 std::uint32_t quickLines(const PageHead& head) {
-  constexpr std::size_t quickBytes = 1 << 18;
+  constexpr std::size_t quickBytes = 1 << 15;
   return static_cast<std::uint32_t>(std::max<std::size_t>(quickBytes / head.lineBytes(), 1));
 }
 

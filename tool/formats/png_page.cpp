@@ -4,9 +4,47 @@
 
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 
+#include "formats/shared_library.h"
+
 namespace {
+
+constinit SharedLibrary libpng(RAST_PNG_FILE, "PNG");
+RAST_LIBRARY_FUNCTION(libpng, png_create_info_struct);
+RAST_LIBRARY_FUNCTION(libpng, png_create_read_struct);
+RAST_LIBRARY_FUNCTION(libpng, png_create_write_struct);
+RAST_LIBRARY_FUNCTION(libpng, png_destroy_read_struct);
+RAST_LIBRARY_FUNCTION(libpng, png_destroy_write_struct);
+RAST_LIBRARY_FUNCTION(libpng, png_error);
+RAST_LIBRARY_FUNCTION(libpng, png_get_bit_depth);
+RAST_LIBRARY_FUNCTION(libpng, png_get_color_type);
+RAST_LIBRARY_FUNCTION(libpng, png_get_error_ptr);
+RAST_LIBRARY_FUNCTION(libpng, png_get_image_height);
+RAST_LIBRARY_FUNCTION(libpng, png_get_image_width);
+RAST_LIBRARY_FUNCTION(libpng, png_get_interlace_type);
+RAST_LIBRARY_FUNCTION(libpng, png_get_io_ptr);
+RAST_LIBRARY_FUNCTION(libpng, png_get_rowbytes);
+RAST_LIBRARY_FUNCTION(libpng, png_get_valid);
+RAST_LIBRARY_FUNCTION(libpng, png_longjmp);
+RAST_LIBRARY_FUNCTION(libpng, png_read_end);
+RAST_LIBRARY_FUNCTION(libpng, png_read_info);
+RAST_LIBRARY_FUNCTION(libpng, png_read_row);
+RAST_LIBRARY_FUNCTION(libpng, png_read_update_info);
+RAST_LIBRARY_FUNCTION(libpng, png_set_IHDR);
+RAST_LIBRARY_FUNCTION(libpng, png_set_chunk_cache_max);
+RAST_LIBRARY_FUNCTION(libpng, png_set_chunk_malloc_max);
+RAST_LIBRARY_FUNCTION(libpng, png_set_crc_action);
+RAST_LIBRARY_FUNCTION(libpng, png_set_expand);
+RAST_LIBRARY_FUNCTION(libpng, png_set_keep_unknown_chunks);
+RAST_LIBRARY_FUNCTION(libpng, png_set_longjmp_fn);
+RAST_LIBRARY_FUNCTION(libpng, png_set_read_fn);
+RAST_LIBRARY_FUNCTION(libpng, png_set_user_limits);
+RAST_LIBRARY_FUNCTION(libpng, png_set_write_fn);
+RAST_LIBRARY_FUNCTION(libpng, png_write_end);
+RAST_LIBRARY_FUNCTION(libpng, png_write_info);
+RAST_LIBRARY_FUNCTION(libpng, png_write_row);
 
 constexpr png_alloc_size_t chunkCap = png_alloc_size_t{8} << 20;
 
@@ -19,6 +57,7 @@ struct Fault {
   auto& fault = *static_cast<Fault*>(png_get_error_ptr(png));
   std::snprintf(fault.text, sizeof fault.text, "%s", text);
   png_longjmp(png, 1);
+  std::abort();  // never come to, which the loaded function's type does not tell
 }
 
 void onWarning(png_structp, png_const_charp) {}

@@ -12,7 +12,18 @@
 #include <span>
 #include <vector>
 
+#include "formats/shared_library.h"
+
 namespace {
+
+constinit SharedLibrary libcups(RAST_CUPS_FILE, "raster");
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterClose);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterErrorString);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterOpenIO);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterReadHeader2);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterReadPixels);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterWriteHeader2);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterWritePixels);
 
 using Page = cups_page_header2_t;
 

@@ -25,13 +25,11 @@ void failTemporary(const char* what, int error) {
        std::strerror(error), "; TMPDIR can name another folder");
 }
 
-File openUnlinked() {
+Descriptor openUnlinked() {
   std::string path = temporaryFolder() + "/rast-XXXXXX";
   const FatalSignalsBlocked blocked;
-  const int fd = mkostemp(path.data(), O_CLOEXEC);
-  if (fd < 0) failTemporary("created", errno);
-  unlink(path.c_str());
-  File file(fdopen(fd, "r+b"));
+  Descriptor file(mkostemp(path.data(), O_CLOEXEC));
   if (!file) failTemporary("created", errno);
+  unlink(path.c_str());
   return file;
 }

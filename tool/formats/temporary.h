@@ -2,10 +2,10 @@
 #ifndef RAST_TOOL_TEMPORARY_H
 #define RAST_TOOL_TEMPORARY_H
 
-#include "formats/file.h"
+#include "formats/descriptor.h"
 
 // For reading and writing. What fails is a run-time failure.
-File openUnlinked();
+Descriptor openUnlinked();
 
 [[noreturn]] void failTemporary(const char* what, int error);
 

@@ -12,7 +12,35 @@
 #include <new>
 #include <vector>
 
+#include "formats/shared_library.h"
+
 namespace {
+
+constinit SharedLibrary libtiff(RAST_TIFF_FILE, "TIFF");
+RAST_LIBRARY_FUNCTION(libtiff, TIFFClientOpenExt);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFClose);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFComputeStrip);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFCurrentDirOffset);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFGetField);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFGetFieldDefaulted);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFGetStrileByteCount);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFGetStrileOffset);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFIsCODECConfigured);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFIsTiled);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFLastDirectory);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsAlloc);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsFree);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsSetErrorHandlerExtR);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsSetMaxSingleMemAlloc);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsSetWarningHandlerExtR);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFReadDirectory);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFReadScanline);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFReverseBits);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFScanlineSize64);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFSetField);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFSetSubDirectory);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFWriteDirectory);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFWriteScanline);
 
 struct TiffCloser {
   void operator()(TIFF* tiff) const noexcept { TIFFClose(tiff); }

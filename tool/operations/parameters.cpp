@@ -123,12 +123,7 @@ double parseDecimal(const std::string& option, const std::string& text, double l
   return parse(option, text, low, high, "decimal");
 }
 
-std::vector<std::string> wordsOf(const std::string& list) {
-  std::vector<std::string> words;
-  std::istringstream stream(list);
-  for (std::string word; std::getline(stream, word, '|');) words.push_back(word);
-  return words;
-}
+std::vector<std::string> wordsOf(const std::string& list) { return split(list, '|'); }
 
 std::size_t parseChoice(const std::string& option, const std::string& text,
                         const std::string& list) {

@@ -3,22 +3,21 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cmath>
-#include <fstream>
-#include <iomanip>
-#include <ios>
-#include <string>
+#include <cstdio>
 
-#include "formats/error.h"
+#include "formats/file.h"
+#include "text/text.h"
 
 namespace {
 
 // In KiB. What getrusage tells may be of the program that started this one.
 std::uint64_t peakMemory() {
-  std::ifstream status("/proc/self/status");
-  const std::string name = "VmHWM:";
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name)) return std::stoull(line.substr(name.size()));
+  const File status(std::fopen("/proc/self/status", "re"));
+  std::uint64_t peak = 0;
+  for (char line[256]; status && std::fgets(line, sizeof line, status.get()) != nullptr;) {
+    if (std::sscanf(line, "VmHWM: %" SCNu64, &peak) == 1) return peak;
   }
   rusage usage = {};
   getrusage(RUSAGE_SELF, &usage);
@@ -98,7 +97,7 @@ void Meter::end() {
 void Meter::printFigures() const {
   const double all = secondsSoFar();
   printError(join("pages: ", pages_, "\nsample bytes: ", bytesRead_, " read, ", bytesWritten_,
-                  " written\nseconds: ", std::fixed, std::setprecision(3), all, " in all, ",
-                  library_.count(), " in the library, ", files_.count(),
+                  " written\nseconds: ", fixed(all, 3), " in all, ", fixed(library_.count(), 3),
+                  " in the library, ", fixed((files_ + output_).count(), 3),
                   " in files\npeak memory: ", peakMemory(), " KiB\n"));
 }

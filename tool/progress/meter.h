@@ -22,7 +22,8 @@ class Meter {
   void linesRead(std::uint32_t lines, std::uint64_t bytes);
   void linesWritten(std::uint32_t lines, std::uint64_t bytes);
 
-  // The result of the call, whose time counts as spent in the library or in files.
+  // The result of the call, whose time counts as spent in the library or in files. What writes lines
+  // may do so from a thread of its own.
   template <class Call>
   auto inLibrary(const Call& call) {
     const Timed timed(library_);
@@ -31,6 +32,11 @@ class Meter {
   template <class Call>
   auto inFiles(const Call& call) {
     const Timed timed(files_);
+    return call();
+  }
+  template <class Call>
+  auto inOutput(const Call& call) {
+    const Timed timed(output_);
     return call();
   }
 
@@ -68,6 +74,7 @@ class Meter {
   Clock::time_point start_ = Clock::now();
   Seconds library_ = Seconds(0);
   Seconds files_ = Seconds(0);
+  Seconds output_ = Seconds(0);
   std::uint64_t pages_ = 0;
   std::uint64_t bytesRead_ = 0;
   std::uint64_t bytesWritten_ = 0;

@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <iomanip>
-#include <ios>
 #include <string>
 
 #include "formats/error.h"
@@ -21,9 +19,9 @@ class TerminalLine final : public Progress {
 
   void show(const Standing& s) override {
     std::string line =
-        join("page ", s.page, s.pages ? join(" of ", *s.pages) : "", ": ", std::setw(3), s.percent,
-             "%, ", std::fixed, std::setprecision(0), s.megabytesPerSecond, " MB/s");
-    if (s.secondsLeft) line += join(", ", *s.secondsLeft, " s left");
+        join("page ", s.page, s.pages ? join(" of ", *s.pages) : "", ": ",
+             alignedRight(join(s.percent), 3), "%, ", fixed(s.megabytesPerSecond, 0), " MB/s");
+    if (s.secondsLeft) line += join(", ", fixed(*s.secondsLeft, 0), " s left");
     const std::size_t length = line.size();
     if (length < length_) line.append(length_ - length, ' ');
     length_ = length;
@@ -49,9 +47,9 @@ class JsonLines final : public Progress {
   void show(const Standing& s) override {
     std::string line = join("{\"page\": ", s.page);
     if (s.pages) line += join(", \"pages\": ", *s.pages);
-    line += join(", \"percent\": ", s.percent, ", \"megabytes_per_second\": ", std::fixed,
-                 std::setprecision(1), s.megabytesPerSecond);
-    if (s.secondsLeft) line += join(", \"seconds_left\": ", *s.secondsLeft);
+    line += join(", \"percent\": ", s.percent,
+                 ", \"megabytes_per_second\": ", fixed(s.megabytesPerSecond, 1));
+    if (s.secondsLeft) line += join(", \"seconds_left\": ", fixed(*s.secondsLeft, 0));
     printError(line + "}\n");
   }
 

@@ -30,14 +30,14 @@ PageStore::PageStore(std::uint64_t size) : file_(openUnlinked()) { grow(size); }
 
 void PageStore::reserve(std::uint64_t offset, std::uint64_t size) {
   const int error =
-      posix_fallocate(fileno(file_.get()), static_cast<off_t>(offset), static_cast<off_t>(size));
+      posix_fallocate(file_.number(), static_cast<off_t>(offset), static_cast<off_t>(size));
   if (error != 0) failTemporary("extended", error);
 }
 
 void PageStore::grow(std::uint64_t size) {
   mapping_.reset();
   if (size > PTRDIFF_MAX) failTemporary("mapped", ENOMEM);
-  const int fd = fileno(file_.get());
+  const int fd = file_.number();
   if (ftruncate(fd, static_cast<off_t>(size)) != 0) failTemporary("extended", errno);
   const auto bytes = static_cast<std::size_t>(size);
   void* const data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);

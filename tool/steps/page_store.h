@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "formats/file.h"
+#include "formats/descriptor.h"
 #include "formats/input.h"
 #include "formats/page.h"
 #include "steps/planes.h"
@@ -33,7 +33,7 @@ class PageStore {
     void operator()(std::uint8_t* data) const noexcept { munmap(data, size); }
   };
 
-  File file_;
+  Descriptor file_;
   std::unique_ptr<std::uint8_t, Unmap> mapping_;
   std::uint64_t size_ = 0;
 };

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <ios>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -58,7 +57,7 @@ struct StepContext {
   void call(std::uint64_t line, const Call& function) const {
     const std::uint32_t result = meter.inLibrary(function);
     if (result == RAST_OK) return;
-    in.fail(ExitCode::runTime, line, operation, " failed with result 0x", std::hex, result);
+    in.fail(ExitCode::runTime, line, operation, " failed with result 0x", hexadecimal(result));
   }
 
   // The head of a page of another size that becomes of a page.

@@ -1,0 +1,15 @@
+#include "formats/shared_library.h"
+
+#include <dlfcn.h>
+
+#include "formats/error.h"
+
+void* SharedLibrary::find(const char* name) {
+  if (handle_ == nullptr) handle_ = dlopen(file_, RTLD_NOW | RTLD_LOCAL);
+  void* const found = handle_ != nullptr ? dlsym(handle_, name) : nullptr;
+  if (found == nullptr) {
+    fail(ExitCode::unsupported, purpose_,
+         " needs a shared library that cannot be loaded: ", dlerror());
+  }
+  return found;
+}

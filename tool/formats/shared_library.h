@@ -1,0 +1,43 @@
+// Shared libraries that are loaded when something of them is first called. Most pages need none of
+// those that read and write page files, which take longer to load than a page to be worked on.
+#ifndef RAST_TOOL_SHARED_LIBRARY_H
+#define RAST_TOOL_SHARED_LIBRARY_H
+
+class SharedLibrary {
+ public:
+  // The purpose is told where the library is not there.
+  constexpr SharedLibrary(const char* file, const char* purpose) : file_(file), purpose_(purpose) {}
+
+  // The address of a function.
+  void* find(const char* name);
+
+ private:
+  const char* file_;
+  const char* purpose_;
+  void* handle_ = nullptr;
+};
+
+// Called like the function itself.
+template <class Function>
+class LibraryFunction {
+ public:
+  constexpr LibraryFunction(SharedLibrary& library, const char* name)
+      : library_(library), name_(name) {}
+
+  operator Function*() {
+    if (function_ == nullptr) function_ = reinterpret_cast<Function*>(library_.find(name_));
+    return function_;
+  }
+
+ private:
+  SharedLibrary& library_;
+  const char* name_;
+  Function* function_ = nullptr;
+};
+
+// Declares what stands for a function of the global namespace in the present one. A macro, because
+// type and name then cannot but belong together.
+#define RAST_LIBRARY_FUNCTION(library, function) \
+  constinit LibraryFunction<decltype(::function)> function(library, #function)
+
+#endif

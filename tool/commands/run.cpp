@@ -64,14 +64,14 @@ class Pipeline {
 
   void write(PageSource& page, const RasterHeader* header) const {
     const PageHead& head = page.head();
-    const std::uint32_t most = bandLines(in_, head, job_.bandLines);
+    const std::uint32_t wanted = job_.bandLines != 0 ? job_.bandLines : page.quickLines();
+    const std::uint32_t most = bandLines(in_, head, wanted);
     std::optional<Lines> lines;
     if (head.colour) lines.emplace(head.width, true, most);
     meter_.inFiles([&] { writer_.beginPage(head, header); });
-    BandQueue queue(queuedBands(head, most), most * head.lineBytes(),
-                    [this](const std::uint8_t* band, std::uint32_t count) {
-                      meter_.inOutput([&] { writer_.writeLines(band, count); });
-                    });
+    BandQueue queue(in_, head, most, [this](const std::uint8_t* band, std::uint32_t count) {
+      meter_.inOutput([&] { writer_.writeLines(band, count); });
+    });
     for (std::uint32_t done = 0; done < head.height;) {
       const std::uint32_t count = std::min(most, head.height - done);
       std::uint8_t* const band = queue.next();
@@ -83,14 +83,6 @@ class Pipeline {
       done += count;
     }
     queue.finish();
-  }
-
-  // As many as memory has room for, besides what a band takes in work, and as the page has.
-  std::size_t queuedBands(const PageHead& head, std::uint32_t lines) const {
-    constexpr std::uint64_t enough = 8;
-    const std::uint64_t spare = in_.memoryForBand() - lines * head.workBytes();
-    const std::uint64_t bands = 1 + spare / (lines * head.lineBytes());
-    return std::min({enough, bands, std::uint64_t{(head.height - 1) / lines + 1}});
   }
 
   const Job& job_;

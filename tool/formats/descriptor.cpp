@@ -47,3 +47,15 @@ bool Descriptor::write(const void* data, std::size_t size) const noexcept {
   iovec part = {const_cast<void*>(data), size};
   return write(std::span(&part, 1));
 }
+
+bool Descriptor::writeAt(off_t offset, const void* data, std::size_t size) const noexcept {
+  const auto* bytes = static_cast<const std::byte*>(data);
+  while (size > 0) {
+    const ssize_t written = uninterrupted([&] { return pwrite(number_, bytes, size, offset); });
+    if (written < 0) return false;
+    offset += written;
+    bytes += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}

@@ -30,6 +30,7 @@ class Descriptor {
   // The parts one after the other, to the last byte. The records of them are used up.
   bool write(std::span<iovec> parts) const noexcept;
   bool write(const void* data, std::size_t size) const noexcept;
+  bool writeAt(off_t offset, const void* data, std::size_t size) const noexcept;
   bool close() noexcept { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
 
  private:

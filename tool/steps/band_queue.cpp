@@ -1,14 +1,31 @@
 #include "steps/band_queue.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
 #include "formats/output.h"
 
-BandQueue::BandQueue(std::size_t bands, std::size_t bandBytes, Write write)
-    : bands_(bands), write_(std::move(write)) {
-  for (Band& band : bands_) band.bytes = makeBytes(bandBytes);
-  if (bands == 1) return;
+namespace {
+
+// As many as keep a thread busy for longer than it takes to wake the other; as far as memory has
+// room for them, besides what a band takes in work, and the page has so many.
+std::size_t bandsAtOnce(const Input& in, const PageHead& head, std::uint32_t lines) {
+  constexpr std::uint64_t busyBytes = 1 << 18;
+  const std::uint64_t bytes = lines * head.lineBytes();
+  const std::uint64_t wanted = std::max<std::uint64_t>(busyBytes / bytes, 3);
+  const std::uint64_t work = lines * head.workBytes();
+  const std::uint64_t room = 1 + (std::max(in.memoryForBand(), work) - work) / bytes;
+  const std::uint64_t ofPage = (head.height - 1) / lines + 1;
+  return static_cast<std::size_t>(std::min({wanted, room, ofPage}));
+}
+
+}  // namespace
+
+BandQueue::BandQueue(const Input& in, const PageHead& head, std::uint32_t lines, Write write)
+    : bands_(bandsAtOnce(in, head, lines)), write_(std::move(write)) {
+  for (Band& band : bands_) band.bytes = makeBytes(lines * head.lineBytes());
+  if (bands_.size() == 1) return;
   // Signals are for the caller's thread, which knows when to keep them waiting.
   const FatalSignalsBlocked blocked;
   try {

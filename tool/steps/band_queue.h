@@ -11,14 +11,17 @@
 #include <thread>
 #include <vector>
 
+#include "formats/input.h"
+#include "formats/page.h"
 #include "steps/planes.h"
 
 class BandQueue {
  public:
-  using Write = std::function<void(const std::uint8_t* lines, std::uint32_t count)>;
+  using Write = std::function<void(std::uint8_t* band, std::uint32_t lines)>;
 
-  // With one band, or where there is no other thread to be had, all is written by the caller's.
-  BandQueue(std::size_t bands, std::size_t bandBytes, Write write);
+  // For a page in bands of so many lines, which are as many at once as memory has room for. Where
+  // that is one, or there is no other thread to be had, the caller's writes.
+  BandQueue(const Input& in, const PageHead& head, std::uint32_t lines, Write write);
   // Without finish(), what was passed is written all the same, as far as it can be.
   ~BandQueue();
   BandQueue(const BandQueue&) = delete;

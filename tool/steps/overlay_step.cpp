@@ -67,7 +67,7 @@ class OverlayStep final : public Step {
     const PageHead head = outputHead(context, page->head());
     StoredPage under(context.in, page->head(), interleaved_);
     StoredPage output(context.in, head, interleaved_);
-    under.fill(*page, context.bandLines(page->head()));
+    under.fill(context.in, *page, context.bandLines(page->head()));
     output.clear();
     context.call(0, [&] { return compose(under, output); });
     return std::make_unique<ComposedPage>(std::move(output));
@@ -138,7 +138,7 @@ class OverlayStep final : public Step {
     const std::unique_ptr<PageReader> reader = pages.next();
     FilePage page(in, *reader, unseen);
     StoredPage stored(in, page.head(), interleaved_);
-    stored.fill(page, page.bandLines());
+    stored.fill(in, page, page.bandLines());
     return stored;
   }
 

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "formats/temporary.h"
+#include "steps/band_queue.h"
 
 namespace {
 
@@ -27,6 +28,11 @@ Layout layoutOf(const PageHead& head, bool interleaved) {
 }  // namespace
 
 PageStore::PageStore(std::uint64_t size) : file_(openUnlinked()) { grow(size); }
+
+void PageStore::write(std::uint64_t offset, const std::uint8_t* samples, std::size_t size) {
+  // Quicker than through the mapping, which clears each page of memory before it is written.
+  if (!file_.writeAt(static_cast<off_t>(offset), samples, size)) failTemporary("written", errno);
+}
 
 void PageStore::reserve(std::uint64_t offset, std::uint64_t size) {
   const int error =
@@ -57,23 +63,27 @@ Planes StoredPage::planesFrom(std::uint32_t line) const {
   return planes;
 }
 
-void StoredPage::reserve(std::uint32_t line, std::uint32_t lines) {
-  for (std::size_t c = 0; c < planeCount(layout_); ++c) {
-    store_.reserve(c * planeBytes() + line * lineBytes(), lines * lineBytes());
-  }
-}
-
-void StoredPage::fill(PageSource& page, std::uint32_t linesAtATime) {
+void StoredPage::fill(const Input& in, PageSource& page, std::uint32_t linesAtATime) {
+  const std::size_t samples = std::size_t{linesAtATime} * head_.width;
   std::optional<Lines> apart;
   if (layout_ == Layout::interleaved) apart.emplace(head_.width, true, linesAtATime);
+  std::uint32_t stored = 0;
+  BandQueue queue(in, head_, linesAtATime, [&](std::uint8_t* band, std::uint32_t count) {
+    const Planes planes(layout_, band, samples);
+    for (std::size_t c = 0; c < planeCount(layout_); ++c) {
+      store_.write(c * planeBytes() + stored * lineBytes(), planes.at[c], count * lineBytes());
+    }
+    stored += count;
+  });
   for (std::uint32_t done = 0; done < head_.height;) {
     const std::uint32_t count = std::min(linesAtATime, head_.height - done);
-    const Planes planes = planesFrom(done);
-    reserve(done, count);
-    page.draw(apart ? apart->planes() : planes, count);
-    if (apart) interleave(apart->planes(), planes.at[0], std::size_t{count} * head_.width);
+    std::uint8_t* const band = queue.next();
+    page.draw(apart ? apart->planes() : Planes(layout_, band, samples), count);
+    if (apart) interleave(apart->planes(), band, std::size_t{count} * head_.width);
+    queue.pass(count);
     done += count;
   }
+  queue.finish();
 }
 
 void StoredPage::copyLines(std::uint32_t line, std::uint32_t count, const Planes& planes) const {

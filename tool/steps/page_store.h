@@ -22,7 +22,8 @@ class PageStore {
   std::uint8_t* data() const { return mapping_.get(); }
   std::uint64_t size() const { return size_; }
 
-  // Takes the room on the device, without which nothing may be written. New samples are 0.
+  void write(std::uint64_t offset, const std::uint8_t* samples, std::size_t size);
+  // Takes the room on the device, without which nothing may be written to data(). New samples are 0.
   void reserve(std::uint64_t offset, std::uint64_t size);
   // Moves the data.
   void grow(std::uint64_t size);
@@ -48,9 +49,9 @@ class StoredPage {
   Planes planesFrom(std::uint32_t line) const;
 
   // To be done before an operation writes it: takes room for all lines, with samples of 0.
-  void clear() { reserve(0, head_.height); }
+  void clear() { store_.reserve(0, store_.size()); }
   // Draws the whole page, so many lines at a time.
-  void fill(PageSource& page, std::uint32_t linesAtATime);
+  void fill(const Input& in, PageSource& page, std::uint32_t linesAtATime);
   // Copies lines to planes of their own, from interleaved pixels too.
   void copyLines(std::uint32_t line, std::uint32_t count, const Planes& planes) const;
 
@@ -61,7 +62,6 @@ class StoredPage {
  private:
   std::uint64_t lineBytes() const { return head_.width * pixelBytes(layout_); }
   std::uint64_t planeBytes() const { return lineBytes() * head_.height; }
-  void reserve(std::uint32_t line, std::uint32_t lines);
 
   PageHead head_;
   Layout layout_;

@@ -17,28 +17,31 @@ class TurnedPage final : public PageSource {
         head_(context.outputHead(page.head(), page.head().height, page.head().width)) {
     head_.turned = true;
     head_.resolution = {page.head().resolution.y, page.head().resolution.x};
-    stored_.fill(page, context.bandLines(page.head()));
+    stored_.fill(context.in, page, context.bandLines(page.head()));
     accumulate(mode);
     most_ = bandLines(context.in, head_, std::max(context.wantedLines, quickColumns));
-    turned_.emplace(head_.width, head_.colour, most_);
   }
 
   const PageHead& head() const override { return head_; }
+  std::uint32_t quickLines() const override { return quickColumns; }
 
  private:
   // A column of the stored page takes a cache line at the least, so that many are turned together.
   static constexpr std::uint32_t quickColumns = 64;
 
-  void turnBand() {
+  std::uint32_t turnBand(const Planes& planes) {
     const std::uint32_t count = std::min(most_, head_.height - done_);
-    const RastRotateBand band = bandOf(turned_->planes(), count);
+    const RastRotateBand band = bandOf(planes, count);
     context_.call(0, [&] { return unlessComplete(rastRotateSockOutput(&band, &bands_)); });
-    turned_->made(count);
     done_ += count;
+    return count;
   }
 
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
-    if (turned_->isEmpty()) turnBand();
+    const bool isEmpty = !turned_ || turned_->isEmpty();
+    if (isEmpty && lines >= std::min(most_, head_.height - done_)) return turnBand(planes);
+    if (!turned_) turned_.emplace(head_.width, head_.colour, most_);
+    if (isEmpty) turned_->made(turnBand(turned_->planes()));
     return turned_->draw(planes, lines);
   }
 

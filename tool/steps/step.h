@@ -20,6 +20,8 @@ class PageSource {
  public:
   virtual ~PageSource() = default;
   virtual const PageHead& head() const = 0;
+  // How many lines are quick to draw at a time.
+  virtual std::uint32_t quickLines() const { return ::quickLines(head()); }
 
   // The next lines, packed, to one plane of a gray page or three of a colour page. With the last
   // ones, the page before this step is drawn to its end too.

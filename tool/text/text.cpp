@@ -5,6 +5,12 @@
 #include <cwchar>
 #include <cwctype>
 
+std::string join(std::initializer_list<Part> parts) {
+  std::string text;
+  for (const Part& part : parts) text += part.text();
+  return text;
+}
+
 std::string fixed(double number, int digits) {
   char text[400];  // the largest number has 309 digits before the point
   return {text,

@@ -4,33 +4,41 @@
 #define RAST_TOOL_TEXT_H
 
 #include <charconv>
-#include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
 
-template <class Part>
-void append(std::string& text, const Part& part) {
-  if constexpr (std::convertible_to<const Part&, std::string_view>) {
-    text += std::string_view(part);
-  } else if constexpr (std::same_as<Part, char>) {
-    text += part;
-  } else {
-    static_assert(std::is_arithmetic_v<Part> && !std::same_as<Part, bool>);
-    char digits[24];  // as many as the longest double needs
-    text.append(digits, std::to_chars(std::begin(digits), std::end(digits), part).ptr);
-  }
-}
+// Of a text: a text itself, a character or a number, with as few digits as tell it from others.
+class Part {
+ public:
+  Part(std::string_view text) : text_(text) {}
+  Part(const std::string& text) : text_(text) {}
+  Part(const char* text) : text_(text) {}
+  Part(char character) : own_{character}, length_(1) {}
+  template <class Number>
+  requires std::is_arithmetic_v<Number> Part(Number number)
+      : length_(std::to_chars(std::begin(own_), std::end(own_), number).ptr - own_) {}
+  Part(bool) = delete;
 
-// Texts, characters and numbers, with as few digits as tell them apart.
+  std::string_view text() const {
+    return length_ != 0 ? std::string_view(own_, static_cast<std::size_t>(length_)) : text_;
+  }
+
+ private:
+  std::string_view text_;
+  char own_[24] = "";  // as many as the longest number needs
+  std::ptrdiff_t length_ = 0;
+};
+
+std::string join(std::initializer_list<Part> parts);
 template <class... Parts>
 std::string join(const Parts&... parts) {
-  std::string text;
-  (append(text, parts), ...);
-  return text;
+  return join({Part(parts)...});
 }
 
 // With so many digits after the point.

@@ -32,8 +32,8 @@ constexpr CommonOption optionTable[] = {
     {'q', "quiet", nullptr, "never show progress"},
     {'s', "stats", nullptr,
      "at the end, tell on standard error how many pages and bytes\n"
-     "there were, the time in the library and in files, and the\n"
-     "most memory that was in use"},
+     "there were, the time in the library and in files, which pass\n"
+     "partly at once, and the most memory that was in use"},
     {'j', "json", nullptr, "print a JSON array"},
     {'h', "help", nullptr, "print this help"},
 };

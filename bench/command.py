@@ -2,8 +2,8 @@
 """Times the command on a page of 600 dpi against cp and other tools that do something similar.
 
 Every round runs each command once, in a folder in memory; what is told are medians of the time's
-ratio to that of cp in the same round, and the most memory that a process had. Tools that are not
-there are left out. Prints a Markdown table.
+ratio to that of cp in the same round, and the most memory that its processes had, which run at the
+same time. Tools that are not there are left out. Prints a Markdown table.
 """
 
 import argparse
@@ -66,13 +66,18 @@ WORK = {
 
 
 def measure(command, environment, log):
-    """Seconds, and the most KiB that one of the processes had, which only GNU time tells of the
-    processes alone: a process begins with the figure of the one that it was forked from."""
+    """Seconds, and the most KiB that the processes had, which only GNU time tells of them alone: a
+    process begins with the figure of the one that it was forked from."""
+    log.unlink(missing_ok=True)
+    timed = " | ".join(
+        f"time --format=%M --append --output={log} {stage}" for stage in command.split(" | ")
+    )
     start = time.perf_counter()
-    timed = ["time", "--format=%M", f"--output={log}", "sh", "-c", command]
-    if subprocess.run(timed, env=environment, stdout=subprocess.DEVNULL).returncode != 0:
+    done = subprocess.run(["sh", "-c", timed], env=environment, stdout=subprocess.DEVNULL)
+    if done.returncode != 0:
         sys.exit(f"failed: {command}")
-    return time.perf_counter() - start, int(log.read_text(encoding="utf-8"))
+    seconds = time.perf_counter() - start
+    return seconds, sum(map(int, log.read_text(encoding="utf-8").split()))
 
 
 def program(command):

@@ -6,7 +6,8 @@
 
 void* SharedLibrary::find(const char* name) {
   if (handle_ == nullptr) handle_ = dlopen(file_, RTLD_NOW | RTLD_LOCAL);
-  void* const found = handle_ != nullptr ? dlsym(handle_, name) : nullptr;
+  void* const handle = handle_;
+  void* const found = handle != nullptr ? dlsym(handle, name) : nullptr;
   if (found == nullptr) {
     fail(ExitCode::unsupported, purpose_,
          " needs a shared library that cannot be loaded: ", dlerror());

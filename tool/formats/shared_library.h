@@ -3,6 +3,8 @@
 #ifndef RAST_TOOL_SHARED_LIBRARY_H
 #define RAST_TOOL_SHARED_LIBRARY_H
 
+#include <atomic>
+
 class SharedLibrary {
  public:
   // The purpose is told where the library is not there.
@@ -14,7 +16,7 @@ class SharedLibrary {
  private:
   const char* file_;
   const char* purpose_;
-  void* handle_ = nullptr;
+  std::atomic<void*> handle_ = nullptr;
 };
 
 // Called like the function itself.
@@ -24,15 +26,19 @@ class LibraryFunction {
   constexpr LibraryFunction(SharedLibrary& library, const char* name)
       : library_(library), name_(name) {}
 
+  // From any thread: each finds the same.
   operator Function*() {
-    if (function_ == nullptr) function_ = reinterpret_cast<Function*>(library_.find(name_));
-    return function_;
+    Function* function = function_;
+    if (function == nullptr) {
+      function_ = function = reinterpret_cast<Function*>(library_.find(name_));
+    }
+    return function;
   }
 
  private:
   SharedLibrary& library_;
   const char* name_;
-  Function* function_ = nullptr;
+  std::atomic<Function*> function_ = nullptr;
 };
 
 // Declares what stands for a function of the global namespace in the present one. A macro, because

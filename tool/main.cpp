@@ -40,7 +40,8 @@ std::uint64_t dataInUse() {
   const Descriptor status(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
   if (!status || status.read(text, sizeof text - 1) < 0) return 0;
   const std::vector<std::string> numbers = split(text, ' ');
-  const std::uint64_t pages = numbers.size() > place ? std::strtoull(numbers[place].c_str(), nullptr, 10) : 0;
+  const std::uint64_t pages =
+      numbers.size() > place ? std::strtoull(numbers[place].c_str(), nullptr, 10) : 0;
   return pages * getauxval(AT_PAGESZ);
 }
 

@@ -19,7 +19,7 @@ constexpr CommonOption optionTable[] = {
     {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
     {'b', "band", "LINES",
      "lines worked on at a time, 1..65536, as far as memory allows;\n"
-     "default what 256 KiB hold. The result is always the same"},
+     "default what is quick. The result is always the same"},
     {'m', "memory", "SIZE",
      "memory to keep within, such as 64M, at least 20M; default 256M.\n"
      "Pages that are kept in temporary files do not count"},

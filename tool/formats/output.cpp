@@ -93,8 +93,9 @@ Output::Output(const std::string& path)
 }
 
 Output::~Output() {
-  // What is written straight is there as far as it was made, even if something failed.
-  if (file_ && temporary_.empty() && !straight_) flush();
+  // What is written straight is there as far as it was made, even if something failed. Where that
+  // was a write, the rest would come after a gap.
+  if (file_ && temporary_.empty() && !straight_ && error_ == 0) flush();
   dropTemporary();
 }
 

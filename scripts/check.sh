@@ -118,8 +118,8 @@ suite_asan-ubsan() {
 
 suite_tsan() {
   deps tool test
-  build tsan threads
-  tests tsan -R '^interface.threads$'
+  build tsan threads rast_tool
+  tests tsan -R '^(interface.threads|tool.(rast|chain|streams|tiff|raster|print_filter))$'
 }
 
 # The kernels are the ones tested beside each other elsewhere; what differs here is the choice. The

@@ -477,6 +477,14 @@ class Files(RastTest):
             self.assert_fails(self.apply(self.source, stdout=full), OUTPUT, "standard output")
         self.assertEqual(os.listdir(self.folder), ["in.pgm"])
 
+    def test_the_first_failure_is_told(self):
+        """Lines that fail to be written come before those that fail to be read meanwhile."""
+        page = png(700, 600, 8, 0, [random.Random(y).randbytes(700) for y in range(600)])
+        cut = self.file("cut.png", page[:-9000])
+        for _ in range(20):
+            done = self.apply("--format", "png", "--band", "200", cut, "/dev/full")
+            self.assert_fails(done, OUTPUT, "/dev/full", "cannot be written")
+
     def test_closed_pipe(self):
         for more in ((), ("--format", "png")):
             reader, writer = os.pipe()

@@ -15,7 +15,7 @@
 
 namespace {
 
-constinit SharedLibrary libcups(RAST_CUPS_FILE, "the print filter");
+constexpr SharedLibrary libcups(RAST_CUPS_SONAME, "the print filter");
 RAST_LIBRARY_FUNCTION(libcups, cupsFreeOptions);
 RAST_LIBRARY_FUNCTION(libcups, cupsGetOption);
 RAST_LIBRARY_FUNCTION(libcups, cupsParseOptions);

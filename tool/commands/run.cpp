@@ -2,14 +2,12 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <optional>
 #include <utility>
 #include <vector>
 
 #include "commands/page_list.h"
 #include "progress/meter.h"
-#include "steps/band_queue.h"
+#include "steps/bands.h"
 #include "steps/file_page.h"
 #include "steps/step.h"
 
@@ -66,23 +64,13 @@ class Pipeline {
     const PageHead& head = page.head();
     const std::uint32_t wanted = job_.bandLines != 0 ? job_.bandLines : page.quickLines();
     const std::uint32_t most = bandLines(in_, head, wanted);
-    std::optional<Lines> lines;
-    if (head.colour) lines.emplace(head.width, true, most);
     meter_.inFiles([&] { writer_.beginPage(head, header); });
-    BandQueue queue(in_, head, most, [this](const std::uint8_t* band, std::uint32_t count) {
-      meter_.inOutput([&] { writer_.writeLines(band, count); });
-    });
-    for (std::uint32_t done = 0; done < head.height;) {
-      const std::uint32_t count = std::min(most, head.height - done);
-      std::uint8_t* const band = queue.next();
-      const Planes planes = lines ? lines->planes() : Planes(Layout::gray, band, 0);
-      page.draw(planes, count);
-      if (lines) interleave(planes, band, std::size_t{count} * head.width);
-      queue.pass(count);
-      meter_.linesWritten(count, count * head.lineBytes());
-      done += count;
-    }
-    queue.finish();
+    drawInBands(
+        in_, page, head.colour ? Layout::interleaved : Layout::gray, most,
+        [this](const Planes& band, std::uint32_t count) {
+          meter_.inOutput([&] { writer_.writeLines(band.at[0], count); });
+        },
+        [&](std::uint32_t count) { meter_.linesWritten(count, count * head.lineBytes()); });
   }
 
   const Job& job_;

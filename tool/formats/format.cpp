@@ -1,10 +1,9 @@
 #include "formats/format.h"
 
 #include <algorithm>
-#include <string_view>
 #include <iterator>
+#include <string_view>
 
-#include "formats/file.h"
 #include "formats/png_page.h"
 #include "formats/pnm_page.h"
 #ifdef RAST_HAS_TIFF

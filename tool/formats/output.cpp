@@ -47,12 +47,12 @@ FatalSignalsBlocked::FatalSignalsBlocked() {
   sigset_t blocked;
   sigemptyset(&blocked);
   for (const int number : fatalSignals) sigaddset(&blocked, number);
-  sigprocmask(SIG_BLOCK, &blocked, &before_);
+  pthread_sigmask(SIG_BLOCK, &blocked, &before_);
 }
 
 FatalSignalsBlocked::~FatalSignalsBlocked() {
   const int error = errno;
-  sigprocmask(SIG_SETMASK, &before_, nullptr);
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
   errno = error;
 }
 
@@ -118,7 +118,7 @@ void Output::openTemporary(unsigned mode) {
 
 bool Output::tryWrite(const void* data, std::size_t size) noexcept {
   const auto* bytes = static_cast<const std::uint8_t*>(data);
-  // Whole blocks only, so that none is written in two parts.
+  // Whole blocks, so that none is written in two parts where nothing is sought.
   const std::size_t all = held_ + size;
   const std::size_t now = all < bufferSize ? 0 : all / blockSize * blockSize;
   if (now != 0) {

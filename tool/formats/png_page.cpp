@@ -11,7 +11,7 @@
 
 namespace {
 
-constinit SharedLibrary libpng(RAST_PNG_FILE, "PNG");
+constexpr SharedLibrary libpng(RAST_PNG_SONAME, "PNG");
 RAST_LIBRARY_FUNCTION(libpng, png_create_info_struct);
 RAST_LIBRARY_FUNCTION(libpng, png_create_read_struct);
 RAST_LIBRARY_FUNCTION(libpng, png_create_write_struct);

@@ -16,7 +16,7 @@
 
 namespace {
 
-constinit SharedLibrary libcups(RAST_CUPS_FILE, "raster");
+constexpr SharedLibrary libcups(RAST_CUPS_SONAME, "raster");
 RAST_LIBRARY_FUNCTION(libcups, cupsRasterClose);
 RAST_LIBRARY_FUNCTION(libcups, cupsRasterErrorString);
 RAST_LIBRARY_FUNCTION(libcups, cupsRasterOpenIO);

@@ -4,9 +4,9 @@
 
 #include "formats/error.h"
 
-void* SharedLibrary::find(const char* name) {
-  if (handle_ == nullptr) handle_ = dlopen(file_, RTLD_NOW | RTLD_LOCAL);
-  void* const handle = handle_;
+void* SharedLibrary::find(const char* name) const {
+  // Again it only counts, and nothing is unloaded.
+  void* const handle = dlopen(soname_, RTLD_NOW | RTLD_LOCAL);
   void* const found = handle != nullptr ? dlsym(handle, name) : nullptr;
   if (found == nullptr) {
     fail(ExitCode::unsupported, purpose_,

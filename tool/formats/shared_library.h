@@ -8,22 +8,22 @@
 class SharedLibrary {
  public:
   // The purpose is told where the library is not there.
-  constexpr SharedLibrary(const char* file, const char* purpose) : file_(file), purpose_(purpose) {}
+  constexpr SharedLibrary(const char* soname, const char* purpose)
+      : soname_(soname), purpose_(purpose) {}
 
   // The address of a function.
-  void* find(const char* name);
+  void* find(const char* name) const;
 
  private:
-  const char* file_;
+  const char* soname_;
   const char* purpose_;
-  std::atomic<void*> handle_ = nullptr;
 };
 
 // Called like the function itself.
 template <class Function>
 class LibraryFunction {
  public:
-  constexpr LibraryFunction(SharedLibrary& library, const char* name)
+  constexpr LibraryFunction(const SharedLibrary& library, const char* name)
       : library_(library), name_(name) {}
 
   // From any thread: each finds the same.
@@ -36,7 +36,7 @@ class LibraryFunction {
   }
 
  private:
-  SharedLibrary& library_;
+  const SharedLibrary& library_;
   const char* name_;
   std::atomic<Function*> function_ = nullptr;
 };

@@ -16,7 +16,7 @@
 
 namespace {
 
-constinit SharedLibrary libtiff(RAST_TIFF_FILE, "TIFF");
+constexpr SharedLibrary libtiff(RAST_TIFF_SONAME, "TIFF");
 RAST_LIBRARY_FUNCTION(libtiff, TIFFClientOpenExt);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFClose);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFComputeStrip);

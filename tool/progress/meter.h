@@ -22,8 +22,8 @@ class Meter {
   void linesRead(std::uint32_t lines, std::uint64_t bytes);
   void linesWritten(std::uint32_t lines, std::uint64_t bytes);
 
-  // The result of the call, whose time counts as spent in the library or in files. What writes lines
-  // may do so from a thread of its own.
+  // The result of the call, whose time counts as spent in the library or in files. What writes
+  // lines may do so from a thread of its own, at the same time.
   template <class Call>
   auto inLibrary(const Call& call) {
     const Timed timed(library_);

@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <optional>
 
 #include "formats/temporary.h"
-#include "steps/band_queue.h"
+#include "steps/bands.h"
 
 namespace {
 
@@ -64,26 +63,14 @@ Planes StoredPage::planesFrom(std::uint32_t line) const {
 }
 
 void StoredPage::fill(const Input& in, PageSource& page, std::uint32_t linesAtATime) {
-  const std::size_t samples = std::size_t{linesAtATime} * head_.width;
-  std::optional<Lines> apart;
-  if (layout_ == Layout::interleaved) apart.emplace(head_.width, true, linesAtATime);
   std::uint32_t stored = 0;
-  BandQueue queue(in, head_, linesAtATime, [&](std::uint8_t* band, std::uint32_t count) {
-    const Planes planes(layout_, band, samples);
+  drawInBands(in, page, layout_, linesAtATime, [&](const Planes& band, std::uint32_t count) {
+    const auto bytes = static_cast<std::size_t>(count * lineBytes());
     for (std::size_t c = 0; c < planeCount(layout_); ++c) {
-      store_.write(c * planeBytes() + stored * lineBytes(), planes.at[c], count * lineBytes());
+      store_.write(c * planeBytes() + stored * lineBytes(), band.at[c], bytes);
     }
     stored += count;
   });
-  for (std::uint32_t done = 0; done < head_.height;) {
-    const std::uint32_t count = std::min(linesAtATime, head_.height - done);
-    std::uint8_t* const band = queue.next();
-    page.draw(apart ? apart->planes() : Planes(layout_, band, samples), count);
-    if (apart) interleave(apart->planes(), band, std::size_t{count} * head_.width);
-    queue.pass(count);
-    done += count;
-  }
-  queue.finish();
 }
 
 void StoredPage::copyLines(std::uint32_t line, std::uint32_t count, const Planes& planes) const {

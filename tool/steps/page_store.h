@@ -23,7 +23,8 @@ class PageStore {
   std::uint64_t size() const { return size_; }
 
   void write(std::uint64_t offset, const std::uint8_t* samples, std::size_t size);
-  // Takes the room on the device, without which nothing may be written to data(). New samples are 0.
+  // Takes the room on the device, without which nothing may be written to data(). New samples are
+  // 0.
   void reserve(std::uint64_t offset, std::uint64_t size);
   // Moves the data.
   void grow(std::uint64_t size);

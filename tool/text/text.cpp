@@ -42,6 +42,7 @@ std::vector<std::string> split(std::string_view text, char separator) {
 }
 
 std::string printable(const std::string& text) {
+  // Only here, where it is needed: it takes long for a start.
   std::setlocale(LC_CTYPE, "C.UTF-8");
   constexpr std::size_t longest = 1000;
   std::string line;

@@ -15,7 +15,10 @@ PageHead reducedHead(const StepContext& context, const PageHead& page, const Fil
 
 // Whole units of the filter, unless the page has fewer lines.
 std::uint32_t wholeUnits(const StepContext& context, const PageHead& page, std::uint32_t unit) {
-  const std::uint32_t wanted = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
+  // A call prepares for all its lines at once.
+  constexpr std::uint32_t callLines = 16;
+  const std::uint32_t wanted =
+      context.wantedLines != 0 ? context.wantedLines : std::max(quickLines(page), callLines);
   const std::uint32_t lines = bandLines(context.in, page, (wanted + unit - 1) / unit * unit);
   if (lines == page.height) return lines;
   if (lines < unit) {

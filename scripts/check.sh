@@ -12,7 +12,7 @@ list="default       short  The release build does all that its tests ask, with g
 clang         long   The same with clang
 O0            long   No test depends on optimisation
 asan-ubsan    short  No test makes the library or the command do anything undefined, or leave its memory
-tsan          short  Concurrent calls share nothing that is written
+tsan          short  Concurrent calls share nothing that is written, and the threads of the command nothing unguarded
 levels        short  Every instruction-set level works alone
 old-cpus      short  Processors without AVX2 or AVX-512 get, and run, a level of theirs
 i386          short  32-bit x86 gives the same bytes

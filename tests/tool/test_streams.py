@@ -280,6 +280,21 @@ class Signals(StreamsTest):
                 process.send_signal(signal.SIGTERM)
                 self.assertEqual(process.wait(10), -signal.SIGTERM)
 
+    def test_stopped_and_continued(self):
+        """A write that this interrupts has written a part, and the rest is still to come."""
+        page = noise(pgm, 1000, 1000)
+        source = self.file("in.pgm", page)
+        for band in (1, 300, 1000):
+            with self.subTest(band), self.start(
+                *INVERT, "-b", band, source, stdout=subprocess.PIPE
+            ) as process:
+                self.wait_for(lambda: is_full(process.stdout))
+                process.send_signal(signal.SIGSTOP)
+                os.waitid(os.P_PID, process.pid, os.WSTOPPED)
+                process.send_signal(signal.SIGCONT)
+                self.assert_same(process.stdout.read(), inverted(page))
+                self.assertEqual((process.wait(20), process.stderr.read()), (DONE, b""))
+
 
 class Many(StreamsTest):
     # Of one band and of many, gray and colour, in turns.

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "formats/signals.h"
 #include "formats/temporary.h"
 
 namespace {
@@ -22,8 +23,6 @@ namespace {
 // What the memory of files consists of, on most machines.
 constexpr std::size_t blockSize = 1 << 12;
 constexpr std::size_t bufferSize = 4 * blockSize;
-
-constexpr int fatalSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 // Read by the signal handler: points into the Output whose temporary file exists.
 std::atomic<const char*> pendingTemporary = nullptr;
@@ -42,19 +41,6 @@ mode_t defaultMode() {
 }
 
 }  // namespace
-
-FatalSignalsBlocked::FatalSignalsBlocked() {
-  sigset_t blocked;
-  sigemptyset(&blocked);
-  for (const int number : fatalSignals) sigaddset(&blocked, number);
-  pthread_sigmask(SIG_BLOCK, &blocked, &before_);
-}
-
-FatalSignalsBlocked::~FatalSignalsBlocked() {
-  const int error = errno;
-  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  errno = error;
-}
 
 void removeTemporaryOnSignals() {
   for (const int number : fatalSignals) {

@@ -2,7 +2,6 @@
 #ifndef RAST_TOOL_OUTPUT_H
 #define RAST_TOOL_OUTPUT_H
 
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -63,18 +62,6 @@ class Output {
 
 // Text for standard output.
 void print(const std::string& text);
-
-// Keeps those signals waiting that would leave a file behind.
-class FatalSignalsBlocked {
- public:
-  FatalSignalsBlocked();
-  ~FatalSignalsBlocked();
-  FatalSignalsBlocked(const FatalSignalsBlocked&) = delete;
-  FatalSignalsBlocked& operator=(const FatalSignalsBlocked&) = delete;
-
- private:
-  sigset_t before_;
-};
 
 // Lets SIGINT, SIGTERM and SIGHUP remove the temporary file before they end the process.
 void removeTemporaryOnSignals();

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "formats/error.h"
-#include "formats/output.h"
+#include "formats/signals.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "formats/output.h"
+#include "formats/signals.h"
 
 namespace {
 

@@ -1,0 +1,16 @@
+#include "formats/signals.h"
+
+#include <cerrno>
+
+FatalSignalsBlocked::FatalSignalsBlocked() {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  for (const int number : fatalSignals) sigaddset(&blocked, number);
+  pthread_sigmask(SIG_BLOCK, &blocked, &before_);
+}
+
+FatalSignalsBlocked::~FatalSignalsBlocked() {
+  const int error = errno;
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  errno = error;
+}

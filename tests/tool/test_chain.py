@@ -902,12 +902,6 @@ class Jobs(ChainTest):
         process.stdin.flush()
         return process
 
-    def wait_for(self, condition):
-        end = time.monotonic() + 10
-        while not condition():
-            self.assertLess(time.monotonic(), end, "waited in vain")
-            time.sleep(0.005)
-
     def test_signals(self):
         temporary = self.folder / "tmp"
         temporary.mkdir()

@@ -14,6 +14,7 @@ import stat
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 import zlib
 from pathlib import Path
@@ -117,6 +118,12 @@ class RastTest(unittest.TestCase):
         done = self.run_rast("expgamma", *PARAMETERS, *arguments, input=content)
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))
         return done.stdout
+
+    def wait_for(self, condition):
+        end = time.monotonic() + 10
+        while not condition():
+            self.assertLess(time.monotonic(), end, "waited in vain")
+            time.sleep(0.002)
 
     def assert_fails(self, done, code, *words):
         text = done.stderr.decode()

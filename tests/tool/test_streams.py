@@ -79,12 +79,6 @@ class StreamsTest(RastTest):
         text = process.stderr.read()
         return subprocess.CompletedProcess(process.args, process.wait(20), stderr=text)
 
-    def wait_for(self, condition):
-        end = time.monotonic() + 10
-        while not condition():
-            self.assertLess(time.monotonic(), end, "waited in vain")
-            time.sleep(0.002)
-
 
 class Failing(StreamsTest):
     def test_full_device(self):

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Times the command on a page of 600 dpi against cp and other tools that do something similar.
 
-Every round runs each command once, in a folder in memory; what is told are medians of the time's
-ratio to that of cp in the same round, and the most memory that its processes had, which run at the
-same time. Tools that are not there are left out. Prints a Markdown table.
+Every round runs each command once, in a folder in memory; what is told are medians: of the time's
+ratio to that of cp in the same round, and of the most memory that its processes had, which run at
+the same time. (The kernel counts pages in batches for each processor, so that figures of the same
+work differ by 0.2 MiB.) Tools that are not there are left out. Prints a Markdown table.
 """
 
 import argparse
@@ -118,14 +119,14 @@ def main():
                 out.unlink(missing_ok=True)
                 if number > 0:
                     times.setdefault(k, []).append(seconds)
-                    memory[k] = max(memory.get(k, 0), most)
+                    memory.setdefault(k, []).append(most)
         if sys.stderr.isatty():
             print(file=sys.stderr)
 
     print("| work | tool | time / cp | memory MiB |\n|---|---|---:|---:|")
     for k, (work, tool, _) in enumerate(rows):
         ratio = statistics.median(a / b for a, b in zip(times[k], times[0]))
-        print(f"| {work} | {tool} | {ratio:.2f} | {memory[k] / 1024:.1f} |")
+        print(f"| {work} | {tool} | {ratio:.2f} | {statistics.median(memory[k]) / 1024:.2f} |")
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -41,8 +42,11 @@ std::uint64_t dataInUse() {
   const Descriptor status(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
   if (!status || status.read(text, sizeof text - 1) < 0) return 0;
   const std::vector<std::string> numbers = split(text, ' ');
-  const std::uint64_t pages =
-      numbers.size() > place ? std::strtoull(numbers[place].c_str(), nullptr, 10) : 0;
+  std::uint64_t pages = 0;
+  if (numbers.size() > place) {
+    const std::string& number = numbers[place];
+    std::from_chars(number.data(), number.data() + number.size(), pages);
+  }
   return pages * getauxval(AT_PAGESZ);
 }
 

@@ -771,6 +771,17 @@ class Memory(ChainTest):
                 blocks = self.wide(COLOUR, 30_000, 150)
                 self.assertLess(self.done([*arguments, "-m24M"], blocks), 24 * 1024)
 
+    def test_shared_libraries(self):
+        """Each costs more memory than a line; those of formats come when a page needs them."""
+        if not is_plain(RAST):
+            self.skipTest("a sanitizer brings libraries of its own")
+        entries = subprocess.run(
+            ["readelf", "-d", RAST], stdout=subprocess.PIPE, text=True, check=True
+        ).stdout
+        needed = set(re.findall(r"NEEDED.*\[(\w[\w-]*)\.so", entries))
+        self.assertLessEqual({"librast", "libc"}, needed)
+        self.assertLessEqual(needed, {"librast", "libc", "ld-linux-x86-64", "ld-linux-aarch64"})
+
     def test_too_little(self):
         """One line in all steps does not fit."""
         for arguments, width in (

@@ -814,6 +814,11 @@ class ColGamma(Operation):
         self.check(tone_model(range(255, -1, -1)), "colgamma", "--curve", "invert")
         for text in ("2.2", "0.1", "10", "1", ".45"):
             self.check(tone_model(gamma_table(float(text))), "colgamma", "--curve", f"gamma={text}")
+        for gamma in [n / 37 for n in range(4, 370)] + [0.1 + 1e-15, 1 - 1e-15]:
+            done = self.run_rast(
+                "colgamma", "--curve", f"gamma={gamma}", input=pgm(256, 1, bytes(range(256)))
+            )
+            self.assert_same(done.stdout, pgm(256, 1, bytes(gamma_table(gamma))))
 
     def test_file(self):
         table = random.Random(1).choices(range(256), k=256)
@@ -854,7 +859,8 @@ class ColGamma(Operation):
     def test_values(self):
         bad = ["0.09", "10.1", "0", "-1", "inf", "1e999"]
         self.refuse_values("colgamma", "curve", *((f"gamma={g}", "0.1..10") for g in bad))
-        bad = ["", "x", "1x", "2,2", " 1", "+1"]
+        bad = ["", "x", "1x", "2,2", " 1", "+1", ".", "-", "1.-5", "1.2.3", "1e1", "0x1"]
+        bad.append("0" * 500 + "x")
         self.refuse_values("colgamma", "curve", *((f"gamma={g}", "no decimal number") for g in bad))
         self.refuse_values("colgamma", "curve", ("gamma=nan", "0.1..10"))
         self.refuse_values("colgamma", "curve", ("", "cannot be opened", "FILE|invert|gamma=G"))
@@ -943,7 +949,7 @@ class HueAdjust(Operation):
             self.assertIn(name.encode(), self.run_rast("hueadjust", "--help").stdout)
 
     def test_rotation(self):
-        for degrees in (30, 90, 123.5, 180, 360, -77, -360):
+        for degrees in (30, 90, 123.5, 180, 360, -77, -360, *range(-351, 360, 27)):
             numbers = []
             for k, row in enumerate(rotation_matrix(degrees)):
                 rounded = [math.floor(256 * w + 0.5) for w in row]
@@ -1655,6 +1661,13 @@ class Compare(RastTest):
             self.assertEqual(
                 self.compare(ppm(2, 2, a), ppm(2, 2, changed)), (1, [words, "1 page, 1 different"])
             )
+        source = random.Random(3)
+        for size in (1, 3, 1000) * 20:
+            a = source.randbytes(size)
+            b = bytes(v ^ (source.getrandbits(8) >> source.randrange(8)) for v in a[:-1])
+            b += bytes([a[-1] ^ 1])
+            (line, _) = self.compare(pgm(size, 1, a), pgm(size, 1, b))[1]
+            self.assertTrue(line.endswith(self.difference(a, b)), line)
         lines = self.compare(pgm(2, 1, b"\0\0"), pgm(2, 1, b"\xff\xff"))[1]
         self.assertTrue(lines[0].endswith("2 of 2 samples differ by up to 255, PSNR 0.00 dB"))
 

@@ -1,12 +1,12 @@
 #include "commands/compare.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <optional>
 
 #include "commands/page_list.h"
 #include "formats/output.h"
+#include "numbers/elementary.h"
 #include "progress/meter.h"
 #include "steps/planes.h"
 
@@ -42,7 +42,7 @@ class Difference {
                 place / (head_.colour ? 3 : 1) + 1, ", ",
                 head_.colour ? components[place % 3] : "gray", ": ", first_.a, " and ", first_.b,
                 "; ", count_, " of ", samples_, " samples differ by up to ", largest_, ", PSNR ",
-                fixed(10 * std::log10(peak * peak / meanSquare), 2), " dB");
+                fixed(decibels(peak * peak / meanSquare), 2), " dB");
   }
 
  private:

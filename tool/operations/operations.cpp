@@ -96,8 +96,9 @@ std::unique_ptr<Step> makeHueAdjust(const Values& values) {
   param.nMirror = static_cast<std::int16_t>(values[2][0]);
   if (param.nMirror != 0) {
     return bandStep({[param](const RastArea& area, const RastPlaneSet& planes) {
-      return rastHueAdjust(&area, &planes, &param, nullptr);
-    }});
+                       return rastHueAdjust(&area, &planes, &param, nullptr);
+                     },
+                     false});
   }
   RastHueLut lut = {};
   lut.nReverse = param.nReverse;
@@ -220,7 +221,7 @@ std::unique_ptr<Step> makeZoom(const Values& values) {
                      }
                      return rastZoom(&area, &planes, &param);
                    },
-                   gray.nRatioX, gray.nRatioY});
+                   false, gray.nRatioX, gray.nRatioY});
 }
 
 constexpr Parameter shiftParameters[] = {

@@ -3,30 +3,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cmath>
 #include <cstring>
 #include <limits>
 #include <utility>
 
 #include "formats/error.h"
 #include "formats/file.h"
+#include "numbers/elementary.h"
 #include "operations/advice.h"
 
 namespace {
 
 template <class Number>
-Number parse(const std::string& option, const std::string& text, Number low, Number high,
-             const char* kind) {
-  Number value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  const bool isNumber = stop == end && error != std::errc::invalid_argument;
-  const bool fits = error == std::errc() && value >= low && value <= high;  // false for NaN
-  if (!isNumber || !fits) {
-    const std::string fault = isNumber ? "out of range" : join("no ", kind, " number");
-    fail(ExitCode::usage, option, ": '", text, "' is ", fault, "; expected ", low, "..", high);
-  }
-  return value;
+[[noreturn]] void refuse(const std::string& option, const std::string& text, const char* fault,
+                         Number low, Number high) {
+  fail(ExitCode::usage, option, ": '", text, "' is ", fault, "; expected ", low, "..", high);
 }
 
 // A text file as tokens; knows the line for messages.
@@ -100,7 +91,28 @@ std::string optionName(const Parameter& parameter) { return join("--", parameter
 
 std::int64_t parseNumber(const std::string& option, const std::string& text, std::int64_t low,
                          std::int64_t high) {
-  return parse(option, text, low, high, "whole");
+  std::int64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  const bool isNumber = stop == end && error != std::errc::invalid_argument;
+  const bool fits = error == std::errc() && value >= low && value <= high;
+  if (isNumber && fits) return value;
+  refuse(option, text, isNumber ? "out of range" : "no whole number", low, high);
+}
+
+double parseDecimal(const std::string& option, const std::string& text, double low, double high) {
+  // A whole number, divided by ten for each digit after the point.
+  std::string digits = text;
+  const std::size_t point = std::min(text.find('.'), text.size());
+  digits.erase(point, 1);
+  std::int64_t whole = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, whole);
+  const auto decimals = static_cast<double>(digits.size() - point);
+  const double value = static_cast<double>(whole) / power(10, decimals);
+  const bool isNumber = stop == end && error == std::errc();
+  if (isNumber && value >= low && value <= high) return value;
+  refuse(option, text, isNumber ? "out of range" : "no decimal number", low, high);
 }
 
 std::uint64_t parseBytes(const std::string& option, const std::string& text, std::uint64_t low) {
@@ -117,10 +129,6 @@ std::uint64_t parseBytes(const std::string& option, const std::string& text, std
          low >> 20, 'M');
   }
   return count << shift;
-}
-
-double parseDecimal(const std::string& option, const std::string& text, double low, double high) {
-  return parse(option, text, low, high, "decimal");
 }
 
 std::vector<std::string> wordsOf(const std::string& list) { return split(list, '|'); }
@@ -149,11 +157,11 @@ Value readTenths(const Parameter& parameter, const std::string& text) {
   const std::string option = optionName(parameter);
   const auto tenths = [](std::int64_t v) { return static_cast<double>(v) / 10; };
   const double value = parseDecimal(option, text, tenths(parameter.low), tenths(parameter.high));
-  const std::int64_t nearest = std::llround(value * 10);
-  if (tenths(nearest) != value) {
+  const std::int64_t number = nearest(value * 10);
+  if (tenths(number) != value) {
     fail(ExitCode::usage, option, ": '", text, "' has more than one decimal");
   }
-  return {nearest};
+  return {number};
 }
 
 Value readText(const Parameter&, const std::string& text) { return {text.begin(), text.end()}; }

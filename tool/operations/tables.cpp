@@ -1,13 +1,12 @@
 #include "operations/tables.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iterator>
-#include <numbers>
 #include <optional>
 #include <utility>
 
 #include "formats/error.h"
+#include "numbers/elementary.h"
 
 namespace {
 
@@ -42,14 +41,14 @@ Value rotation(double degrees) {
   constexpr double luma[3] = {0.213, 0.715, 0.072};
   constexpr double sines[3][3] = {
       {-0.213, -0.715, 0.928}, {0.143, 0.140, -0.283}, {-0.787, 0.715, 0.072}};
-  const double angle = degrees * std::numbers::pi / 180;
+  const std::complex<double> angle = unit(degrees);
   std::int64_t rows[3][3] = {};
   for (std::size_t k = 0; k < 3; ++k) {
     std::int64_t others = 0;
     for (std::size_t j = 0; j < 3; ++j) {
       if (j == k) continue;
-      const double weight = luma[j] - luma[j] * std::cos(angle) + sines[k][j] * std::sin(angle);
-      rows[k][j] = std::llround(weight * one);
+      const double weight = luma[j] - luma[j] * angle.real() + sines[k][j] * angle.imag();
+      rows[k][j] = nearest(weight * one);
       others += rows[k][j];
     }
     rows[k][k] = one - others;
@@ -60,7 +59,7 @@ Value rotation(double degrees) {
 Value gammaCurve(double gamma) {
   Value curve;
   for (int i = 0; i < 256; ++i) {
-    curve.push_back(std::llround(255 * std::pow(i / 255.0, 1 / gamma)));
+    curve.push_back(nearest(255 * power(i / 255.0, 1 / gamma)));
   }
   return curve;
 }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cmath>
 #include <cstdio>
 
 #include "formats/file.h"
@@ -85,8 +84,10 @@ void Meter::show() {
   percent_ = percent;
   percentOfPage_ = percentOfPage;
   shownAt_ = now;
-  std::optional<double> left;
-  if (ofStream && part > 0) left = std::ceil(secondsSoFar() * (1 - part) / part);
+  std::optional<std::chrono::seconds> left;
+  if (ofStream && part > 0) {
+    left = std::chrono::ceil<std::chrono::seconds>(Seconds(secondsSoFar() * (1 - part) / part));
+  }
   progress_->show({pages_, expected_, percent, percentOfPage, megabytesPerSecond(), left});
 }
 

@@ -21,7 +21,7 @@ class TerminalLine final : public Progress {
     std::string line =
         join("page ", s.page, s.pages ? join(" of ", *s.pages) : "", ": ",
              alignedRight(join(s.percent), 3), "%, ", fixed(s.megabytesPerSecond, 0), " MB/s");
-    if (s.secondsLeft) line += join(", ", fixed(*s.secondsLeft, 0), " s left");
+    if (s.left) line += join(", ", s.left->count(), " s left");
     const std::size_t length = line.size();
     if (length < length_) line.append(length_ - length, ' ');
     length_ = length;
@@ -49,7 +49,7 @@ class JsonLines final : public Progress {
     if (s.pages) line += join(", \"pages\": ", *s.pages);
     line += join(", \"percent\": ", s.percent,
                  ", \"megabytes_per_second\": ", fixed(s.megabytesPerSecond, 1));
-    if (s.secondsLeft) line += join(", \"seconds_left\": ", fixed(*s.secondsLeft, 0));
+    if (s.left) line += join(", \"seconds_left\": ", s.left->count());
     printError(line + "}\n");
   }
 

@@ -2,6 +2,7 @@
 #ifndef RAST_TOOL_PROGRESS_H
 #define RAST_TOOL_PROGRESS_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -23,7 +24,7 @@ struct Standing {
   int percent;                         // of all, or of this page where the whole is not known
   int percentOfPage;
   double megabytesPerSecond;
-  std::optional<double> secondsLeft;
+  std::optional<std::chrono::seconds> left;
 };
 
 class Progress {

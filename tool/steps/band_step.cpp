@@ -39,8 +39,8 @@ class FilteredPage final : public PageSource {
         context_(context),
         filter_(filter),
         head_(reducedHead(context, page_->head(), filter)),
-        most_(wholeUnits(context, page_->head(), filter.unitLines())),
-        drawn_(page_->head().width, head_.colour, most_) {
+        most_(wholeUnits(context, page_->head(), filter.unitLines())) {
+    if (!filter_.inPlace) drawn_.emplace(page_->head().width, head_.colour, most_);
     if (reducesLines()) made_.emplace(head_.width, head_.colour, reduced(most_, filter_.ratioY));
   }
 
@@ -54,10 +54,10 @@ class FilteredPage final : public PageSource {
   bool reducesLines() const { return filter_.ratioY != wholeRatio; }
 
   std::uint32_t filterBand(const Planes& out, std::uint32_t lines) {
-    const PageHead& from = page_->head();
-    page_->draw(drawn_.planes(), lines);
+    const Planes& in = drawn_ ? drawn_->planes() : out;
+    page_->draw(in, lines);
     context_.call(std::uint64_t{done_} + 1, [&] {
-      return filter_.apply(wholeArea(from.width, lines), planeSet(drawn_.planes(), out, 3));
+      return filter_.apply(wholeArea(page_->head().width, lines), planeSet(in, out, 3));
     });
     done_ += lines;
     return lines;
@@ -77,7 +77,7 @@ class FilteredPage final : public PageSource {
   const Filter& filter_;
   PageHead head_;
   std::uint32_t most_;  // lines of a band
-  Lines drawn_;
+  std::optional<Lines> drawn_;
   std::uint32_t done_ = 0;
   std::optional<LinesAhead> made_;  // where lines are reduced
 };

@@ -84,9 +84,10 @@ constexpr std::uint32_t reduced(std::uint32_t count, std::uint32_t ratio) {
 
 // An operation on bands.
 struct Filter {
-  // From the input planes of a band to its output planes, which lie apart; keeps what it needs from
-  // band to band.
+  // From the input planes of a band to its output planes; keeps what it needs from band to band.
   std::function<std::uint32_t(const RastArea&, const RastPlaneSet&)> apply;
+  // Whether these may be the same. Where not, they lie apart.
+  bool inPlace = true;
   // What becomes of the page's columns and lines, in thousandths: at most 1000.
   std::uint32_t ratioX = wholeRatio;
   std::uint32_t ratioY = wholeRatio;

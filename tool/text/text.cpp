@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstdio>
 #include <cwchar>
 #include <cwctype>
 
@@ -13,9 +14,8 @@ std::string join(std::initializer_list<Part> parts) {
 
 std::string fixed(double number, int digits) {
   char text[400];  // the largest number has 309 digits before the point
-  return {text,
-          std::to_chars(std::begin(text), std::end(text), number, std::chars_format::fixed, digits)
-              .ptr};
+  std::snprintf(text, sizeof text, "%.*f", digits, number);
+  return text;
 }
 
 std::string hexadecimal(std::uint64_t number) {

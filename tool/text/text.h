@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <initializer_list>
 #include <iterator>
 #include <string>
@@ -13,7 +14,7 @@
 #include <type_traits>
 #include <vector>
 
-// Of a text: a text itself, a character or a number, with as few digits as tell it from others.
+// Of a text: a text itself, a character, a whole number or a decimal one to six digits.
 class Part {
  public:
   Part(std::string_view text) : text_(text) {}
@@ -21,8 +22,9 @@ class Part {
   Part(const char* text) : text_(text) {}
   Part(char character) : own_{character}, length_(1) {}
   template <class Number>
-  requires std::is_arithmetic_v<Number> Part(Number number)
+  requires std::is_integral_v<Number> Part(Number number)
       : length_(std::to_chars(std::begin(own_), std::end(own_), number).ptr - own_) {}
+  Part(double number) : length_(std::snprintf(own_, sizeof own_, "%g", number)) {}
   Part(bool) = delete;
 
   std::string_view text() const {

@@ -40,20 +40,18 @@ class BandQueue {
   void finish();
 
  private:
-  struct Band {
-    Bytes bytes;
-    std::uint32_t lines;
-  };
-
-  Band& bandAt(std::size_t number) { return bands_[number % bands_.size()]; }
+  std::uint8_t* bandAt(std::size_t number) { return &bytes_[number % count_ * bandBytes_]; }
   std::size_t waiting() const { return passed_ - written_; }
   // A thread that waits is woken for as many bands at once: waking takes longer than a band.
-  std::size_t batch() const { return (bands_.size() + 1) / 2; }
+  std::size_t batch() const { return (count_ + 1) / 2; }
   void writePassed();
 
-  std::vector<Band> bands_;
   const Write& write_;
-  std::mutex mutex_;  // of what follows
+  std::size_t count_;  // of the bands
+  std::size_t bandBytes_;
+  Bytes bytes_;
+  std::vector<std::uint32_t> lines_;  // in each band
+  std::mutex mutex_;                  // of what follows
   std::condition_variable passedSome_;
   std::condition_variable wroteSome_;
   std::size_t passed_ = 0;
@@ -64,31 +62,34 @@ class BandQueue {
 };
 
 BandQueue::BandQueue(const Input& in, const PageHead& head, std::uint32_t lines, const Write& write)
-    : bands_(bandsAtOnce(in, head, lines)), write_(write) {
-  for (Band& band : bands_) band.bytes = makeBytes(lines * head.lineBytes());
-  if (bands_.size() == 1) return;
+    : write_(write),
+      count_(bandsAtOnce(in, head, lines)),
+      bandBytes_(lines * head.lineBytes()),
+      bytes_(makeBytes(count_ * bandBytes_)),
+      lines_(count_) {
+  if (count_ == 1) return;
   // Signals are for the caller's thread, which knows when to keep them waiting.
   const FatalSignalsBlocked blocked;
   try {
     writer_ = std::thread([this] { writePassed(); });
   } catch (const std::system_error&) {
-    bands_.resize(1);
+    count_ = 1;
   }
 }
 
 std::uint8_t* BandQueue::next() {
   std::unique_lock lock(mutex_);
-  if (waiting() == bands_.size()) {
-    wroteSome_.wait(lock, [this] { return bands_.size() - waiting() >= batch() || fault_; });
+  if (waiting() == count_) {
+    wroteSome_.wait(lock, [this] { return count_ - waiting() >= batch() || fault_; });
   }
   if (fault_) std::rethrow_exception(fault_);
-  return bandAt(passed_).bytes.get();
+  return bandAt(passed_);
 }
 
 void BandQueue::pass(std::uint32_t lines) {
-  if (!writer_.joinable()) return write_(bands_[0].bytes.get(), lines);
+  if (!writer_.joinable()) return write_(bandAt(0), lines);
   const std::lock_guard lock(mutex_);
-  bandAt(passed_++).lines = lines;
+  lines_[passed_++ % count_] = lines;
   if (waiting() == batch()) passedSome_.notify_one();
 }
 
@@ -109,21 +110,24 @@ void BandQueue::writePassed() {
     if (waiting() == 0) {
       passedSome_.wait(lock, [this] { return waiting() >= batch() || closed_; });
     }
-    if (waiting() == 0) return;
-    const Band& band = bandAt(written_);
+    if (waiting() == 0) break;
+    std::uint8_t* const band = bandAt(written_);
+    const std::uint32_t lines = lines_[written_ % count_];
     lock.unlock();
     std::exception_ptr fault;
     try {
-      write_(band.bytes.get(), band.lines);
+      write_(band, lines);
     } catch (...) {
       fault = std::current_exception();
     }
     lock.lock();
     ++written_;
     fault_ = fault;
-    if (fault_ || bands_.size() - waiting() == batch()) wroteSome_.notify_one();
+    if (fault_ || count_ - waiting() == batch()) wroteSome_.notify_one();
     if (fault_) return;
   }
+  // Now, since the end of a thread brings as much of the C library into memory.
+  bytes_.reset();
 }
 
 }  // namespace

@@ -5,8 +5,12 @@
 // The whole part by products. Then each binary digit after the point stands for a further root.
 double power(double base, double exponent) {
   double result = 1;
-  for (; exponent >= 1; exponent -= 1) result *= base;
-  for (double root = base; exponent > 0;) {
+  while (exponent >= 1) {
+    result *= base;
+    exponent -= 1;
+  }
+  double root = base;
+  while (exponent > 0) {
     root = __builtin_sqrt(root);  // an instruction, optimised or not
     exponent *= 2;
     if (exponent < 1) continue;
@@ -31,9 +35,14 @@ std::complex<double> unit(double degrees) {
 // Digit by digit: what is left of the ratio, to the tenth power, has the next one.
 double decibels(double ratio) {
   double sum = 0;
-  for (double digit = 10; digit > 1e-10; digit /= 10) {
-    for (; ratio >= 10; ratio /= 10) sum += digit;
+  double place = 10;  // of the digit
+  for (int digits = 0; digits < 11; ++digits) {
+    while (ratio >= 10) {
+      ratio /= 10;
+      sum += place;
+    }
     ratio = power(ratio, 10);
+    place /= 10;
   }
   return sum;
 }

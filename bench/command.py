@@ -126,7 +126,7 @@ def main():
     print("| work | tool | time / cp | memory MiB |\n|---|---|---:|---:|")
     for k, (work, tool, _) in enumerate(rows):
         ratio = statistics.median(a / b for a, b in zip(times[k], times[0]))
-        print(f"| {work} | {tool} | {ratio:.2f} | {statistics.median(memory[k]) / 1024:.2f} |")
+        print(f"| {work} | {tool} | {ratio:.2f} | {statistics.median(memory[k]) / 1024:.1f} |")
 
 
 if __name__ == "__main__":

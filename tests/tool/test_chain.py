@@ -778,9 +778,9 @@ class Memory(ChainTest):
         entries = subprocess.run(
             ["readelf", "-d", RAST], stdout=subprocess.PIPE, text=True, check=True
         ).stdout
-        needed = set(re.findall(r"NEEDED.*\[(\w[\w-]*)\.so", entries))
-        self.assertLessEqual({"librast", "libc"}, needed)
-        self.assertLessEqual(needed, {"librast", "libc", "ld-linux-x86-64", "ld-linux-aarch64"})
+        needed = re.findall(r"NEEDED.*\[(\w+)", entries)
+        self.assertIn("librast", needed)
+        self.assertFalse({"libm", "libpng16", "libtiff", "libcups"}.intersection(needed), needed)
 
     def test_too_little(self):
         """One line in all steps does not fit."""

@@ -812,7 +812,7 @@ class EveryOperation(Operation):
 class ColGamma(Operation):
     def test_formulas(self):
         self.check(tone_model(range(255, -1, -1)), "colgamma", "--curve", "invert")
-        for text in ("2.2", "0.1", "10", "1", ".45"):
+        for text in ("2.2", "0.1", "10", "1", ".45", "3.", f"2.2{0:040}", "0." + "3" * 400):
             self.check(tone_model(gamma_table(float(text))), "colgamma", "--curve", f"gamma={text}")
         for gamma in [n / 37 for n in range(4, 370)] + [0.1 + 1e-15, 1 - 1e-15]:
             done = self.run_rast(
@@ -857,12 +857,13 @@ class ColGamma(Operation):
         self.assertEqual(os.listdir(self.folder), ["curve.txt"])
 
     def test_values(self):
-        bad = ["0.09", "10.1", "0", "-1", "inf", "1e999"]
-        self.refuse_values("colgamma", "curve", *((f"gamma={g}", "0.1..10") for g in bad))
-        bad = ["", "x", "1x", "2,2", " 1", "+1", ".", "-", "1.-5", "1.2.3", "1e1", "0x1"]
-        bad.append("0" * 500 + "x")
-        self.refuse_values("colgamma", "curve", *((f"gamma={g}", "no decimal number") for g in bad))
-        self.refuse_values("colgamma", "curve", ("gamma=nan", "0.1..10"))
+        bad = ["0.09", "10.1", "0", "-1", "-.5", "9" * 400, "0." + "0" * 400 + "1"]
+        words = ("out of range", "0.1..10")
+        self.refuse_values("colgamma", "curve", *((f"gamma={g}", *words) for g in bad))
+        bad = ["", "x", "1x", "2,2", " 1", "+1", ".", "-", "-.", ".-5", "1.-5", "1.2.3", "1e1", "0x1",
+               "nan", "inf", "1e999", "0" * 500 + "x"]
+        words = ("no decimal number", "0.1..10")
+        self.refuse_values("colgamma", "curve", *((f"gamma={g}", *words) for g in bad))
         self.refuse_values("colgamma", "curve", ("", "cannot be opened", "FILE|invert|gamma=G"))
 
 

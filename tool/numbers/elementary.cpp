@@ -11,7 +11,7 @@ double power(double base, double exponent) {
   }
   double root = base;
   while (exponent > 0) {
-    root = __builtin_sqrt(root);  // an instruction, optimised or not
+    root = __builtin_sqrt(root);
     exponent *= 2;
     if (exponent < 1) continue;
     result *= root;
@@ -20,22 +20,24 @@ double power(double base, double exponent) {
   return result;
 }
 
-// Taylor's series of the exponential function. At a full turn the last term is below 1e-16.
-std::complex<double> unit(double degrees) {
+// Taylor's series. At a full turn terms reach 85, and the first left out is 1e-16.
+Direction directionAt(double degrees) {
   const double angle = degrees * std::numbers::pi / 180;
-  std::complex<double> sum = 0;
-  std::complex<double> term = 1;
+  Direction sum = {0, 0};
+  Direction term = {1, 0};
   for (int n = 1; n <= 40; ++n) {
-    sum += term;
-    term *= std::complex<double>(0, angle / n);
+    sum.cosine += term.cosine;
+    sum.sine += term.sine;
+    term = {-term.sine * angle / n, term.cosine * angle / n};
   }
   return sum;
 }
 
-// Digit by digit: what is left of the ratio, to the tenth power, has the next one.
+// Digit by digit: each division by ten counts one, and the tenth power of what is left brings up the
+// next place.
 double decibels(double ratio) {
   double sum = 0;
-  double place = 10;  // of the digit
+  double place = 10;
   for (int digits = 0; digits < 11; ++digits) {
     while (ratio >= 10) {
       ratio /= 10;

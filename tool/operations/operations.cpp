@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr bool inPlace = true;
+
 constexpr Parameter expGammaParameters[] = {
     {"threshold", "N", readNumbers, 0, 255, "0", "samples up to this become 0"},
     {"offset", "N", readNumbers, 0, 255, "0", "level added to samples above the threshold"},
@@ -22,8 +24,9 @@ std::unique_ptr<Step> makeExpGamma(const Values& values) {
                                 static_cast<std::uint8_t>(values[1][0]),
                                 static_cast<std::uint16_t>(values[2][0])};
   return bandStep({[curve](const RastArea& area, const RastPlaneSet& planes) {
-    return rastExpGamma(&area, &planes, &curve, nullptr);
-  }});
+                     return rastExpGamma(&area, &planes, &curve, nullptr);
+                   },
+                   inPlace});
 }
 
 constexpr Parameter colGammaParameters[] = {
@@ -41,8 +44,9 @@ std::unique_ptr<Step> makeColGamma(const Values& values) {
   std::ranges::transform(values[0], curve.begin(),
                          [](std::int64_t v) { return static_cast<std::uint8_t>(v); });
   return bandStep({[curve](const RastArea& area, const RastPlaneSet& planes) {
-    return rastColGamma(&area, &planes, curve.data());
-  }});
+                     return rastColGamma(&area, &planes, curve.data());
+                   },
+                   inPlace});
 }
 
 constexpr Parameter binConvParameters[] = {
@@ -55,8 +59,9 @@ constexpr Parameter binConvParameters[] = {
 std::unique_ptr<Step> makeBinConv(const Values& values) {
   const auto color = static_cast<std::uint32_t>(values[0][0]);
   return bandStep({[color](const RastArea& area, const RastPlaneSet& planes) {
-    return rastBinConv(&area, &planes, color);
-  }});
+                     return rastBinConv(&area, &planes, color);
+                   },
+                   inPlace});
 }
 
 constexpr Parameter satAdjustParameters[] = {
@@ -67,8 +72,9 @@ constexpr Parameter satAdjustParameters[] = {
 std::unique_ptr<Step> makeSatAdjust(const Values& values) {
   const auto mode = static_cast<std::uint32_t>(values[0][0]);
   return bandStep({[mode](const RastArea& area, const RastPlaneSet& planes) {
-    return rastSatAdjust(&area, &planes, mode);
-  }});
+                     return rastSatAdjust(&area, &planes, mode);
+                   },
+                   inPlace});
 }
 
 constexpr Parameter hueAdjustParameters[] = {
@@ -96,15 +102,15 @@ std::unique_ptr<Step> makeHueAdjust(const Values& values) {
   param.nMirror = static_cast<std::int16_t>(values[2][0]);
   if (param.nMirror != 0) {
     return bandStep({[param](const RastArea& area, const RastPlaneSet& planes) {
-                       return rastHueAdjust(&area, &planes, &param, nullptr);
-                     },
-                     false});
+      return rastHueAdjust(&area, &planes, &param, nullptr);
+    }});
   }
   RastHueLut lut = {};
   lut.nReverse = param.nReverse;
   return bandStep({[param, lut](const RastArea& area, const RastPlaneSet& planes) mutable {
-    return rastHueAdjust(&area, &planes, &param, &lut);
-  }});
+                     return rastHueAdjust(&area, &planes, &param, &lut);
+                   },
+                   inPlace});
 }
 
 constexpr Parameter colBalanceParameters[] = {
@@ -122,8 +128,9 @@ std::unique_ptr<Step> makeColBalance(const Values& values) {
   for (std::size_t i = 0; i < 4; ++i) param.nLevel[i] = static_cast<std::int16_t>(values[1][i]);
   return bandStep({[param, lut = std::array<std::uint8_t, 1025>{}](
                        const RastArea& area, const RastPlaneSet& planes) mutable {
-    return rastColBalance(&area, &planes, &param, lut.data());
-  }});
+                     return rastColBalance(&area, &planes, &param, lut.data());
+                   },
+                   inPlace});
 }
 
 std::optional<Size> sizeOf(const Value& value) {
@@ -221,7 +228,7 @@ std::unique_ptr<Step> makeZoom(const Values& values) {
                      }
                      return rastZoom(&area, &planes, &param);
                    },
-                   false, gray.nRatioX, gray.nRatioY});
+                   !inPlace, gray.nRatioX, gray.nRatioY});
 }
 
 constexpr Parameter shiftParameters[] = {

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "formats/error.h"
@@ -14,10 +13,45 @@
 
 namespace {
 
+std::from_chars_result read(const char* text, const char* end, std::int64_t& number) {
+  return std::from_chars(text, end, number);
+}
+
+// The library's own for fractions brings tables longer than all the code of the command.
+std::from_chars_result read(const char* text, const char* end, double& number) {
+  const bool negative = text != end && *text == '-';
+  bool hasDigits = false;
+  double digits = 0;
+  double scale = 0;  // of the digits; 0 before the point
+  for (const char* at = negative ? text + 1 : text; at != end; ++at) {
+    if (*at == '.' && scale == 0) {
+      scale = 1;
+      continue;
+    }
+    if (*at < '0' || *at > '9') return {text, std::errc::invalid_argument};
+    hasDigits = true;
+    if (scale >= 1e22) continue;  // the last power of ten that is exact
+    digits = digits * 10 + (*at - '0');
+    scale *= 10;
+  }
+  if (!hasDigits) return {text, std::errc::invalid_argument};
+  number = (negative ? -digits : digits) / (scale == 0 ? 1 : scale);
+  return {end, std::errc()};
+}
+
 template <class Number>
-[[noreturn]] void refuse(const std::string& option, const std::string& text, const char* fault,
-                         Number low, Number high) {
-  fail(ExitCode::usage, option, ": '", text, "' is ", fault, "; expected ", low, "..", high);
+Number parse(const std::string& option, const std::string& text, Number low, Number high,
+             const char* kind) {
+  Number value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = read(text.data(), end, value);
+  const bool isNumber = stop == end && error != std::errc::invalid_argument;
+  const bool fits = error == std::errc() && value >= low && value <= high;
+  if (!isNumber || !fits) {
+    const std::string fault = isNumber ? "out of range" : join("no ", kind, " number");
+    fail(ExitCode::usage, option, ": '", text, "' is ", fault, "; expected ", low, "..", high);
+  }
+  return value;
 }
 
 // A text file as tokens; knows the line for messages.
@@ -91,28 +125,11 @@ std::string optionName(const Parameter& parameter) { return join("--", parameter
 
 std::int64_t parseNumber(const std::string& option, const std::string& text, std::int64_t low,
                          std::int64_t high) {
-  std::int64_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  const bool isNumber = stop == end && error != std::errc::invalid_argument;
-  const bool fits = error == std::errc() && value >= low && value <= high;
-  if (isNumber && fits) return value;
-  refuse(option, text, isNumber ? "out of range" : "no whole number", low, high);
+  return parse(option, text, low, high, "whole");
 }
 
 double parseDecimal(const std::string& option, const std::string& text, double low, double high) {
-  // A whole number, divided by ten for each digit after the point.
-  std::string digits = text;
-  const std::size_t point = std::min(text.find('.'), text.size());
-  digits.erase(point, 1);
-  std::int64_t whole = 0;
-  const char* const end = digits.data() + digits.size();
-  const auto [stop, error] = std::from_chars(digits.data(), end, whole);
-  const auto decimals = static_cast<double>(digits.size() - point);
-  const double value = static_cast<double>(whole) / power(10, decimals);
-  const bool isNumber = stop == end && error == std::errc();
-  if (isNumber && value >= low && value <= high) return value;
-  refuse(option, text, isNumber ? "out of range" : "no decimal number", low, high);
+  return parse(option, text, low, high, "decimal");
 }
 
 std::uint64_t parseBytes(const std::string& option, const std::string& text, std::uint64_t low) {

@@ -41,13 +41,13 @@ Value rotation(double degrees) {
   constexpr double luma[3] = {0.213, 0.715, 0.072};
   constexpr double sines[3][3] = {
       {-0.213, -0.715, 0.928}, {0.143, 0.140, -0.283}, {-0.787, 0.715, 0.072}};
-  const std::complex<double> angle = unit(degrees);
+  const Direction angle = directionAt(degrees);
   std::int64_t rows[3][3] = {};
   for (std::size_t k = 0; k < 3; ++k) {
     std::int64_t others = 0;
     for (std::size_t j = 0; j < 3; ++j) {
       if (j == k) continue;
-      const double weight = luma[j] - luma[j] * angle.real() + sines[k][j] * angle.imag();
+      const double weight = luma[j] - luma[j] * angle.cosine + sines[k][j] * angle.sine;
       rows[k][j] = nearest(weight * one);
       others += rows[k][j];
     }

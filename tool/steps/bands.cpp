@@ -32,26 +32,28 @@ class BandQueue {
 
   BandQueue(const Input& in, const PageHead& head, std::uint32_t lines, const Write& write);
 
-  // Where the next lines are to be drawn. This and finish() throw what writing threw.
+  // Where the next band is to be drawn. This and finish() throw what writing threw.
   std::uint8_t* next();
-  // So many lines are there.
-  void pass(std::uint32_t lines);
+  // It is there.
+  void pass();
   // Waits until all is written. To be called before the end, come what may.
   void finish();
 
  private:
   std::uint8_t* bandAt(std::size_t number) { return &bytes_[number % count_ * bandBytes_]; }
+  void write(std::size_t number);
   std::size_t waiting() const { return passed_ - written_; }
   // A thread that waits is woken for as many bands at once: waking takes longer than a band.
   std::size_t batch() const { return (count_ + 1) / 2; }
   void writePassed();
 
   const Write& write_;
-  std::size_t count_;  // of the bands
+  std::uint32_t height_;  // of the page
+  std::uint32_t lines_;   // of a band
   std::size_t bandBytes_;
+  std::size_t count_;  // of the bands
   Bytes bytes_;
-  std::vector<std::uint32_t> lines_;  // in each band
-  std::mutex mutex_;                  // of what follows
+  std::mutex mutex_;  // of what follows
   std::condition_variable passedSome_;
   std::condition_variable wroteSome_;
   std::size_t passed_ = 0;
@@ -63,10 +65,11 @@ class BandQueue {
 
 BandQueue::BandQueue(const Input& in, const PageHead& head, std::uint32_t lines, const Write& write)
     : write_(write),
-      count_(bandsAtOnce(in, head, lines)),
+      height_(head.height),
+      lines_(lines),
       bandBytes_(lines * head.lineBytes()),
-      bytes_(makeBytes(count_ * bandBytes_)),
-      lines_(count_) {
+      count_(bandsAtOnce(in, head, lines)),
+      bytes_(makeBytes(count_ * bandBytes_)) {
   if (count_ == 1) return;
   // Signals are for the caller's thread, which knows when to keep them waiting.
   const FatalSignalsBlocked blocked;
@@ -74,6 +77,7 @@ BandQueue::BandQueue(const Input& in, const PageHead& head, std::uint32_t lines,
     writer_ = std::thread([this] { writePassed(); });
   } catch (const std::system_error&) {
     count_ = 1;
+    bytes_ = makeBytes(bandBytes_);
   }
 }
 
@@ -86,11 +90,17 @@ std::uint8_t* BandQueue::next() {
   return bandAt(passed_);
 }
 
-void BandQueue::pass(std::uint32_t lines) {
-  if (!writer_.joinable()) return write_(bandAt(0), lines);
+void BandQueue::pass() {
   const std::lock_guard lock(mutex_);
-  lines_[passed_++ % count_] = lines;
+  ++passed_;
+  if (!writer_.joinable()) return write(written_++);
   if (waiting() == batch()) passedSome_.notify_one();
+}
+
+void BandQueue::write(std::size_t number) {
+  const std::uint64_t before = std::uint64_t{number} * lines_;
+  write_(bandAt(number),
+         static_cast<std::uint32_t>(std::min<std::uint64_t>(lines_, height_ - before)));
 }
 
 void BandQueue::finish() {
@@ -111,12 +121,10 @@ void BandQueue::writePassed() {
       passedSome_.wait(lock, [this] { return waiting() >= batch() || closed_; });
     }
     if (waiting() == 0) break;
-    std::uint8_t* const band = bandAt(written_);
-    const std::uint32_t lines = lines_[written_ % count_];
     lock.unlock();
     std::exception_ptr fault;
     try {
-      write_(band, lines);
+      write(written_);
     } catch (...) {
       fault = std::current_exception();
     }
@@ -126,7 +134,7 @@ void BandQueue::writePassed() {
     if (fault_ || count_ - waiting() == batch()) wroteSome_.notify_one();
     if (fault_) return;
   }
-  // Now, since the end of a thread brings as much of the C library into memory.
+  // Now, since a thread's end brings as much of the C library into memory.
   bytes_.reset();
 }
 
@@ -148,7 +156,7 @@ void drawInBands(const Input& in, PageSource& page, Layout layout, std::uint32_t
       std::uint8_t* const band = queue.next();
       page.draw(apart ? apart->planes() : Planes(layout, band, samples), count);
       if (apart) interleave(apart->planes(), band, std::size_t{count} * head.width);
-      queue.pass(count);
+      queue.pass();
       if (onDrawn) onDrawn(count);
       done += count;
     }

@@ -86,8 +86,8 @@ constexpr std::uint32_t reduced(std::uint32_t count, std::uint32_t ratio) {
 struct Filter {
   // From the input planes of a band to its output planes; keeps what it needs from band to band.
   std::function<std::uint32_t(const RastArea&, const RastPlaneSet&)> apply;
-  // Whether these may be the same. Where not, they lie apart.
-  bool inPlace = true;
+  // Whether these may be the same, which saves a band. Where not, they lie apart.
+  bool inPlace = false;
   // What becomes of the page's columns and lines, in thousandths: at most 1000.
   std::uint32_t ratioX = wholeRatio;
   std::uint32_t ratioY = wholeRatio;

@@ -138,12 +138,14 @@ class RastTest(unittest.TestCase):
         self.assertTrue(actual == expected, f"differs from byte {alike} on")
 
     def refuse(self, content, code, *words, operation="expgamma", arguments=()):
-        """Refused with the code, the words in its message, and an existing output left alone."""
+        """Refused with the code, the words in its message, and an existing output left alone; the
+        message."""
         source, target = self.file("in", content), self.file("out.pgm", b"before")
         done = self.run_rast(operation, *arguments, source, target)
         self.assert_fails(done, code, str(source), *words)
         self.assertEqual(target.read_bytes(), b"before")
         self.assertEqual(sorted(os.listdir(self.folder)), ["in", "out.pgm"])
+        return done.stderr
 
 
 class Usage(RastTest):
@@ -460,6 +462,26 @@ class Files(RastTest):
         link.unlink()
         link.symlink_to("nowhere.pgm")
         self.assert_fails(self.apply(self.source, link), OUTPUT, str(link), "symbolic link")
+
+    def test_temporary_names_that_are_taken(self):
+        for arguments in (["colgamma", "--curve", "invert"], ["rotate", "cw"]):
+            with self.subTest(arguments):
+                done = subprocess.run(
+                    ["sh", "-c", 'echo mine > .rast-$$-0; ln -s victim .rast-$$-1; exec "$@"', "sh",
+                     RAST, *arguments, self.source, "out.pgm"],
+                    cwd=self.folder, env=os.environ | {"TMPDIR": str(self.folder)}, check=False,
+                )
+                self.assertEqual(done.returncode, DONE)
+                taken = sorted(self.folder.glob(".rast-*"))
+                self.assertEqual(len(taken), 2)
+                self.assertEqual(taken[0].read_bytes(), b"mine\n")
+                self.assertTrue(taken[1].is_symlink())
+                self.assertEqual(
+                    {path.name for path in self.folder.iterdir()} - {path.name for path in taken},
+                    {"in.pgm", "out.pgm"},
+                )
+                for path in taken:
+                    path.unlink()
 
     def test_modes(self):
         target = self.folder / "out.pgm"
@@ -1372,6 +1394,11 @@ class Zoom(Operation):
         page = b"P5 134300 2000 255\n"
         self.refuse(page, MEMORY, "1000 lines", operation="zoom", arguments=["--y", "999"])
         self.refuse(page, DAMAGED, "line 1", operation="zoom", arguments=["--y", "500"])
+        for page, memory in ((b"P6 60000 20 255\n", "20M"), (b"P6 1000000 20 255\n", "34M")):
+            arguments = ["--y", "703", "-m", memory]
+            refused = self.refuse(page, MEMORY, "20 lines", operation="zoom", arguments=arguments)
+            arguments[-1] = re.search(rb"--memory (\d+M) or more", refused)[1].decode()
+            self.refuse(page, DAMAGED, "line 1", operation="zoom", arguments=arguments)
 
 
 def shift_model(x, y, size=None, fill=255):

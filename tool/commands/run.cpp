@@ -91,7 +91,7 @@ ExitCode run(const Job& job) {
     fail(ExitCode::runTime, "standard output cannot be set aside");
   }
   const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
-  Meter meter(job.progress, in, job.pages.count());
+  Meter meter(job.progress, in, job.pages.count(), job.stats);
   Pipeline pipeline(job, in, *writer, meter);
   everyPage(in, *pages, job.pages, [&](PageReader& page) { pipeline.runPage(page); });
   meter.inFiles([&] {

@@ -92,10 +92,10 @@ void Output::dropTemporary() noexcept {
 }
 
 void Output::openTemporary(unsigned mode) {
-  std::string path = join(folderIn(final_), ".rast-XXXXXX");
+  std::string path;
   // No signal may come between the file and the note of its name.
   const FatalSignalsBlocked blocked;
-  Descriptor file(mkostemp(path.data(), O_CLOEXEC));
+  Descriptor file = createTemporary(folderIn(final_), path);
   if (!file) return;
   temporary_ = std::move(path);
   pendingTemporary = temporary_.c_str();

@@ -25,8 +25,11 @@ std::uint64_t peakMemory() {
 
 }  // namespace
 
-Meter::Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages)
-    : in_(in), progress_(makeProgress(mode)), expected_(pages) {}
+Meter::Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages, bool figures)
+    : in_(in),
+      progress_(makeProgress(mode)),
+      expected_(pages),
+      timed_(progress_ != nullptr || figures) {}
 
 void Meter::beginPage(std::uint32_t linesToRead) {
   ++pages_;
@@ -74,7 +77,7 @@ double Meter::megabytesPerSecond() const {
 
 void Meter::show() {
   constexpr auto interval = std::chrono::milliseconds(100);
-  const auto now = Clock::now();
+  const auto now = this->now();
   if (!progress_ || now - shownAt_ < interval) return;
   const std::optional<double> ofStream = partOfStream();
   const double part = ofStream.value_or(partOfPage());

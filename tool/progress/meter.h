@@ -12,8 +12,10 @@
 
 class Meter {
  public:
-  // The number of pages that will be worked on, where it is known.
-  Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages);
+  // The number of pages that will be worked on, where it is known. Without figures and progress, no
+  // time is taken.
+  Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages,
+        bool figures = false);
 
   void beginPage(std::uint32_t linesToRead);
   // As soon as it is known how many those are, which is 0 where pages are only read.
@@ -26,17 +28,17 @@ class Meter {
   // lines may do so from a thread of its own, at the same time.
   template <class Call>
   auto inLibrary(const Call& call) {
-    const Timed timed(library_);
+    const Timed timed(*this, library_);
     return call();
   }
   template <class Call>
   auto inFiles(const Call& call) {
-    const Timed timed(files_);
+    const Timed timed(*this, files_);
     return call();
   }
   template <class Call>
   auto inOutput(const Call& call) {
-    const Timed timed(output_);
+    const Timed timed(*this, output_);
     return call();
   }
 
@@ -50,20 +52,22 @@ class Meter {
 
   class Timed {
    public:
-    explicit Timed(Seconds& total) : total_(total), start_(Clock::now()) {}
-    ~Timed() { total_ += Clock::now() - start_; }
+    Timed(const Meter& meter, Seconds& total) : meter_(meter), total_(total), start_(meter.now()) {}
+    ~Timed() { total_ += meter_.now() - start_; }
     Timed(const Timed&) = delete;
     Timed& operator=(const Timed&) = delete;
 
    private:
+    const Meter& meter_;
     Seconds& total_;
     Clock::time_point start_;
   };
 
+  Clock::time_point now() const { return timed_ ? Clock::now() : Clock::time_point(); }
   // Parts of the page, or of the whole stream where its size is known, that are done.
   double partOfPage() const;
   std::optional<double> partOfStream() const;
-  double secondsSoFar() const { return Seconds(Clock::now() - start_).count(); }
+  double secondsSoFar() const { return Seconds(now() - start_).count(); }
   double megabytesPerSecond() const;
   void show();
 
@@ -71,7 +75,8 @@ class Meter {
   std::unique_ptr<Progress> progress_;  // null if none is shown
   std::optional<std::uint64_t> expected_;
 
-  Clock::time_point start_ = Clock::now();
+  bool timed_;
+  Clock::time_point start_ = now();
   Seconds library_ = Seconds(0);
   Seconds files_ = Seconds(0);
   Seconds output_ = Seconds(0);

@@ -22,12 +22,14 @@ std::uint32_t wholeUnits(const StepContext& context, const PageHead& page, std::
   const std::uint32_t lines = bandLines(context.in, page, (wanted + unit - 1) / unit * unit);
   if (lines == page.height) return lines;
   if (lines < unit) {
-    if (unit * page.workBytes() > longestBand) {
-      context.refuse(ExitCode::unsupported, "a band of ", unit, " lines, which these ratios take, ",
-                     "is too large for a page of ", page.width, " columns; other ratios take less");
+    const std::uint32_t least = std::min(unit, page.height);
+    if (least * page.workBytes() > longestBand) {
+      context.refuse(ExitCode::unsupported, "a band of ", least,
+                     " lines, which these ratios take, ", "is too large for a page of ", page.width,
+                     " columns; other ratios take less");
     }
-    context.in.failMemory(0, join("a band of ", unit, " lines, which these ratios take,"),
-                          unit * page.workBytes());
+    context.in.failMemory(0, join("a band of ", least, " lines, which these ratios take,"),
+                          least * page.workBytes());
   }
   return lines / unit * unit;
 }

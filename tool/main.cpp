@@ -8,7 +8,6 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <new>
 #include <string>

@@ -13,12 +13,12 @@
 
 namespace {
 
-std::from_chars_result read(const char* text, const char* end, std::int64_t& number) {
+std::from_chars_result fromChars(const char* text, const char* end, std::int64_t& number) {
   return std::from_chars(text, end, number);
 }
 
-// The library's own for fractions brings tables longer than all the code of the command.
-std::from_chars_result read(const char* text, const char* end, double& number) {
+// That of the C++ runtime sets the way of rounding, for which it needs the library of mathematics.
+std::from_chars_result fromChars(const char* text, const char* end, double& number) {
   const bool negative = text != end && *text == '-';
   bool hasDigits = false;
   double digits = 0;
@@ -44,7 +44,7 @@ Number parse(const std::string& option, const std::string& text, Number low, Num
              const char* kind) {
   Number value = 0;
   const char* end = text.data() + text.size();
-  const auto [stop, error] = read(text.data(), end, value);
+  const auto [stop, error] = fromChars(text.data(), end, value);
   const bool isNumber = stop == end && error != std::errc::invalid_argument;
   const bool fits = error == std::errc() && value >= low && value <= high;
   if (!isNumber || !fits) {

@@ -8,7 +8,6 @@
 #include <optional>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 #include "formats/signals.h"
 
@@ -77,6 +76,7 @@ BandQueue::BandQueue(const Input& in, const PageHead& head, std::uint32_t lines,
     writer_ = std::thread([this] { writePassed(); });
   } catch (const std::system_error&) {
     count_ = 1;
+    bytes_.reset();  // first, where memory is so short
     bytes_ = makeBytes(bandBytes_);
   }
 }
@@ -134,7 +134,7 @@ void BandQueue::writePassed() {
     if (fault_ || count_ - waiting() == batch()) wroteSome_.notify_one();
     if (fault_) return;
   }
-  // Now, since a thread's end brings as much of the C library into memory.
+  // Before the thread ends, which brings as much of the C library into memory.
   bytes_.reset();
 }
 

@@ -846,6 +846,8 @@ class Memory(ChainTest):
                 self.assertEqual(code, DONE)
                 told = int(re.search(r"peak memory: (\d+) KiB", text)[1])
                 self.assertLess(abs(told - kilobytes), 2048)
+                seconds = re.search(r"seconds: (\S+) in all, (\S+) in the library, (\S+) in files", text)
+                self.assertTrue(all(float(figure) > 0 for figure in seconds.groups()), text)
         self.assertEqual(len(ballast), 60_000_000)
 
 

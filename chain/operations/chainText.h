@@ -1,0 +1,25 @@
+// The text of a chain, taken apart.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "operations/operations.h"
+
+namespace rast::chain {
+
+// An operation and the values of its parameters.
+struct Link {
+  const Operation* operation;
+  Values values;
+};
+
+using Chain = std::vector<Link>;
+
+// "satadjust mode=raise : colgamma gamma=1.8": a colon that stands alone, or the end of a line, ends
+// a step. A word is name=value, the name of a flag, or the value of the first parameter if no
+// parameter has that name. Quotation marks keep blanks together, and # at the start of a word begins
+// a comment. A text without blanks is split at commas and colons instead.
+Result<Chain> parseChain(const std::string& text, Files files);
+
+}  // namespace rast::chain

@@ -1,0 +1,532 @@
+// The C interface: chains, their pages, and the way of lines through the steps.
+#include <rast_chain.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "operations/chainText.h"
+#include "operations/operations.h"
+#include "steps/image.h"
+#include "steps/interleave.h"
+#include "steps/step.h"
+
+namespace rast::chain {
+
+namespace {
+
+constexpr std::uint64_t kDefaultMemory = std::uint64_t{240} << 20;
+
+std::size_t pixelStep(const RastChainLines& lines, std::uint32_t components) {
+  return lines.nPlanar != 0 ? 1 : components;
+}
+
+void advance(RastChainLines& lines, std::uint32_t count) {
+  for (std::uint8_t*& plane : lines.pPlane) {
+    if (plane != nullptr) plane += static_cast<std::ptrdiff_t>(count) * lines.nPitch;
+  }
+  lines.nCount -= count;
+}
+
+// Lines that follow one another without a gap can be handled as one.
+bool isPacked(const RastChainLines& lines, std::size_t lineBytes) {
+  return lines.nPitch == static_cast<std::ptrdiff_t>(lineBytes);
+}
+
+// Lines of a page between the caller's memory and planes.
+template <class Move>
+void moveLines(const RastChainLines& lines, const Page& page, std::uint32_t count,
+               const Planes& planes, const Move& move) {
+  const bool planar = lines.nPlanar != 0 || page.nComponents == 1;
+  const std::size_t width = page.nWidth;
+  const bool packed = isPacked(lines, width * pixelStep(lines, page.nComponents));
+  const std::uint32_t pieces = packed ? 1 : count;
+  const std::size_t samples = packed ? width * count : width;
+  for (std::uint32_t i = 0; i < pieces; ++i) {
+    const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(i) * lines.nPitch;
+    const Planes target = planes.from(i * width);
+    if (!planar) {
+      move.pixels(lines.pPlane[0] + offset, target, samples);
+      continue;
+    }
+    for (std::size_t c = 0; c < planes.count; ++c) {
+      move.plane(lines.pPlane[c] + offset, target.at[c], samples);
+    }
+  }
+}
+
+struct MoveIn {
+  static void pixels(const std::uint8_t* caller, const Planes& planes, std::size_t count) {
+    splitLines(caller, planes, count);
+  }
+  static void plane(const std::uint8_t* caller, std::uint8_t* plane, std::size_t count) {
+    std::memcpy(plane, caller, count);
+  }
+};
+
+struct MoveOut {
+  static void pixels(std::uint8_t* caller, const Planes& planes, std::size_t count) {
+    joinLines(planes, caller, count);
+  }
+  static void plane(std::uint8_t* caller, const std::uint8_t* plane, std::size_t count) {
+    std::memcpy(caller, plane, count);
+  }
+};
+
+// The lines that the caller has handed in.
+class EnteringLines final : public LineSource {
+ public:
+  explicit EnteringLines(const Page& page) : LineSource(page) {}
+
+  void lend(RastChainLines* lines) { lines_ = lines; }
+  bool isComplete() const { return left() == 0; }
+  // Takes lines that no step asks for.
+  void drop() {
+    if (lines_ == nullptr) return;
+    dropped_ = true;
+    draw({}, lines_->nCount);
+  }
+  std::uint32_t missing() const { return left(); }
+
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    if (lines_ == nullptr) return 0;
+    const std::uint32_t count = std::min(lines, lines_->nCount);
+    if (count > 0 && !dropped_) moveLines(*lines_, page(), count, planes, MoveIn());
+    advance(*lines_, count);
+    return count;
+  }
+
+  RastChainLines* lines_ = nullptr;
+  bool dropped_ = false;
+};
+
+bool isSound(const Page& page) {
+  return page.nWidth >= 1 && page.nWidth <= INT32_MAX && page.nHeight >= 1 &&
+         page.nHeight <= INT32_MAX &&
+         (page.nComponents == 1 || page.nComponents == 3 || page.nComponents == 4);
+}
+
+// Whether lines of that record can be those of the page.
+bool fits(const RastChainLines& lines, const Page& page) {
+  if (lines.nCount == 0) return true;
+  const std::size_t planes = lines.nPlanar != 0 ? page.nComponents : 1;
+  const std::size_t bytes = std::size_t{page.nWidth} * pixelStep(lines, page.nComponents);
+  const auto distance = static_cast<std::size_t>(lines.nPitch < 0 ? -lines.nPitch : lines.nPitch);
+  return std::all_of(lines.pPlane, lines.pPlane + planes,
+                     [](const std::uint8_t* plane) { return plane != nullptr; }) &&
+         (distance >= bytes || lines.nCount == 1);
+}
+
+struct Stage {
+  std::string operation;
+  Takes takes;
+  std::unique_ptr<Step> step;
+};
+
+// A page on its way.
+class PageRun {
+ public:
+  PageRun(const Page& page, Context& context) : context_(context), entering_(page) {}
+
+  // Decides what comes out and what it takes. False after a failure.
+  bool plan(const std::vector<Stage>& stages, bool writes);
+  const Page& planned() const { return plans_.back().page; }
+  std::uint64_t leastMemory() const;
+  // Carries the plan out.
+  bool open(const std::vector<Stage>& stages, std::uint64_t memory);
+
+  const Page& output() const { return last_->page(); }
+  const Page& input() const { return entering_.page(); }
+
+  // Moves lines until one side is exhausted. False after a failure.
+  bool run(RastChainLines* in, RastChainLines* out);
+  bool isDone() const { return entering_.isComplete() && made_ == output().nHeight; }
+  std::uint32_t missing() const { return entering_.missing(); }
+  // Room for lines that are handed to the caller's function.
+  RastChainLines leaving();
+  bool needsRoom() const { return made_ < output().nHeight; }
+
+ private:
+  void share(std::uint64_t memory);
+  std::uint32_t drawTo(RastChainLines& out);
+
+  Context& context_;
+  EnteringLines entering_;
+  std::vector<Plan> plans_;  // of the steps, and of what comes out
+  std::vector<std::unique_ptr<LineSource>> sources_;
+  LineSource* last_ = &entering_;
+  std::optional<Lines> joined_;  // planes of interleaved lines that come out
+  bool writes_ = false;
+  Bytes leaving_;
+  std::uint32_t made_ = 0;
+};
+
+bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
+  writes_ = writes;
+  Page page = entering_.page();
+  for (const Stage& stage : stages) {
+    context_.step = static_cast<std::size_t>(&stage - stages.data()) + 1;
+    context_.operation = stage.operation.c_str();
+    if (!stage.takes.holds(page.nComponents)) {
+      context_.refuse(RAST_CHAIN_ERR_UNSUPPORTED, stage.operation, " works on ",
+                      stage.takes.gray ? "gray" : "colour", " pages only and this page is ",
+                      kindOf(page.nComponents));
+    }
+    if (context_.failed()) return false;
+    plans_.push_back(stage.step->plan(page, context_));
+    page = plans_.back().page;
+  }
+  context_.step = 0;
+  context_.operation = "";
+  Plan output;
+  output.page = page;
+  output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : quickLines(page);
+  if (page.nComponents != 1) output.lineBytes = lineSamples(page);
+  if (writes) output.lineBytes += lineSamples(page);
+  plans_.push_back(output);
+  return !context_.failed();
+}
+
+std::uint64_t PageRun::leastMemory() const {
+  std::uint64_t least = 0;
+  for (const Plan& plan : plans_) least += plan.leastBytes();
+  return least;
+}
+
+// What is left of the memory is shared by the bands, in whole units.
+void PageRun::share(std::uint64_t memory) {
+  const std::uint64_t share = (memory - leastMemory()) / plans_.size();
+  for (Plan& plan : plans_) {
+    const std::uint64_t more = plan.lineBytes == 0 ? UINT32_MAX : share / plan.lineBytes;
+    const std::uint64_t lines = std::min<std::uint64_t>(plan.leastLines + more, plan.wantedLines);
+    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / plan.page.nWidth, 1);
+    const std::uint64_t whole = std::min(lines, reach) / plan.unitLines * plan.unitLines;
+    plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(whole, plan.leastLines));
+  }
+}
+
+bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory) {
+  const std::uint64_t least = leastMemory();
+  if (least > memory) {
+    Refusal refused = refusal(RAST_CHAIN_ERR_MEMORY, "the lines in work need ", least,
+                              " bytes in all steps and ", memory, " are allowed");
+    refused.needed = least;
+    context_.refuse(std::move(refused));
+    return false;
+  }
+  share(memory);
+  for (std::size_t i = 0; i < stages.size(); ++i) {
+    context_.step = i + 1;
+    context_.operation = stages[i].operation.c_str();
+    std::unique_ptr<LineSource> source = stages[i].step->open(*last_, plans_[i], context_);
+    if (!source) return false;
+    last_ = source.get();
+    sources_.push_back(std::move(source));
+  }
+  context_.step = 0;
+  context_.operation = "";
+  if (writes_) leaving_ = makeBytes(plans_.back().lines * lineSamples(output()));
+  return true;
+}
+
+RastChainLines PageRun::leaving() {
+  RastChainLines lines = {};
+  lines.pPlane[0] = leaving_.get();
+  lines.nPitch = static_cast<std::ptrdiff_t>(lineSamples(output()));
+  lines.nCount = plans_.back().lines;
+  return lines;
+}
+
+std::uint32_t PageRun::drawTo(RastChainLines& out) {
+  const Page& page = output();
+  const bool planar = out.nPlanar != 0 || page.nComponents == 1;
+  if (planar && isPacked(out, page.nWidth)) {
+    Planes planes;
+    planes.count = page.nComponents;
+    std::copy_n(out.pPlane, planes.count, planes.at);
+    return last_->draw(planes, out.nCount);
+  }
+  const std::uint32_t most = plans_.back().lines;
+  if (!joined_) joined_.emplace(page.nWidth, page.nComponents, most);
+  const std::uint32_t count = last_->draw(joined_->planes(), std::min(out.nCount, most));
+  if (count > 0) moveLines(out, page, count, joined_->planes(), MoveOut());
+  return count;
+}
+
+bool PageRun::run(RastChainLines* in, RastChainLines* out) {
+  entering_.lend(in);
+  while (out != nullptr && out->nCount > 0 && needsRoom()) {
+    const std::uint32_t count = drawTo(*out);
+    if (count == 0) break;
+    made_ += count;
+    advance(*out, count);
+  }
+  if (!needsRoom()) entering_.drop();
+  entering_.lend(nullptr);
+  return !context_.failed();
+}
+
+}  // namespace
+
+}  // namespace rast::chain
+
+using rast::chain::Context;
+using rast::chain::Refusal;
+
+struct RastChain {
+  RastChainSettings settings = {};
+  Context context;
+  std::vector<rast::chain::Stage> stages;
+  std::optional<rast::chain::PageRun> page;
+};
+
+namespace {
+
+template <std::size_t size>
+void copyText(const std::string& text, char (&to)[size]) {
+  to[text.copy(to, size - 1)] = '\0';
+}
+
+std::uint32_t report(const Refusal& refused, RastChainError* error) {
+  if (error != nullptr) {
+    *error = {};
+    error->nCode = refused.code;
+    error->nStep = static_cast<std::uint32_t>(refused.step);
+    error->nBegin = static_cast<std::uint32_t>(refused.begin);
+    error->nEnd = static_cast<std::uint32_t>(refused.end);
+    error->nNeeded = refused.needed;
+    copyText(refused.operation, error->sOperation);
+    copyText(refused.suggestion, error->sSuggestion);
+    copyText(refused.message, error->sMessage);
+  }
+  return refused.code;
+}
+
+std::uint32_t reportUse(const char* message, RastChainError* error) {
+  return report(rast::chain::refusal(RAST_CHAIN_ERR_USE, message), error);
+}
+
+// Nothing but a lack of memory is thrown by the engine.
+template <class Call>
+std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
+#ifdef __cpp_exceptions
+  try {
+    return call();
+  } catch (const std::bad_alloc&) {
+    if (error != nullptr) {
+      *error = {};
+      error->nCode = RAST_CHAIN_ERR_MEMORY;
+      std::strcpy(error->sMessage, "not enough memory");
+    }
+    return RAST_CHAIN_ERR_MEMORY;
+  }
+#else
+  (void)error;
+  return call();
+#endif
+}
+
+// Ends the page after a failure.
+std::uint32_t failPage(RastChain& chain, RastChainError* error) {
+  const Refusal refused = *std::exchange(chain.context.refused, {});
+  chain.page.reset();
+  return report(refused, error);
+}
+
+std::string temporaryFolder(const char* folder) {
+  if (folder == nullptr) folder = std::getenv("TMPDIR");
+  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
+}
+
+std::uint32_t open(const char* text, const RastChainSettings& settings,
+                   std::unique_ptr<RastChain>& chain, RastChainError* error) {
+  const rast::chain::Files files = {settings.nFiles != 0, settings.pReadImage != nullptr};
+  rast::chain::Result<rast::chain::Chain> links = rast::chain::parseChain(text, files);
+  if (!links) return report(links.refusal(), error);
+  chain = std::make_unique<RastChain>();
+  chain->settings = settings;
+  chain->context.wantedLines = settings.nLines;
+  chain->context.folder = temporaryFolder(settings.pFolder);
+  chain->settings.pFolder = nullptr;
+  const rast::chain::ReadImage readImage = [settings](const std::string& name, int background,
+                                                      RastChainImage* image) {
+    return settings.pReadImage(settings.pUser, name.c_str(), background, image);
+  };
+  for (const rast::chain::Link& link : *links) {
+    chain->stages.push_back({link.operation->name, link.operation->takes,
+                             link.operation->makeStep(link.values, readImage)});
+  }
+  return RAST_CHAIN_OK;
+}
+
+std::uint32_t run(RastChain& chain, RastChainLines* in, RastChainLines* out,
+                  RastChainError* error) {
+  rast::chain::PageRun& page = *chain.page;
+  if (in != nullptr && in->nCount > page.missing()) {
+    return reportUse("more lines are handed in than the page has", error);
+  }
+  if ((in != nullptr && !rast::chain::fits(*in, page.input())) ||
+      (out != nullptr && !rast::chain::fits(*out, page.output()))) {
+    return reportUse("a plane is missing, or the pitch is shorter than a line", error);
+  }
+  if (!page.run(in, out)) return failPage(chain, error);
+  return page.isDone() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
+}
+
+std::uint32_t write(RastChain& chain, const RastChainLines& lines, RastChainError* error) {
+  RastChainLines in = lines;
+  for (;;) {
+    RastChainLines room = chain.page->leaving();
+    RastChainLines made = room;
+    const std::uint32_t result = run(chain, &in, &room, error);
+    if (result != RAST_CHAIN_OK && result != RAST_CHAIN_DONE) return result;
+    made.nCount -= room.nCount;
+    if (made.nCount > 0 && chain.settings.pWriteLines(chain.settings.pUser, &made) != 0) {
+      chain.page.reset();
+      return report(rast::chain::refusal(RAST_CHAIN_ERR_CALLER, "the lines cannot be written"),
+                    error);
+    }
+    if (result == RAST_CHAIN_DONE) chain.page.reset();
+    if (result == RAST_CHAIN_DONE || room.nCount > 0) return result;
+  }
+}
+
+}  // namespace
+
+uint32_t rastChainOpen(const char* pText, const RastChainSettings* pSettings, RastChain** ppChain,
+                       RastChainError* pError) {
+  if (ppChain != nullptr) *ppChain = nullptr;
+  if (pText == nullptr || ppChain == nullptr) return reportUse("a pointer is null", pError);
+  RastChainSettings settings = {};
+  if (pSettings != nullptr) {
+    const std::size_t known = pSettings->nSize != 0 ? pSettings->nSize : sizeof settings;
+    std::memcpy(&settings, pSettings, std::min(known, sizeof settings));
+  }
+  return withoutExceptions(pError, [&] {
+    std::unique_ptr<RastChain> chain;
+    const std::uint32_t result = open(pText, settings, chain, pError);
+    *ppChain = chain.release();
+    return result;
+  });
+}
+
+uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
+                       RastChainError* pError) {
+  if (pChain == nullptr || pIn == nullptr || pOut == nullptr) {
+    return reportUse("a pointer is null", pError);
+  }
+  if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
+  return withoutExceptions(pError, [&]() -> std::uint32_t {
+    Context context = pChain->context;
+    rast::chain::PageRun page(*pIn, context);
+    if (!page.plan(pChain->stages, pChain->settings.pWriteLines != nullptr)) {
+      return report(*context.refused, pError);
+    }
+    *pOut = page.planned();
+    pOut->nMemory = page.leastMemory();
+    return RAST_CHAIN_OK;
+  });
+}
+
+uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
+                        RastChainError* pError) {
+  if (pChain == nullptr || pIn == nullptr) return reportUse("a pointer is null", pError);
+  pChain->page.reset();
+  pChain->context.refused.reset();
+  if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
+  return withoutExceptions(pError, [&]() -> std::uint32_t {
+    const RastChainSettings& settings = pChain->settings;
+    const std::uint64_t memory = pIn->nMemory != 0       ? pIn->nMemory
+                                 : settings.nMemory != 0 ? settings.nMemory
+                                                         : rast::chain::kDefaultMemory;
+    rast::chain::PageRun& page = pChain->page.emplace(*pIn, pChain->context);
+    if (!page.plan(pChain->stages, settings.pWriteLines != nullptr) ||
+        !page.open(pChain->stages, memory)) {
+      return failPage(*pChain, pError);
+    }
+    if (pOut != nullptr) {
+      *pOut = page.output();
+      pOut->nMemory = page.leastMemory();
+    }
+    return RAST_CHAIN_OK;
+  });
+}
+
+uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pOut,
+                      RastChainError* pError) {
+  if (pChain == nullptr || !pChain->page) return reportUse("there is no page", pError);
+  return withoutExceptions(pError, [&] {
+    const std::uint32_t result = run(*pChain, pIn, pOut, pError);
+    if (result == RAST_CHAIN_DONE) pChain->page.reset();
+    return result;
+  });
+}
+
+uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainError* pError) {
+  if (pChain == nullptr || !pChain->page || pIn == nullptr) {
+    return reportUse("there is no page, or there are no lines", pError);
+  }
+  if (pChain->settings.pWriteLines == nullptr) {
+    return reportUse("the settings name no function that receives lines", pError);
+  }
+  return withoutExceptions(pError, [&] { return write(*pChain, *pIn, pError); });
+}
+
+void rastChainAbandon(RastChain* pChain) {
+  if (pChain != nullptr) pChain->page.reset();
+}
+
+void rastChainClose(RastChain* pChain) { delete pChain; }
+
+uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage) {
+  if (pImage == nullptr || pPage == nullptr || pImage->begun || !rast::chain::isSound(*pPage)) {
+    return RAST_CHAIN_ERR_USE;
+  }
+  return withoutExceptions(nullptr, [&]() -> std::uint32_t {
+    pImage->begun = true;
+    const bool interleaved = pImage->interleaved && pPage->nComponents > 1;
+    if (pImage->stored.open(*pPage, interleaved, pImage->context)) return RAST_CHAIN_OK;
+    return pImage->context.refused->code;
+  });
+}
+
+uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLines) {
+  using namespace rast::chain;
+  if (pImage == nullptr || pLines == nullptr || !pImage->begun || pImage->context.failed() ||
+      pLines->nCount > pImage->stored.missing() || !fits(*pLines, pImage->stored.page())) {
+    return RAST_CHAIN_ERR_USE;
+  }
+  return withoutExceptions(nullptr, [&]() -> std::uint32_t {
+    const Page& page = pImage->stored.page();
+    RastChainLines lines = *pLines;
+    const std::uint32_t most = quickLines(page);
+    const Lines planes(page.nWidth, page.nComponents, most);
+    while (lines.nCount > 0) {
+      const std::uint32_t count = std::min(lines.nCount, most);
+      moveLines(lines, page, count, planes.planes(), MoveIn());
+      if (!pImage->stored.append(planes.planes(), count, pImage->context)) {
+        return pImage->context.refused->code;
+      }
+      advance(lines, count);
+    }
+    return pImage->stored.isComplete() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
+  });
+}
+
+size_t rastChainDescribe(char* pBuffer, size_t nSize) {
+  std::size_t length = 0;
+  withoutExceptions(nullptr, [&]() -> std::uint32_t {
+    const std::string text = rast::chain::describeOperations();
+    length = text.size();
+    if (pBuffer != nullptr && nSize > 0) pBuffer[text.copy(pBuffer, nSize - 1)] = '\0';
+    return RAST_CHAIN_OK;
+  });
+  return length;
+}

@@ -1,0 +1,145 @@
+// Operations that work on bands: tone curves, color adjustment, reduction.
+#include <numeric>
+#include <utility>
+
+#include "steps/step.h"
+
+namespace rast::chain {
+
+namespace {
+
+// The groups that so many samples or lines form: an accumulator grows by the ratio with each one,
+// a group ends at 1000, and the rest is a group too.
+constexpr std::uint32_t reduced(std::uint32_t count, std::uint32_t ratio) {
+  return static_cast<std::uint32_t>((count - 1) * std::uint64_t{ratio} / kWholeRatio) + 1;
+}
+
+constexpr std::uint32_t roundedUp(std::uint32_t lines, std::uint32_t unit) {
+  return (lines + unit - 1) / unit * unit;
+}
+
+class FilteredPage : public LineSource {
+ public:
+  FilteredPage(LineSource& before, const Filter& filter, const Plan& plan, Context& context)
+      : LineSource(plan.page),
+        before_(before),
+        filter_(filter),
+        context_(context),
+        most_(plan.lines) {
+    if (!filter.inPlace) drawn_.emplace(before.page().nWidth, before.page().nComponents, most_);
+  }
+
+ protected:
+  bool apply(const Planes& in, const Planes& out, std::uint32_t lines) {
+    return succeeds(
+        context_, [&] { return filter_.apply(wholeArea(before_.page().nWidth, lines), in, out); });
+  }
+
+  LineSource& before_;
+  const Filter& filter_;
+  Context& context_;
+  std::uint32_t most_;
+  std::optional<Lines> drawn_;
+
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    const Planes& in = drawn_ ? drawn_->planes() : planes;
+    const std::uint32_t count = before_.draw(in, std::min(lines, most_));
+    return count > 0 && apply(in, planes, count) ? count : 0;
+  }
+};
+
+// With fewer lines. The accumulator is back at 0 after a unit of lines, so that bands of whole units
+// give what the whole page gives.
+class ReducedPage final : public FilteredPage {
+ public:
+  ReducedPage(LineSource& before, const Filter& filter, const Plan& plan, Context& context)
+      : FilteredPage(before, filter, plan, context),
+        made_(page().nWidth, page().nComponents, reduced(most_, filter.ratioY)) {}
+
+ private:
+  std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
+    if (ready_ == 0 && !makeBand()) return 0;
+    const std::uint32_t count = std::min(lines, ready_);
+    const std::size_t bytes = std::size_t{count} * page().nWidth;
+    copyPlanes(next_, planes, bytes);
+    next_.advance(bytes);
+    ready_ -= count;
+    return count;
+  }
+
+  // False where lines of the band are still to come.
+  bool makeBand() {
+    const std::uint32_t wanted = std::min(most_, before_.page().nHeight - read_);
+    const std::size_t width = before_.page().nWidth;
+    while (gathered_ < wanted) {
+      const Planes rest = drawn_->planes().from(gathered_ * width);
+      const std::uint32_t count = before_.draw(rest, wanted - gathered_);
+      if (count == 0) return false;
+      gathered_ += count;
+    }
+    if (!apply(drawn_->planes(), made_.planes(), wanted)) return false;
+    read_ += wanted;
+    gathered_ = 0;
+    next_ = made_.planes();
+    ready_ = reduced(wanted, filter_.ratioY);
+    return true;
+  }
+
+  Lines made_;
+  Planes next_;
+  std::uint32_t ready_ = 0;
+  std::uint32_t gathered_ = 0;
+  std::uint32_t read_ = 0;
+};
+
+class BandStep final : public Step {
+ public:
+  explicit BandStep(Filter filter) : filter_(std::move(filter)) {}
+
+  Plan plan(const Page& page, Context& context) override {
+    Plan plan;
+    plan.page = resized(page, reduced(page.nWidth, filter_.ratioX),
+                        reduced(page.nHeight, filter_.ratioY), context);
+    plan.page.nResolutionX = page.nResolutionX * filter_.ratioX / kWholeRatio;
+    plan.page.nResolutionY = page.nResolutionY * filter_.ratioY / kWholeRatio;
+    plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
+    if (!filter_.inPlace) plan.lineBytes = lineSamples(page);
+    if (reducesLines()) planUnits(page, plan, context);
+    return plan;
+  }
+
+  std::unique_ptr<LineSource> open(LineSource& before, const Plan& plan,
+                                   Context& context) override {
+    if (reducesLines()) return std::make_unique<ReducedPage>(before, filter_, plan, context);
+    return std::make_unique<FilteredPage>(before, filter_, plan, context);
+  }
+
+ private:
+  bool reducesLines() const { return filter_.ratioY != kWholeRatio; }
+
+  void planUnits(const Page& page, Plan& plan, Context& context) const {
+    // A call prepares for all its lines at once.
+    constexpr std::uint32_t callLines = 16;
+    plan.unitLines = kWholeRatio / std::gcd(kWholeRatio, filter_.ratioY);
+    plan.leastLines = std::min(plan.unitLines, page.nHeight);
+    if (context.wantedLines == 0) plan.wantedLines = std::max(plan.wantedLines, callLines);
+    plan.wantedLines = roundedUp(plan.wantedLines, plan.unitLines);
+    const std::uint64_t made = lineSamples(plan.page);
+    plan.lineBytes += (made * filter_.ratioY + kWholeRatio - 1) / kWholeRatio;
+    plan.fixedBytes = made;
+    if (plan.leastLines * std::uint64_t{page.nWidth} > kLongestBand) {
+      context.refuse(RAST_CHAIN_ERR_UNSUPPORTED, "a band of ", plan.leastLines,
+                     " lines, which these ratios need, is too large for a page of ", page.nWidth,
+                     " columns; other ratios need less");
+    }
+  }
+
+  Filter filter_;
+};
+
+}  // namespace
+
+std::unique_ptr<Step> bandStep(const Filter& filter) { return std::make_unique<BandStep>(filter); }
+
+}  // namespace rast::chain

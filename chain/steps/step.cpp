@@ -1,0 +1,35 @@
+#include "steps/step.h"
+
+namespace rast::chain {
+
+std::uint32_t quickLines(const Page& page) {
+  constexpr std::uint64_t quickBytes = 1 << 15;
+  return static_cast<std::uint32_t>(std::max<std::uint64_t>(quickBytes / lineSamples(page), 1));
+}
+
+void Context::refuse(Refusal refusal) {
+  if (refused) return;
+  refusal.step = step;
+  refusal.operation = operation;
+  refused = std::move(refusal);
+}
+
+Page resized(const Page& page, std::uint64_t width, std::uint64_t height, Context& context) {
+  Page output = page;
+  if (width < 1 || width > INT32_MAX || height < 1 || height > INT32_MAX) {
+    context.refuse(RAST_CHAIN_ERR_PAGE, "the output page size is out of range; expected 1 to ",
+                   INT32_MAX, " columns and lines");
+    return output;
+  }
+  output.nWidth = static_cast<std::uint32_t>(width);
+  output.nHeight = static_cast<std::uint32_t>(height);
+  return output;
+}
+
+void checkEnd(Context& context, const char* what, std::int64_t start, std::uint32_t length) {
+  if (start + length > INT32_MAX) {
+    context.refuse(RAST_CHAIN_ERR_PAGE, what, " reaches beyond column or line ", INT32_MAX);
+  }
+}
+
+}  // namespace rast::chain

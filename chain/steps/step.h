@@ -1,0 +1,171 @@
+// Steps of a chain. A page passes through them line by line: each step draws lines from the one
+// before it when lines are drawn from it, as far as the caller has handed lines in.
+#pragma once
+
+#include <rast_chain.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "operations/refusal.h"
+#include "steps/planes.h"
+
+namespace rast::chain {
+
+using Page = RastChainPage;
+
+inline const char* kindOf(std::uint32_t components) {
+  return components == 1 ? "gray" : components == 3 ? "colour" : "CMYK";
+}
+
+inline std::uint64_t lineSamples(const Page& page) {
+  return std::uint64_t{page.nWidth} * page.nComponents;
+}
+
+// Offsets inside a plane of a band stay below 2^31, whatever the memory cap.
+inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
+
+// Lines that are quick to work on at a time: they stay in the processor's cache.
+std::uint32_t quickLines(const Page& page);
+
+// What the steps of a page share.
+struct Context {
+  std::uint32_t wantedLines = 0;   // of a band; 0: as many as are quick
+  std::string folder;              // of temporary files
+  std::optional<Refusal> refused;  // the first failure
+
+  // Of the step that is at work.
+  std::size_t step = 0;
+  const char* operation = "";
+
+  bool failed() const { return refused.has_value(); }
+  template <class... Parts>
+  void refuse(std::uint32_t code, const Parts&... parts) {
+    refuse(refusal(code, parts...));
+  }
+  void refuse(Refusal refused);
+};
+
+class LineSource {
+ public:
+  virtual ~LineSource() = default;
+  const Page& page() const { return page_; }
+
+  // Draws the next lines, at most so many, to packed planes. Returns how many there were: 0 where
+  // lines must be handed in first, at the end of the page, and after a failure.
+  std::uint32_t draw(const Planes& planes, std::uint32_t lines) {
+    lines = std::min(lines, left());
+    const std::uint32_t count = lines > 0 ? drawSome(planes, lines) : 0;
+    done_ += count;
+    return count;
+  }
+
+ protected:
+  explicit LineSource(const Page& page) : page_(page) {}
+  std::uint32_t done() const { return done_; }
+  std::uint32_t left() const { return page_.nHeight - done_; }
+
+ private:
+  virtual std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) = 0;
+
+  Page page_;
+  std::uint32_t done_ = 0;
+};
+
+// What a step makes of a page, and the memory that it takes.
+struct Plan {
+  Page page;                     // that comes out
+  std::uint64_t fixedBytes = 0;  // besides the band
+  std::uint64_t lineBytes = 0;   // for each line of the band; 0: no band
+  std::uint32_t leastLines = 1;
+  std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
+  std::uint32_t wantedLines = 1;
+  std::uint32_t lines = 0;  // of the band, decided when all steps are known
+
+  std::uint64_t leastBytes() const { return fixedBytes + lineBytes * leastLines; }
+};
+
+class Step {
+ public:
+  virtual ~Step() = default;
+  // Rejects what the library leaves to its caller to avoid.
+  virtual Plan plan(const Page& page, Context& context) = 0;
+  // The plan is the one that was made last, with its lines decided. Null after a failure.
+  virtual std::unique_ptr<LineSource> open(LineSource& before, const Plan& plan,
+                                           Context& context) = 0;
+};
+
+// Carries out a call of the library, whose failure would be a mistake of a step.
+template <class Call>
+bool succeeds(Context& context, const Call& call) {
+  const std::uint32_t result = call();
+  if (result == RAST_OK || result == RAST_COMPLETE) return true;
+  context.refuse(RAST_CHAIN_ERR_USE, context.operation, " failed with result 0x",
+                 hexadecimal(result));
+  return false;
+}
+
+// The page in another size; rejects sizes that no page may have.
+Page resized(const Page& page, std::uint64_t width, std::uint64_t height, Context& context);
+
+inline constexpr std::uint32_t kWholeRatio = 1000;
+
+// An operation on bands.
+struct Filter {
+  using Apply = std::function<std::uint32_t(const RastArea&, const Planes& in, const Planes& out)>;
+  Apply apply;
+  bool inPlace = true;  // in and out may be the same; where not, they do not overlap
+  // Columns and lines that come out, in thousandths of those that go in.
+  std::uint32_t ratioX = kWholeRatio;
+  std::uint32_t ratioY = kWholeRatio;
+};
+
+std::unique_ptr<Step> bandStep(const Filter& filter);
+
+// ITU-R BT.601 luma; gray pages pass as they are.
+std::unique_ptr<Step> grayStep();
+
+struct Position {
+  std::int32_t x = 0;
+  std::int32_t y = 0;
+};
+
+struct Size {
+  std::uint32_t width = 0;
+  std::uint32_t height = 0;
+};
+
+// Reads the image of that name, put on a background where one is named.
+using ReadImage =
+    std::function<int(const std::string& name, int background, RastChainImage* image)>;
+
+struct OverlaySettings {
+  std::string name;
+  int background = RAST_CHAIN_NO_BACKGROUND;
+  Position at;    // of the overlay in the output page
+  Position base;  // of the page in the output page
+  std::optional<Size> size;
+  std::uint32_t mode = 0;
+  std::uint32_t density = 100;
+  std::uint32_t white = 0;  // 1: the background is white
+  bool interleaved = false;
+  ReadImage readImage;
+};
+
+std::unique_ptr<Step> overlayStep(OverlaySettings settings);
+
+// RAST_ROTATE_CW90 or RAST_ROTATE_CCW90.
+std::unique_ptr<Step> rotateStep(std::uint32_t mode);
+
+std::unique_ptr<Step> shiftStep(Position by, std::optional<Size> size, std::uint32_t fill);
+
+// Rejects positions beyond the library's 32-bit columns and lines.
+void checkEnd(Context& context, const char* what, std::int64_t start, std::uint32_t length);
+
+}  // namespace rast::chain

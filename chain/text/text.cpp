@@ -1,0 +1,34 @@
+#include "text/text.h"
+
+#include <algorithm>
+
+namespace rast {
+
+std::string join(std::initializer_list<Part> parts) {
+  std::string text;
+  for (const Part& part : parts) text += part.text();
+  return text;
+}
+
+std::string fixed(double number, int digits) {
+  char text[400];  // the largest number has 309 digits before the point
+  std::snprintf(text, sizeof text, "%.*f", digits, number);
+  return text;
+}
+
+std::string hexadecimal(std::uint64_t number) {
+  char digits[16];
+  return {digits, std::to_chars(std::begin(digits), std::end(digits), number, 16).ptr};
+}
+
+std::vector<std::string> split(std::string_view text, char separator) {
+  std::vector<std::string> pieces;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(separator), text.size());
+    pieces.emplace_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return pieces;
+}
+
+}  // namespace rast

@@ -82,7 +82,7 @@ struct MoveOut {
 // The lines that the caller has handed in.
 class EnteringLines final : public LineSource {
  public:
-  explicit EnteringLines(const Page& page) : LineSource(page) {}
+  EnteringLines(const Page& page, Context& context) : LineSource(page, context) {}
 
   void lend(RastChainLines* lines) { lines_ = lines; }
   bool isComplete() const { return left() == 0; }
@@ -125,22 +125,24 @@ bool fits(const RastChainLines& lines, const Page& page) {
 }
 
 struct Stage {
-  std::string operation;
+  std::size_t number;  // of the step, from 1; 0: before the first step
+  const char* operation;
   Takes takes;
+  const char* taken;  // the pages that it takes, in words
   std::unique_ptr<Step> step;
 };
 
 // A page on its way.
 class PageRun {
  public:
-  PageRun(const Page& page, Context& context) : context_(context), entering_(page) {}
+  PageRun(const Page& page, Context& context) : context_(context), entering_(page, context) {}
 
   // Decides what comes out and what it takes. False after a failure.
   bool plan(const std::vector<Stage>& stages, bool writes);
   const Page& planned() const { return plans_.back().page; }
   std::uint64_t leastMemory() const;
   // Carries the plan out.
-  bool open(const std::vector<Stage>& stages, std::uint64_t memory);
+  bool open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken);
 
   const Page& output() const { return last_->page(); }
   const Page& input() const { return entering_.page(); }
@@ -172,12 +174,13 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   writes_ = writes;
   Page page = entering_.page();
   for (const Stage& stage : stages) {
-    context_.step = static_cast<std::size_t>(&stage - stages.data()) + 1;
-    context_.operation = stage.operation.c_str();
+    context_.step = stage.number;
+    context_.operation = stage.operation;
     if (!stage.takes.holds(page.nComponents)) {
-      context_.refuse(RAST_CHAIN_ERR_UNSUPPORTED, stage.operation, " works on ",
-                      stage.takes.gray ? "gray" : "colour", " pages only and this page is ",
-                      kindOf(page.nComponents));
+      Refusal refused = refusal(RAST_CHAIN_ERR_UNSUPPORTED, stage.operation, " works on ",
+                                stage.taken, " only and this page is ", kindOf(page.nComponents));
+      if (stage.takes.gray && page.nComponents == 3) refused.suggestion = "gray";
+      context_.refuse(std::move(refused));
     }
     if (context_.failed()) return false;
     plans_.push_back(stage.step->plan(page, context_));
@@ -187,7 +190,9 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   context_.operation = "";
   Plan output;
   output.page = page;
-  output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : quickLines(page);
+  const std::uint32_t quick = plans_.empty() ? 0 : plans_.back().quickLines;
+  output.page.nLines = quick != 0 ? quick : quickLines(page);
+  output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : output.page.nLines;
   if (page.nComponents != 1) output.lineBytes = lineSamples(page);
   if (writes) output.lineBytes += lineSamples(page);
   plans_.push_back(output);
@@ -202,7 +207,7 @@ std::uint64_t PageRun::leastMemory() const {
 
 // What is left of the memory is shared by the bands, in whole units.
 void PageRun::share(std::uint64_t memory) {
-  const std::uint64_t share = (memory - leastMemory()) / plans_.size();
+  const std::uint64_t share = memory / plans_.size();
   for (Plan& plan : plans_) {
     const std::uint64_t more = plan.lineBytes == 0 ? UINT32_MAX : share / plan.lineBytes;
     const std::uint64_t lines = std::min<std::uint64_t>(plan.leastLines + more, plan.wantedLines);
@@ -212,19 +217,25 @@ void PageRun::share(std::uint64_t memory) {
   }
 }
 
-bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory) {
-  const std::uint64_t least = leastMemory();
+bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken) {
+  const std::uint64_t least = leastMemory() + taken;
   if (least > memory) {
-    Refusal refused = refusal(RAST_CHAIN_ERR_MEMORY, "the lines in work need ", least,
-                              " bytes in all steps and ", memory, " are allowed");
+    const Plan& largest = *std::ranges::max_element(plans_, {}, &Plan::leastBytes);
+    const bool isBand = largest.leastLines > 1;
+    const bool isOutput = largest.page.nWidth > entering_.page().nWidth;
+    const std::uint32_t columns = isOutput ? largest.page.nWidth : entering_.page().nWidth;
+    Refusal refused = refusal(
+        RAST_CHAIN_ERR_MEMORY, isBand ? join("a band of ", largest.leastLines, " lines") : "a line",
+        isOutput ? " of the output page, " : " of ", columns, " columns, takes too much: ", least,
+        " bytes are needed in all steps and ", memory, " are allowed");
     refused.needed = least;
     context_.refuse(std::move(refused));
     return false;
   }
-  share(memory);
+  share(memory - least);
   for (std::size_t i = 0; i < stages.size(); ++i) {
-    context_.step = i + 1;
-    context_.operation = stages[i].operation.c_str();
+    context_.step = stages[i].number;
+    context_.operation = stages[i].operation;
     std::unique_ptr<LineSource> source = stages[i].step->open(*last_, plans_[i], context_);
     if (!source) return false;
     last_ = source.get();
@@ -284,6 +295,7 @@ struct RastChain {
   RastChainSettings settings = {};
   Context context;
   std::vector<rast::chain::Stage> stages;
+  std::size_t steps = 0;  // of the chain's text
   std::optional<rast::chain::PageRun> page;
 };
 
@@ -298,6 +310,7 @@ std::uint32_t report(const Refusal& refused, RastChainError* error) {
   if (error != nullptr) {
     *error = {};
     error->nCode = refused.code;
+    error->nLine = refused.line;
     error->nStep = static_cast<std::uint32_t>(refused.step);
     error->nBegin = static_cast<std::uint32_t>(refused.begin);
     error->nEnd = static_cast<std::uint32_t>(refused.end);
@@ -359,10 +372,13 @@ std::uint32_t open(const char* text, const RastChainSettings& settings,
                                                       RastChainImage* image) {
     return settings.pReadImage(settings.pUser, name.c_str(), background, image);
   };
-  for (const rast::chain::Link& link : *links) {
-    chain->stages.push_back({link.operation->name, link.operation->takes,
-                             link.operation->makeStep(link.values, readImage)});
-  }
+  const auto add = [&](std::size_t number, const rast::chain::Operation& operation,
+                       const rast::chain::Values& values) {
+    chain->stages.push_back({number, operation.name, operation.takes, takenPages(operation),
+                             operation.makeStep(values, readImage)});
+  };
+  if (settings.nGray != 0) add(0, *rast::chain::findOperation("gray"), {});
+  for (const rast::chain::Link& link : *links) add(++chain->steps, *link.operation, link.values);
   return RAST_CHAIN_OK;
 }
 
@@ -448,11 +464,11 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
                                                          : rast::chain::kDefaultMemory;
     rast::chain::PageRun& page = pChain->page.emplace(*pIn, pChain->context);
     if (!page.plan(pChain->stages, settings.pWriteLines != nullptr) ||
-        !page.open(pChain->stages, memory)) {
+        !page.open(pChain->stages, memory, pIn->nTaken)) {
       return failPage(*pChain, pError);
     }
     if (pOut != nullptr) {
-      *pOut = page.output();
+      *pOut = page.planned();
       pOut->nMemory = page.leastMemory();
     }
     return RAST_CHAIN_OK;
@@ -481,6 +497,10 @@ uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainE
 
 void rastChainAbandon(RastChain* pChain) {
   if (pChain != nullptr) pChain->page.reset();
+}
+
+uint32_t rastChainSteps(const RastChain* pChain) {
+  return pChain != nullptr ? static_cast<std::uint32_t>(pChain->steps) : 0;
 }
 
 void rastChainClose(RastChain* pChain) { delete pChain; }

@@ -59,13 +59,15 @@ typedef struct RastChain RastChain;
 
 /** What failed, and where. */
 typedef struct RastChainError {
-  uint32_t nCode;       /**< the result code of the call */
-  uint32_t nStep;       /**< step of the chain, from 1; 0: not a single step */
-  uint32_t nBegin;      /**< byte of the chain's text at which the wrong word begins */
-  uint32_t nEnd;        /**< byte after that word; equal to nBegin where no word is wrong */
-  uint64_t nNeeded;     /**< RAST_CHAIN_ERR_MEMORY: the least cap that the page needs, or 0 */
+  uint32_t nCode;   /**< the result code of the call */
+  uint32_t nStep;   /**< step of the chain, from 1; 0: not a single step */
+  uint32_t nLine;   /**< line of the page that comes out of the step, from 1; 0: no single line */
+  uint32_t nBegin;  /**< byte of the chain's text at which the wrong word begins */
+  uint32_t nEnd;    /**< byte after that word; equal to nBegin where no word is wrong */
+  uint64_t nNeeded; /**< RAST_CHAIN_ERR_MEMORY: the least cap that the page needs, or 0 */
   char sOperation[16];  /**< name of the step's operation, or empty */
-  char sSuggestion[64]; /**< nearest known spelling of the wrong word, or empty */
+  char sSuggestion[64]; /**< nearest known spelling of the wrong word; RAST_CHAIN_ERR_UNSUPPORTED:
+                              the operation that converts the page; or empty */
   char sMessage[512];   /**< one sentence in English, without place and full stop */
 } RastChainError;
 
@@ -79,6 +81,8 @@ typedef struct RastChainPage {
   double nResolutionY;  /**< pixels per inch down a column; 0: unknown */
   uint64_t nMemory;     /**< in: cap in bytes for the lines of this page, 0: that of the settings;
                              out: the least cap that the page needs */
+  uint64_t nTaken;      /**< in: bytes of the cap that the caller's own buffers take */
+  uint32_t nLines;      /**< out: lines that are quick to take at a time; not read */
 } RastChainPage;
 
 /**
@@ -101,11 +105,11 @@ typedef struct RastChainImage RastChainImage;
 
 /** Settings of a chain. Every member may be 0. Copied by rastChainOpen. */
 typedef struct RastChainSettings {
-  size_t nSize;     /**< sizeof(RastChainSettings), for members that later versions add */
-  uint64_t nMemory; /**< cap in bytes for the lines in work; 0: 240 MiB */
-  uint32_t nLines;  /**< lines worked on at a time; 0: as many as the processor's cache holds */
-  uint32_t
-      nFiles; /**< 0: the text may not name files; 1: curves and matrices are read from files */
+  size_t nSize;        /**< sizeof(RastChainSettings), for members that later versions add */
+  uint64_t nMemory;    /**< cap in bytes for the lines in work; 0: 240 MiB */
+  uint32_t nLines;     /**< lines worked on at a time; 0: as many as the processor's cache holds */
+  uint32_t nGray;      /**< 1: color pages become gray before the first step */
+  uint32_t nFiles;     /**< 1: the text may name files of curves and matrices; 0: it may not */
   const char* pFolder; /**< folder of temporary files; null: that of TMPDIR, or /tmp */
   void* pUser;         /**< passed to the functions below */
 
@@ -135,7 +139,7 @@ typedef struct RastChainSettings {
 /**
  * Opens a chain.
  *
- * Steps stand between colons; a step is the name of an operation and its parameters as name=value,
+ * A text without steps is a chain that passes pages as they are. Steps stand between colons; a step is the name of an operation and its parameters as name=value,
  * name alone for a switch, or the value of the first parameter alone. Words stand between blanks,
  * or, in a text without blanks, between commas. rastChainDescribe lists the operations.
  *
@@ -205,6 +209,12 @@ uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainE
  * @param pChain the chain
  */
 void rastChainAbandon(RastChain* pChain);
+
+/**
+ * @param pChain the chain
+ * @return number of its steps
+ */
+uint32_t rastChainSteps(const RastChain* pChain);
 
 /**
  * Closes a chain, with whatever page it has.

@@ -19,7 +19,7 @@
 #include "formats/error.h"
 #include "formats/descriptor.h"
 #include "formats/output.h"
-#include "text/text.h"
+#include "text/printable.h"
 #ifdef RAST_HAS_RASTER
 #include "commands/print_filter.h"
 #endif

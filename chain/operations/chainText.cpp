@@ -162,7 +162,7 @@ class StepParser {
     for (const Parameter& p : parameters) names.emplace_back(p.name);
     const std::string nearest = nearestName(name, names);
     if (mayBeUnnamed && nearest.empty()) return give(0, word);
-    Refusal refused = wrongText("there is no parameter '", name, "'",
+    Refusal refused = wrongText("there is no parameter ", quoted(name),
                                 advice(nearest, join("; see 'rast help ", operation_.name, "'")));
     refused.suggestion = nearest;
     return refused;
@@ -204,12 +204,12 @@ class StepParser {
 
 Result<const Operation*> operationOf(const std::string& name) {
   if (name.find(':') != std::string::npos) {
-    return wrongText("unknown operation '", name, "'; a colon between steps stands alone");
+    return wrongText("unknown operation ", quoted(name), "; a colon between steps stands alone");
   }
   if (const Operation* found = findOperation(name)) return found;
   const std::string nearest = nearestName(name, operationNames());
   Refusal refused =
-      wrongText("unknown operation '", name, "'", advice(nearest, "; see 'rast help'"));
+      wrongText("unknown operation ", quoted(name), advice(nearest, "; see 'rast help'"));
   refused.suggestion = nearest;
   return refused;
 }
@@ -223,7 +223,6 @@ class ChainParser {
       if (std::optional<Refusal> refused = take(word)) return placed(std::move(*refused), word);
     }
     if (std::optional<Refusal> refused = endStep()) return placed(std::move(*refused), Word());
-    if (chain_.empty()) return wrongText("the chain holds no step; see 'rast help chain'");
     return std::move(chain_);
   }
 

@@ -41,7 +41,7 @@ Result<Number> parse(const std::string& option, const std::string& text, Number 
   const bool isNumber = stop == end && error != std::errc::invalid_argument;
   if (isNumber && error == std::errc() && value >= low && value <= high) return value;
   const std::string fault = isNumber ? "out of range" : join("no ", kind, " number");
-  return wrongText(option, ": '", text, "' is ", fault, "; expected ", low, "..", high);
+  return wrongText(option, ": ", quoted(text), " is ", fault, "; expected ", low, "..", high);
 }
 
 // As many numbers between separators.
@@ -53,7 +53,7 @@ Result<Value> readSeparated(const Parameter& parameter, const std::string& text,
     const bool isLast = numbers.size() + 1 == count;
     const std::size_t end = isLast ? text.size() : text.find(separator, start);
     if (end == std::string::npos) {
-      return wrongText(option, ": '", text, "' is too short; expected ", parameter.argument);
+      return wrongText(option, ": ", quoted(text), " is too short; expected ", parameter.argument);
     }
     Result<std::int64_t> number =
         parseNumber(option, text.substr(start, end - start), parameter.low, parameter.high);
@@ -78,7 +78,7 @@ Result<Value> readTenths(const Parameter& parameter, const std::string& text) {
   const std::size_t point = std::min(text.find('.'), text.size());
   // Zeros after the first decimal change nothing.
   if (text.find_first_not_of('0', std::min(point + 2, text.size())) != std::string::npos) {
-    return wrongText(option, ": '", text, "' has more than one decimal");
+    return wrongText(option, ": ", quoted(text), " has more than one decimal");
   }
   return Value(Numbers{std::llround(*value * 10)});
 }
@@ -116,7 +116,7 @@ Result<std::size_t> parseChoice(const std::string& option, const std::string& te
   if (found != words.end()) return static_cast<std::size_t>(found - words.begin());
   std::string expected;
   for (const std::string& word : words) expected += (expected.empty() ? "" : " or ") + word;
-  Refusal refused = wrongText(option, ": '", text, "' is unknown; expected ", expected);
+  Refusal refused = wrongText(option, ": ", quoted(text), " is unknown; expected ", expected);
   refused.suggestion = nearestName(text, words);
   return refused;
 }

@@ -20,7 +20,8 @@ struct Refusal {
   std::uint64_t needed = 0;     // the memory cap that would do
   std::size_t step = 0;         // from 1; 0: no single step
   std::string operation = {};
-  std::size_t begin = 0;  // of the wrong word in the text
+  std::uint32_t line = 0;  // from 1, of what comes out of the step; 0: no single line
+  std::size_t begin = 0;   // of the wrong word in the text
   std::size_t end = 0;
 };
 

@@ -134,7 +134,7 @@ Result<Value> readNumberFile(const Parameter& parameter, const std::string& path
   if (!file) {
     const std::string reason = std::strerror(errno);
     const std::string nearest = nearestName(path, knownWords(parameter));
-    Refusal refused = wrongText(option, ": '", path, "' cannot be opened: ", reason,
+    Refusal refused = wrongText(option, ": ", quoted(path), " cannot be opened: ", reason,
                                 advice(nearest, join("; expected ", parameter.argument)));
     refused.suggestion = nearest;
     return refused;
@@ -144,7 +144,7 @@ Result<Value> readNumberFile(const Parameter& parameter, const std::string& path
   for (std::string token = tokens.next(); !token.empty(); token = tokens.next()) {
     const std::string place = join(option, ": ", path, ", line ", tokens.line());
     if (numbers.size() == count) {
-      return wrongText(place, ": '", token, "' is too much after ", count, " numbers");
+      return wrongText(place, ": ", quoted(token), " is too much after ", count, " numbers");
     }
     Result<std::int64_t> number = parseNumber(place, token, parameter.low, parameter.high);
     if (!number) return std::move(number.refusal());

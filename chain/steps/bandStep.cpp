@@ -21,23 +21,17 @@ constexpr std::uint32_t roundedUp(std::uint32_t lines, std::uint32_t unit) {
 class FilteredPage : public LineSource {
  public:
   FilteredPage(LineSource& before, const Filter& filter, const Plan& plan, Context& context)
-      : LineSource(plan.page),
-        before_(before),
-        filter_(filter),
-        context_(context),
-        most_(plan.lines) {
+      : LineSource(plan.page, context), before_(before), filter_(filter), most_(plan.lines) {
     if (!filter.inPlace) drawn_.emplace(before.page().nWidth, before.page().nComponents, most_);
   }
 
  protected:
   bool apply(const Planes& in, const Planes& out, std::uint32_t lines) {
-    return succeeds(
-        context_, [&] { return filter_.apply(wholeArea(before_.page().nWidth, lines), in, out); });
+    return succeeds([&] { return filter_.apply(wholeArea(before_.page().nWidth, lines), in, out); });
   }
 
   LineSource& before_;
   const Filter& filter_;
-  Context& context_;
   std::uint32_t most_;
   std::optional<Lines> drawn_;
 

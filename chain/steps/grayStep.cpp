@@ -6,8 +6,8 @@ namespace {
 
 class GrayPage final : public LineSource {
  public:
-  GrayPage(LineSource& before, const Plan& plan)
-      : LineSource(plan.page),
+  GrayPage(LineSource& before, const Plan& plan, Context& context)
+      : LineSource(plan.page, context),
         before_(before),
         most_(plan.lines),
         color_(page().nWidth, before.page().nComponents, most_) {}
@@ -38,7 +38,8 @@ class GrayPage final : public LineSource {
 // A page that is gray already.
 class SamePage final : public LineSource {
  public:
-  explicit SamePage(LineSource& before) : LineSource(before.page()), before_(before) {}
+  SamePage(LineSource& before, Context& context)
+      : LineSource(before.page(), context), before_(before) {}
 
  private:
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
@@ -60,9 +61,10 @@ class GrayStep final : public Step {
     return plan;
   }
 
-  std::unique_ptr<LineSource> open(LineSource& before, const Plan& plan, Context&) override {
-    if (before.page().nComponents == 1) return std::make_unique<SamePage>(before);
-    return std::make_unique<GrayPage>(before, plan);
+  std::unique_ptr<LineSource> open(LineSource& before, const Plan& plan,
+                                   Context& context) override {
+    if (before.page().nComponents == 1) return std::make_unique<SamePage>(before, context);
+    return std::make_unique<GrayPage>(before, plan, context);
   }
 };
 

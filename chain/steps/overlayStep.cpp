@@ -49,9 +49,8 @@ class ComposedPage final : public LineSource {
  public:
   ComposedPage(LineSource& before, const Plan& plan, Context& context,
                const OverlaySettings& settings, StoredPage& overlay)
-      : LineSource(plan.page),
+      : LineSource(plan.page, context),
         before_(before),
-        context_(context),
         settings_(settings),
         overlay_(overlay),
         entering_(before.page().nWidth, page().nComponents, quickLines(before.page())) {}
@@ -98,7 +97,7 @@ class ComposedPage final : public LineSource {
                      std::uint32_t planeMode) {
     const RastPlaneSet planes = planeSet(in, out, 0);
     const RastOverlayParam param = parameters(over);
-    return succeeds(context_, [&] {
+    return succeeds([&] {
       return rastOverlay(&area, &planes, &param, planeMode, 0, settings_.mode, settings_.density,
                          settings_.white);
     });
@@ -109,7 +108,7 @@ class ComposedPage final : public LineSource {
     constexpr std::uint32_t leastDensity = 1;  // the library checks it and does not use it
     std::uint8_t* const images[] = {in.at[0], out.at[0]};
     const RastOverlayParam param = parameters(over);
-    return succeeds(context_, [&] {
+    return succeeds([&] {
       return rastOverlayRGB24bpp(&area, images, &param, 0, 0, 0, leastDensity, settings_.white);
     });
   }
@@ -147,7 +146,6 @@ class ComposedPage final : public LineSource {
   }
 
   LineSource& before_;
-  Context& context_;
   const OverlaySettings& settings_;
   StoredPage& overlay_;
   Lines entering_;

@@ -16,9 +16,8 @@ constexpr std::uint32_t kQuickColumns = 64;
 class TurnedPage final : public LineSource {
  public:
   TurnedPage(LineSource& before, const Plan& plan, Context& context, std::uint32_t mode)
-      : LineSource(plan.page),
+      : LineSource(plan.page, context),
         before_(before),
-        context_(context),
         mode_(mode),
         most_(plan.lines),
         entering_(before.page().nWidth, page().nComponents, quickLines(before.page())) {}
@@ -59,8 +58,7 @@ class TurnedPage final : public LineSource {
     for (std::uint32_t done = 0; done < height; done += bandHeight) {
       const std::uint32_t lines = std::min(bandHeight, height - done);
       const RastRotateBand band = bandOf(stored_.planesFrom(done), lines);
-      if (!succeeds(context_,
-                    [&] { return rastRotateInputAccumulate(&area, &band, &bands_, mode_); })) {
+      if (!succeeds([&] { return rastRotateInputAccumulate(&area, &band, &bands_, mode_); })) {
         return false;
       }
     }
@@ -70,7 +68,7 @@ class TurnedPage final : public LineSource {
   std::uint32_t turnBand(const Planes& planes) {
     const std::uint32_t count = std::min(most_, page().nHeight - turned_);
     const RastRotateBand band = bandOf(planes, count);
-    if (!succeeds(context_, [&] { return rastRotateSockOutput(&band, &bands_); })) return 0;
+    if (!succeeds([&] { return rastRotateSockOutput(&band, &bands_); })) return 0;
     turned_ += count;
     return count;
   }
@@ -87,7 +85,6 @@ class TurnedPage final : public LineSource {
   }
 
   LineSource& before_;
-  Context& context_;
   std::uint32_t mode_;
   std::uint32_t most_;  // lines of a band
   Lines entering_;
@@ -112,6 +109,7 @@ class RotateStep final : public Step {
     plan.fixedBytes = quickLines(page) * lineSamples(page);
     plan.lineBytes = lineSamples(plan.page);
     plan.wantedLines = std::max(context.wantedLines, kQuickColumns);
+    plan.quickLines = kQuickColumns;
     return plan;
   }
 

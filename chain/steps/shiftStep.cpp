@@ -17,9 +17,8 @@ class ShiftedPage final : public LineSource {
  public:
   ShiftedPage(LineSource& before, const Plan& plan, Context& context, Position by,
               std::uint32_t fill)
-      : LineSource(plan.page),
+      : LineSource(plan.page, context),
         before_(before),
-        context_(context),
         by_(by),
         fill_(fill),
         top_(by.y > 0 ? static_cast<std::uint32_t>(by.y) : 0),
@@ -76,11 +75,10 @@ class ShiftedPage final : public LineSource {
   bool call(const RastArea& area, const RastShiftParam& param, const Planes& in, const Planes& out,
             std::uint32_t planeMode) {
     const RastPlaneSet set = planeSet(in, out, 3);
-    return succeeds(context_, [&] { return rastImageShift(&area, &set, &param, planeMode); });
+    return succeeds([&] { return rastImageShift(&area, &set, &param, planeMode); });
   }
 
   LineSource& before_;
-  Context& context_;
   Position by_;
   std::uint32_t fill_;
   std::uint32_t top_;

@@ -67,7 +67,24 @@ class LineSource {
   }
 
  protected:
-  explicit LineSource(const Page& page) : page_(page) {}
+  LineSource(const Page& page, Context& context)
+      : context_(context), page_(page), step_(context.step), operation_(context.operation) {}
+
+  // Carries out a call of the library. A failure would be a mistake of a step.
+  template <class Call>
+  bool succeeds(const Call& call) {
+    const std::uint32_t result = call();
+    if (result == RAST_OK || result == RAST_COMPLETE) return true;
+    Refusal refused =
+        refusal(RAST_CHAIN_ERR_USE, operation_, " failed with result 0x", hexadecimal(result));
+    refused.line = done_ + 1;
+    context_.step = step_;
+    context_.operation = operation_;
+    context_.refuse(std::move(refused));
+    return false;
+  }
+
+  Context& context_;
   std::uint32_t done() const { return done_; }
   std::uint32_t left() const { return page_.nHeight - done_; }
 
@@ -75,6 +92,8 @@ class LineSource {
   virtual std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) = 0;
 
   Page page_;
+  std::size_t step_;
+  const char* operation_;
   std::uint32_t done_ = 0;
 };
 
@@ -86,7 +105,8 @@ struct Plan {
   std::uint32_t leastLines = 1;
   std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
   std::uint32_t wantedLines = 1;
-  std::uint32_t lines = 0;  // of the band, decided when all steps are known
+  std::uint32_t quickLines = 0;  // to draw at a time; 0: as many as the cache holds
+  std::uint32_t lines = 0;       // of the band, decided when all steps are known
 
   std::uint64_t leastBytes() const { return fixedBytes + lineBytes * leastLines; }
 };
@@ -100,16 +120,6 @@ class Step {
   virtual std::unique_ptr<LineSource> open(LineSource& before, const Plan& plan,
                                            Context& context) = 0;
 };
-
-// Carries out a call of the library, whose failure would be a mistake of a step.
-template <class Call>
-bool succeeds(Context& context, const Call& call) {
-  const std::uint32_t result = call();
-  if (result == RAST_OK || result == RAST_COMPLETE) return true;
-  context.refuse(RAST_CHAIN_ERR_USE, context.operation, " failed with result 0x",
-                 hexadecimal(result));
-  return false;
-}
 
 // The page in another size; rejects sizes that no page may have.
 Page resized(const Page& page, std::uint64_t width, std::uint64_t height, Context& context);

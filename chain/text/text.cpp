@@ -10,6 +10,11 @@ std::string join(std::initializer_list<Part> parts) {
   return text;
 }
 
+std::string quoted(std::string_view text) {
+  constexpr std::size_t longest = 120;
+  return join('\'', text.substr(0, longest), text.size() > longest ? "..." : "", '\'');
+}
+
 std::string fixed(double number, int digits) {
   char text[400];  // the largest number has 309 digits before the point
   std::snprintf(text, sizeof text, "%.*f", digits, number);

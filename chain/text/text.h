@@ -43,6 +43,9 @@ std::string join(const Parts&... parts) {
   return join({Part(parts)...});
 }
 
+// A text of the user's as a message shows it: in quotation marks, and cut if it is long.
+std::string quoted(std::string_view text);
+
 std::string fixed(double number, int digits);
 std::string hexadecimal(std::uint64_t number);
 

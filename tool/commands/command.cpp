@@ -8,6 +8,7 @@
 #include "commands/info.h"
 #include "commands/listing.h"
 #include "commands/run.h"
+#include "operations/advice.h"
 
 namespace {
 
@@ -82,7 +83,7 @@ std::span<const CommonOption> commonOptions() { return optionTable; }
 const char operationLetters[] = "gfbmPpqsh";
 
 std::string optionLetters(const Operation& operation) {
-  return takesPage(operation, false) ? operationLetters : operationLetters + 1;
+  return operation.takes.gray ? operationLetters : operationLetters + 1;
 }
 
 std::span<const Path> operationPaths() { return std::span(chainPaths).subspan(1); }
@@ -95,7 +96,14 @@ const Command* findCommand(const std::string& name) {
 }
 
 const Operation& operationNamed(const std::string& name) {
-  std::vector<std::string> others = {"help", "manual"};
-  for (const Command& command : commandTable) others.emplace_back(command.name);
-  return requireOperation(name, others);
+  if (const Operation* found = findOperation(name)) return *found;
+  std::vector<std::string> known = rast::chain::operationNames();
+  known.insert(known.begin(), {"help", "manual"});
+  for (const Command& command : commandTable) known.emplace_back(command.name);
+  fail(ExitCode::usage, "unknown command '", name, "'", advice(name, known, "; see 'rast help'"));
+}
+
+std::string advice(const std::string& given, const std::vector<std::string>& known,
+                   const std::string& otherwise) {
+  return rast::chain::advice(rast::chain::nearestName(given, known), otherwise);
 }

@@ -5,9 +5,18 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "commands/job.h"
 #include "operations/operations.h"
+
+using rast::chain::findOperation;
+using rast::chain::Kind;
+using rast::chain::Operation;
+using rast::chain::operations;
+using rast::chain::Parameter;
+using rast::chain::takenPages;
 
 struct CommonOption {
   char letter;
@@ -51,5 +60,16 @@ const Command* findCommand(const std::string& name);
 
 // The one of that name; the failure suggests commands too.
 const Operation& operationNamed(const std::string& name);
+
+// "; did you mean 'x'?" where a known name is close, else the other words.
+std::string advice(const std::string& given, const std::vector<std::string>& known,
+                   const std::string& otherwise);
+
+// The value of a result; a refusal is a usage error.
+template <class T>
+T valueOf(rast::chain::Result<T> result) {
+  if (!result) fail(ExitCode::usage, result.refusal().message);
+  return std::move(*result);
+}
 
 #endif

@@ -1,14 +1,13 @@
 #include "commands/compare.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
 
 #include "commands/page_list.h"
 #include "formats/output.h"
-#include "numbers/elementary.h"
 #include "progress/meter.h"
-#include "steps/planes.h"
 
 namespace {
 
@@ -42,7 +41,7 @@ class Difference {
                 place / (head_.colour ? 3 : 1) + 1, ", ",
                 head_.colour ? components[place % 3] : "gray", ": ", first_.a, " and ", first_.b,
                 "; ", count_, " of ", samples_, " samples differ by up to ", largest_, ", PSNR ",
-                fixed(decibels(peak * peak / meanSquare), 2), " dB");
+                fixed(10 * std::log10(peak * peak / meanSquare), 2), " dB");
   }
 
  private:
@@ -94,8 +93,8 @@ Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::ui
                           Picture& picture, Meter& meter) {
   const PageHead& head = a.head();
   const std::uint32_t most = bandLines(in, head, wantedLines);
-  const Bytes linesOfA = makeBytes(most * head.lineBytes());
-  const Bytes linesOfB = makeBytes(most * head.lineBytes());
+  const auto linesOfA = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
+  const auto linesOfB = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
   Difference found(head);
   picture.beginPage(head);
   for (std::uint32_t done = 0; done < head.height;) {

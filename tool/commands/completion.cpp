@@ -5,7 +5,6 @@
 #include "commands/command.h"
 #include "formats/error.h"
 #include "formats/format.h"
-#include "operations/tables.h"
 
 namespace {
 
@@ -40,7 +39,7 @@ void addNames(Candidates& candidates) {
 }
 
 void addValues(Candidates& candidates, const Parameter& parameter, const std::string& before) {
-  for (const std::string& word : knownWords(parameter)) candidates.add(before + word);
+  for (const std::string& word : rast::chain::knownWords(parameter)) candidates.add(before + word);
 }
 
 const Parameter* findParameter(const Operation& operation, const std::string& name) {
@@ -70,7 +69,7 @@ void addChains(Candidates& candidates, const std::string& chain) {
   const std::size_t equals = last.find('=');
   if (equals == std::string::npos) {
     for (const Parameter& p : operation->parameters) {
-      candidates.add(join(before, p.name, p.argument != nullptr ? "=" : ""), gist(p.help));
+      candidates.add(join(before, p.name, p.kind != Kind::flag ? "=" : ""), gist(p.help));
     }
     if (!operation->parameters.empty() && operation->parameters[0].mayBeUnnamed()) {
       addValues(candidates, operation->parameters[0], before);
@@ -85,9 +84,9 @@ bool addOptionValues(Candidates& candidates, const Operation* operation, const s
                      const std::string& option, const std::string& before) {
   if (operation != nullptr && option.starts_with("--")) {
     const Parameter* parameter = findParameter(*operation, option.substr(2));
-    if (parameter != nullptr && parameter->argument != nullptr) {
+    if (parameter != nullptr && parameter->kind != Kind::flag) {
       addValues(candidates, *parameter, before);
-      if (takesFile(*parameter)) candidates.addFiles();
+      if (rast::chain::takesFile(*parameter)) candidates.addFiles();
       return true;
     }
   }
@@ -174,7 +173,7 @@ std::string completion(std::span<char* const> words) {
   }
   const bool isFirst = isFirstOperand(words, operation, letters);
   if (isFirst && operation != nullptr && !operation->parameters.empty() &&
-      operation->parameters[0].operand) {
+      operation->parameters[0].isRequired()) {
     addValues(candidates, operation->parameters[0], "");
   } else if (isFirst && name == "chain") {
     addChains(candidates, word);

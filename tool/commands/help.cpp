@@ -75,7 +75,7 @@ std::string helpOf(const Command& command) {
 std::string helpOf(const Operation& operation) {
   std::string text = join("usage: ", usageOf(operation), "\n\n", headline(operation), ".\n",
                           operation.details, '\n');
-  if (operation.storesPages) text += join(storedPagesText, '\n');
+  if (operation.keepsPages) text += join(storedPagesText, '\n');
   if (!operation.parameters.empty()) text += "\nParameters:\n" + rows(parameterItems(operation));
   return join(text, options(optionLetters(operation)), "\nExample:\n  ", operation.example, "\n\n",
               operandsText, '\n', filesText, "\n\n", exits());
@@ -87,12 +87,12 @@ std::vector<HelpItem> parameterItems(const Operation& operation) {
   std::vector<HelpItem> items;
   for (const Parameter& p : operation.parameters) {
     HelpItem item = {join("--", p.name), "", p.help, ""};
-    if (p.argument != nullptr) {
+    if (p.kind != Kind::flag) {
       item.argument = join(' ', p.argument);
-      const std::string range = p.read == readNumbers ? join(p.low, "..", p.high) : "";
-      const std::string preset = p.preset == nullptr ? "required"
-                                 : *p.preset != '\0' ? join("default ", p.preset)
-                                                     : "";
+      const std::string range = p.kind == Kind::numbers ? join(p.low, "..", p.high) : "";
+      const std::string preset = p.isRequired()  ? "required"
+                                 : p.hasPreset() ? join("default ", p.preset)
+                                                 : "";
       item.limits = join(range, range.empty() || preset.empty() ? "" : ", ", preset);
     }
     items.push_back(item);

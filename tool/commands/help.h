@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "operations/operations.h"
+#include "commands/command.h"
 
 // An option or a parameter, as help shows it.
 struct HelpItem {

@@ -3,18 +3,19 @@
 #define RAST_TOOL_JOB_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "commands/engine.h"
 #include "commands/page_list.h"
 #include "formats/error.h"
 #include "formats/format.h"
-#include "operations/chain.h"
 #include "progress/meter.h"
 
 struct Job {
   ExitCode (*carryOut)(const Job& job) = nullptr;
-  Chain chain;
-  std::string chainText;  // that it was parsed from, unless it is an operation alone
+  std::string chainText;           // as an operand
+  std::shared_ptr<Engine> engine;  // with the chain opened
   std::string inPath = "-";
   std::string otherPath = "-";  // of the stream to compare with
   std::string outPath = "-";    // of the picture of differences: empty if none is wanted
@@ -22,7 +23,6 @@ struct Job {
   std::uint32_t bandLines = 0;  // 0: as many as are quick
   std::uint64_t memory = defaultMemory;
   PageList pages;
-  bool toGray = false;  // before the chain
   bool json = false;
   bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "commands/job.h"
+#include "commands/command.h"
 #include "formats/error.h"
 
 // Name, summary and what pages it takes.

@@ -5,7 +5,6 @@
 #include "commands/command.h"
 #include "commands/help.h"
 #include "formats/error.h"
-#include "operations/advice.h"
 
 namespace {
 
@@ -121,7 +120,7 @@ std::string operationsPage() {
     text += join(".SH ", capitals(operation.name), "\n.B ", escaped(usageOf(operation)), "\n.PP\n",
                  bold(operation.summary), ", for ", takenPages(operation), ".\n.PP\n",
                  paragraph(operation.details));
-    if (operation.storesPages) text += paragraph(storedPagesText);
+    if (operation.keepsPages) text += paragraph(storedPagesText);
     text += items(parameterItems(operation)) + example(operation.example);
   }
   return text + ".SH SEE ALSO\n.BR rast (1),\n.BR rast.h (3)\n";

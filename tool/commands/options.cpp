@@ -2,6 +2,11 @@
 
 #include <getopt.h>
 
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <memory>
 #include <optional>
 #include <span>
 #include <utility>
@@ -13,7 +18,8 @@
 #include "commands/manual.h"
 #include "commands/run.h"
 #include "formats/error.h"
-#include "operations/advice.h"
+#include "formats/file.h"
+#include "operations/parameters.h"
 
 namespace {
 
@@ -34,15 +40,53 @@ const Format& requireFormat(const std::string& name) {
   fail(ExitCode::usage, "--format: '", name, "' is unknown; expected one of ", names);
 }
 
+// A number of bytes, with K, M or G for powers of 1024.
+std::uint64_t parseBytes(const std::string& option, const std::string& text, std::uint64_t low) {
+  const std::string units = "KMG";
+  std::uint64_t count = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, count);
+  const std::size_t unit = stop == end ? 0 : units.find(*stop) + 1;  // 0 for no unit, or none known
+  const unsigned shift = static_cast<unsigned>(unit) * 10;
+  const bool isSize = error == std::errc() && stop + (unit == 0 ? 0 : 1) == end;
+  if (!isSize || count > std::uint64_t{INT64_MAX} >> shift || count << shift < low) {
+    fail(ExitCode::usage, option, ": '", text,
+         "' is no possible size; expected bytes, or a number with ", "K, M or G, at least ",
+         low >> 20, 'M');
+  }
+  return count << shift;
+}
+
+std::string readChain(const std::string& path) {
+  constexpr std::size_t longest = 1 << 20;
+  const File file(std::fopen(path.c_str(), "rbe"));
+  if (!file) {
+    fail(ExitCode::usage, "--chain: '", path, "' cannot be opened: ", std::strerror(errno));
+  }
+  std::string text(longest, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+  if (std::ferror(file.get()) != 0) {
+    fail(ExitCode::usage, "--chain: ", path, ": cannot be read: ", std::strerror(errno));
+  }
+  if (text.size() == longest) {
+    fail(ExitCode::usage, "--chain: ", path, ": is too long; expected less than a megabyte");
+  }
+  if (text.find('\0') != std::string::npos) {
+    fail(ExitCode::usage, "--chain: ", path, ": is no text; it holds null bytes");
+  }
+  return text;
+}
+
 class JobParser {
  public:
   JobParser(const Operation& operation, int argc, char** argv)
       : JobParser(operationLetters, operationPaths(), 0, argc, argv) {
     job_.carryOut = run;
-    link_.emplace(operation);
+    operation_ = &operation;
+    texts_.resize(operation.parameters.size());
     int code = firstParameterCode;
     for (const Parameter& p : operation.parameters) {
-      const int argument = p.argument != nullptr ? required_argument : no_argument;
+      const int argument = p.kind != Kind::flag ? required_argument : no_argument;
       options_.push_back({p.name, argument, nullptr, code++});
     }
   }
@@ -64,7 +108,7 @@ class JobParser {
       take(code);
     }
     takeOperands();
-    if (job_.carryOut == run) makeChain();
+    if (job_.carryOut == run) openChain();
     if (job_.format == nullptr) job_.format = &formatFor(job_.outPath);
     return std::move(job_);
   }
@@ -86,23 +130,24 @@ class JobParser {
   void take(int code) {
     switch (code) {
       case 'g':
-        if (link_ && !takesPage(*link_->operation, false)) {
-          fail(ExitCode::usage, "--gray: ", link_->operation->name, " works on colour pages only");
+        if (operation_ != nullptr && !operation_->takes.gray) {
+          fail(ExitCode::usage, "--gray: ", operation_->name, " works on colour pages only");
         }
-        job_.toGray = true;
+        engine_.toGray = true;
         break;
       case 'f':
         job_.format = &requireFormat(optarg);
         break;
       case 'c':
-        if (!chain_) {
+        if (!fileText_) {
           paths_ = paths_.subspan(1);
           requiredPaths_ = 0;
         }
-        chain_ = readChain(optarg);
+        fileText_ = readChain(optarg);
         break;
       case 'b':
-        job_.bandLines = static_cast<std::uint32_t>(parseNumber("--band", optarg, 1, 65536));
+        job_.bandLines = static_cast<std::uint32_t>(
+            valueOf(rast::chain::parseNumber("--band", optarg, 1, 65536)));
         break;
       case 'm':
         job_.memory = parseBytes("--memory", optarg, std::uint64_t{20} << 20);
@@ -119,7 +164,7 @@ class JobParser {
       case 'p':
         job_.progress = ProgressMode::always;
         if (optarg != nullptr) {
-          parseChoice("--progress", optarg, "json");
+          valueOf(rast::chain::parseChoice("--progress", optarg, "json"));
           job_.progress = ProgressMode::json;
         }
         break;
@@ -132,8 +177,7 @@ class JobParser {
         refuseOption();
       default: {
         const auto index = static_cast<std::size_t>(code - firstParameterCode);
-        const Parameter& p = link_->operation->parameters[index];
-        link_->values[index] = p.read(p, optarg != nullptr ? optarg : "1");
+        texts_[index] = optarg != nullptr ? optarg : "";
       }
     }
   }
@@ -156,10 +200,7 @@ class JobParser {
   }
 
   void takeOperands() {
-    if (link_ && !link_->values.empty() && link_->values[0].empty() && optind < argc_) {
-      const Parameter& first = link_->operation->parameters[0];
-      if (first.operand) link_->values[0] = first.read(first, argv_[optind++]);
-    }
+    if (optind < argc_ && takesValue(argv_[optind])) texts_[0] = argv_[optind++];
     std::size_t taken = 0;
     for (; taken < paths_.size() && optind < argc_; ++taken) job_.*paths_[taken] = argv_[optind++];
     if (optind < argc_) fail(ExitCode::usage, "'", argv_[optind], "' is too much", seeHelp());
@@ -168,13 +209,41 @@ class JobParser {
     }
   }
 
-  void makeChain() {
-    if (link_) {
-      link_->requireParameters();
-      job_.chain = {*std::move(link_)};
-    } else {
-      job_.chain = chain_ ? *std::move(chain_) : parseChain(job_.chainText);
+  // Whether the operand is the value of the first parameter, as in a chain.
+  bool takesValue(const std::string& operand) const {
+    if (texts_.empty() || texts_[0]) return false;
+    const Parameter& first = operation_->parameters[0];
+    return first.mayBeUnnamed() &&
+           (first.isRequired() || (rast::chain::takesFile(first) && !namesFile(first, operand)));
+  }
+
+  void openChain() {
+    engine_.isChain = operation_ == nullptr;
+    engine_.text = engine_.isChain ? fileText_.value_or(job_.chainText) : textOfOperation();
+    engine_.memory = job_.memory;
+    engine_.lines = job_.bandLines;
+    job_.engine = std::make_shared<Engine>(engine_);
+    if (job_.engine->steps() == 0) {
+      fail(ExitCode::usage, "the chain holds no step; see 'rast help chain'");
     }
+  }
+
+  std::string textOfOperation() const {
+    std::string text = operation_->name;
+    for (std::size_t i = 0; i < texts_.size(); ++i) {
+      if (!texts_[i]) continue;
+      const Parameter& parameter = operation_->parameters[i];
+      text += join(' ', parameter.name);
+      if (parameter.kind != Kind::flag) text += '=' + quoted(*texts_[i]);
+    }
+    return text;
+  }
+
+  // So that a chain takes it as one word, whatever is in it.
+  static std::string quoted(const std::string& value) {
+    std::string text;
+    for (const char c : value) text += c == '"' ? "'\"'" : join('"', c, '"');
+    return text.empty() ? "\"\"" : text;
   }
 
   std::string seeHelp() const { return join("; see 'rast help ", argv_[0], "'"); }
@@ -186,8 +255,10 @@ class JobParser {
   const char* operands_ = "";
   std::string letters_ = ":";
   Job job_;
-  std::optional<Link> link_;    // the operation, if it is one alone
-  std::optional<Chain> chain_;  // from a file
+  const Operation* operation_ = nullptr;           // if it is one alone
+  std::vector<std::optional<std::string>> texts_;  // given for its parameters
+  std::optional<std::string> fileText_;            // a chain from a file
+  EngineSettings engine_;
   std::vector<option> options_;
 };
 

@@ -93,15 +93,15 @@ Job printJob(int argc, char** argv) {
   Job job;
   job.carryOut = run;
   const Given given = chainText(options);
-  job.chainText = given.text;
+  EngineSettings settings;
+  settings.text = given.text;
   // The filter may be allowed to read files that whoever prints is not.
-  const Files files = given.byJob ? Files::refused : Files::allowed;
-  if (!job.chainText.empty()) job.chain = parseChain(job.chainText, files);
+  settings.mayNameFiles = !given.byJob;
+  job.engine = std::make_shared<Engine>(settings);
   if (argc == withFile) job.inPath = argv[6];
   job.format = findFormat("cups");
   job.progress = options.get("page-logging") == "off" ? ProgressMode::printQueueUncounted
                                                       : ProgressMode::printQueue;
-  printError(
-      join("DEBUG: chain: ", job.chainText.empty() ? "none" : printable(job.chainText), '\n'));
+  printError(join("DEBUG: chain: ", given.text.empty() ? "none" : printable(given.text), '\n'));
   return job;
 }

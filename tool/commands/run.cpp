@@ -2,82 +2,113 @@
 
 #include <unistd.h>
 
-#include <utility>
-#include <vector>
+#include <algorithm>
+#include <memory>
 
+#include "commands/band_queue.h"
+#include "commands/engine.h"
 #include "commands/page_list.h"
 #include "progress/meter.h"
-#include "steps/bands.h"
-#include "steps/file_page.h"
-#include "steps/step.h"
 
 namespace {
+
+// The lines of a page, read as the engine takes them.
+class EnteringLines {
+ public:
+  EnteringLines(PageReader& reader, Meter& meter, std::uint32_t most)
+      : reader_(reader),
+        meter_(meter),
+        most_(most),
+        bytes_(std::make_unique_for_overwrite<std::uint8_t[]>(most * reader.head().lineBytes())) {}
+
+  // Some lines, until the page has no more.
+  RastChainLines& refilled() {
+    const PageHead& head = reader_.head();
+    const std::uint32_t count = std::min(most_, head.height - read_);
+    if (lines_.nCount > 0 || count == 0) return lines_;
+    meter_.inFiles([&] { reader_.readLines(bytes_.get(), count); });
+    meter_.linesRead(count, count * head.lineBytes());
+    read_ += count;
+    return lines_ = linesAt(head, bytes_.get(), count);
+  }
+
+ private:
+  PageReader& reader_;
+  Meter& meter_;
+  std::uint32_t most_;
+  std::unique_ptr<std::uint8_t[]> bytes_;
+  RastChainLines lines_ = {};
+  std::uint32_t read_ = 0;
+};
 
 class Pipeline {
  public:
   Pipeline(const Job& job, Input& in, PageWriter& writer, Meter& meter)
-      : job_(job), in_(in), writer_(writer), meter_(meter) {
-    if (job.toGray) stations_.push_back({requireOperation("gray"), grayStep(), ""});
-    for (const Link& link : job.chain) {
-      std::string label;
-      if (job.chain.size() > 1) {
-        label = join("step ", &link - job.chain.data() + 1, ", ", link.operation->name, ": ");
-      }
-      stations_.push_back({*link.operation, link.operation->makeStep(link.values), label});
-    }
-    // Those that the steps draw into, and the one that is written.
-    in.setBands(stations_.size() + 1);
-  }
+      : job_(job), engine_(*job.engine), in_(in), writer_(writer), meter_(meter) {}
 
   void runPage(PageReader& reader) {
-    meter_.beginPage(reader.head().height);
-    std::unique_ptr<PageSource> page =
-        std::make_unique<FilePage>(in_, reader, meter_, job_.bandLines);
-    for (const Station& station : stations_) {
-      const StepContext context{in_, station.operation.name, station.label, job_.bandLines, meter_};
-      checkKind(station.operation, context, page->head());
-      page = station.step->on(std::move(page), context);
-    }
-    meter_.beginOutput(page->head().height);
-    write(*page, reader.rasterHeader());
+    const PageHead& head = reader.head();
+    meter_.beginPage(head.height);
+    const Engine::Plan plan = engine_.plan(in_, head);
+    // A line on each side of the engine; what memory is left is for more of them.
+    const std::uint64_t taken = head.lineBytes() + plan.page.lineBytes();
+    const std::uint64_t cap = in_.memoryCap();
+    const std::uint64_t spare = cap - std::min(cap, plan.memory + taken);
+    engine_.begin(in_, head, cap - spare / 2, taken);
+    meter_.beginOutput(plan.page.height);
+    EnteringLines entering(reader, meter_, lines(head, quickLines(head), spare / 4));
+    write(entering, plan, reader, spare / 4);
     meter_.endPage(reader.copies());
   }
 
  private:
-  struct Station {
-    const Operation& operation;
-    std::unique_ptr<Step> step;
-    std::string label;
-  };
-
-  void checkKind(const Operation& operation, const StepContext& context,
-                 const PageHead& head) const {
-    if (takesPage(operation, head.colour)) return;
-    const char* const hint =
-        job_.chainText.empty() ? "; --gray converts it first" : "; the step 'gray' converts it";
-    context.refuse(ExitCode::unsupported, operation.name, " works on ", takenPages(operation),
-                   " only and this page is ", head.colour ? "colour" : "gray",
-                   head.colour ? hint : "");
+  std::uint32_t lines(const PageHead& head, std::uint32_t quick, std::uint64_t memory) const {
+    const std::uint64_t wanted = job_.bandLines != 0 ? job_.bandLines : quick;
+    const std::uint64_t room = 1 + std::min(memory, longestBand) / head.lineBytes();
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>({wanted, room, head.height}));
   }
 
-  void write(PageSource& page, const RasterHeader* header) const {
-    const PageHead& head = page.head();
-    const std::uint32_t wanted = job_.bandLines != 0 ? job_.bandLines : page.quickLines();
-    const std::uint32_t most = bandLines(in_, head, wanted);
-    meter_.inFiles([&] { writer_.beginPage(head, header); });
-    drawInBands(
-        in_, page, head.colour ? Layout::interleaved : Layout::gray, most,
-        [this](const Planes& band, std::uint32_t count) {
-          meter_.inOutput([&] { writer_.writeLines(band.at[0], count); });
-        },
-        [&](std::uint32_t count) { meter_.linesWritten(count, count * head.lineBytes()); });
+  // What is made before something fails is written all the same, and of two failures the first in
+  // the page is thrown. A page of which nothing is made leaves no header.
+  void write(EnteringLines& entering, const Engine::Plan& plan, const PageReader& reader,
+             std::uint64_t memory) {
+    const PageHead& head = plan.page;
+    const std::uint32_t most = lines(head, plan.quickLines, memory);
+    BandQueue queue(head.height, most, head.lineBytes(), memory + head.lineBytes(),
+                    [this](const std::uint8_t* band, std::uint32_t count) {
+                      meter_.inOutput([&] { writer_.writeLines(band, count); });
+                    });
+    try {
+      bool isDone = false;
+      for (std::uint32_t made = 0; made < head.height;) {
+        const std::uint32_t count = std::min(most, head.height - made);
+        RastChainLines leaving = linesAt(head, queue.next(), count);
+        while (leaving.nCount > 0) isDone = run(entering.refilled(), leaving);
+        if (made == 0) {
+          meter_.inFiles([&] { writer_.beginPage(head, reader.rasterHeader()); });
+        }
+        queue.pass();
+        meter_.linesWritten(count, count * head.lineBytes());
+        made += count;
+      }
+      RastChainLines none = {};
+      while (!isDone) isDone = run(entering.refilled(), none);
+    } catch (...) {
+      queue.finish();
+      throw;
+    }
+    queue.finish();
+  }
+
+  bool run(RastChainLines& entering, RastChainLines& leaving) {
+    return meter_.inLibrary([&] { return engine_.run(in_, entering, leaving); });
   }
 
   const Job& job_;
+  Engine& engine_;
   Input& in_;
   PageWriter& writer_;
   Meter& meter_;
-  std::vector<Station> stations_;
 };
 
 }  // namespace
@@ -86,11 +117,11 @@ ExitCode run(const Job& job) {
   Input in(job.inPath, job.memory);
   const std::unique_ptr<PageStream> pages = openPages(in);
   Output out(job.outPath);
-  // The library prints diagnostics on standard output, where the pixels may be going.
+  const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
+  // Where pixels may be going, no library prints.
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
     fail(ExitCode::runTime, "standard output cannot be set aside");
   }
-  const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
   Meter meter(job.progress, in, job.pages.count(), job.stats);
   Pipeline pipeline(job, in, *writer, meter);
   everyPage(in, *pages, job.pages, [&](PageReader& page) { pipeline.runPage(page); });

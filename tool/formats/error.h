@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "text/text.h"
+#include "text/printable.h"
 
 enum class ExitCode {
   done = 0,

@@ -117,12 +117,14 @@ void Input::failShort(std::uint64_t line, const std::string& expected) const {
   fail(ExitCode::damaged, line, "ends early; expected ", expected);
 }
 
-void Input::failMemory(std::uint64_t line, const std::string& what, std::uint64_t bytes) const {
+std::uint64_t Input::megabytesFor(std::uint64_t bytes) {
   constexpr unsigned megabyte = 20;  // as a power of two
-  const std::uint64_t needed = bytes * bands_;
-  fail(ExitCode::memory, line, what, " needs ", needed, " bytes in all steps and ", memoryCap(),
-       " are left; --memory ", ((needed + memoryForOthers - 1) >> megabyte) + 1,
-       "M or more is needed");
+  return ((bytes + memoryForOthers - 1) >> megabyte) + 1;
+}
+
+void Input::failMemory(std::uint64_t line, const std::string& what, std::uint64_t bytes) const {
+  fail(ExitCode::memory, line, what, " needs ", bytes, " bytes and ", memoryCap(),
+       " are allowed; --memory ", megabytesFor(bytes), "M or more is needed");
 }
 
 std::string Input::place(std::uint64_t line) const {

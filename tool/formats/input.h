@@ -38,12 +38,11 @@ class Input {
   // back and forth.
   std::optional<double> portion() const noexcept;
 
-  // What all that is in work of its pages may take, and each of the bands that are in work at once.
-  std::uint64_t memory() const { return memory_; }
+  // What all lines in work may take.
   std::uint64_t memoryCap() const { return memory_ - memoryForOthers; }
-  std::uint64_t memoryForBand() const { return memoryCap() / bands_; }
-  void setBands(std::size_t bands) { bands_ = bands; }
-  // Tells what needs so many bytes in each band, more than there are.
+  // The megabytes to give for so many bytes of lines.
+  static std::uint64_t megabytesFor(std::uint64_t bytes);
+  // Rejects what needs so many bytes, more than there are.
   [[noreturn]] void failMemory(std::uint64_t line, const std::string& what,
                                std::uint64_t bytes) const;
 
@@ -68,7 +67,6 @@ class Input {
 
   std::string name_;
   std::uint64_t memory_;
-  std::size_t bands_ = 1;
   Descriptor file_;
   std::uint64_t start_ = 0;
   std::uint64_t read_ = 0;  // bytes of the file, from the start on

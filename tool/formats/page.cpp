@@ -52,16 +52,15 @@ class ImageStream final : public PageStream {
 
 }  // namespace
 
-PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
-                     const char* page) {
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour) {
   if (width < 1 || width > INT32_MAX || height < 1 || height > INT32_MAX) {
-    in.fail(ExitCode::damaged, 0, "the ", page, " size is out of range; expected 1 to ", INT32_MAX,
+    in.fail(ExitCode::damaged, 0, "the page size is out of range; expected 1 to ", INT32_MAX,
             " columns and lines");
   }
   const PageHead head{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                       colour};
-  if (head.workBytes() > in.memoryForBand()) {
-    in.failMemory(0, join("a line of the ", page, ", ", width, " columns,"), head.workBytes());
+  if (head.workBytes() > in.memoryCap()) {
+    in.failMemory(0, join("a line of the page, ", width, " columns,"), head.workBytes());
   }
   if (head.workBytes() > longestBand) {
     in.fail(ExitCode::unsupported, 0, "a line of ", width, " columns is too long; expected up to ",
@@ -76,7 +75,7 @@ std::uint32_t quickLines(const PageHead& head) {
 }
 
 std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted) {
-  const std::uint64_t share = std::min(in.memoryForBand(), longestBand);
+  const std::uint64_t share = std::min(in.memoryCap(), longestBand);
   const std::uint64_t most = std::min<std::uint64_t>(head.height, share / head.workBytes());
   if (wanted == 0) wanted = quickLines(head);
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));

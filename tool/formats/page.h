@@ -30,14 +30,13 @@ struct PageHead {
   }
   const char* kind() const { return colour ? "RGB" : "gray"; }
   std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
-  // What a line takes while in work: as input planes, as output planes, and colour as stored.
-  std::uint64_t workBytes() const { return std::uint64_t{width} * (colour ? 9 : 2); }
+  // The least memory for lines in work: one that is read and one that is written.
+  std::uint64_t workBytes() const { return 2 * std::uint64_t{lineBytes()}; }
 };
 
-// The one gate for sizes, of pages that come from a file and of those that become of them: refuses
-// what is empty or absurd, and lines that alone are above the cap of the input.
-PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour,
-                     const char* page = "page");
+// The one gate for sizes of pages in files: rejects empty and absurd sizes, and lines that alone are
+// above the cap of the input.
+PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour);
 
 // Whatever the cap, the offsets inside a plane stay below 2^31.
 inline constexpr std::uint64_t longestBand = std::uint64_t{1} << 30;

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "formats/shared_library.h"
-#include "numbers/elementary.h"
 
 namespace {
 
@@ -296,7 +295,7 @@ ssize_t onWrite(void* context, unsigned char* data, std::size_t size) noexcept {
 
 // A resolution that a header can hold, or 0.
 unsigned wholeResolution(double dots) {
-  return dots >= 1 && dots <= UINT32_MAX ? static_cast<unsigned>(nearest(dots)) : 0;
+  return dots >= 1 && dots <= UINT32_MAX ? static_cast<unsigned>(std::llround(dots)) : 0;
 }
 
 // The same length to less than a pixel. Where no resolution is known, pixels are compared.
@@ -319,7 +318,7 @@ void setPageSize(Page& page, bool pwg) {
   for (std::size_t i = 0; i < 2; ++i) {
     const double length = points(pixels[i], page.HWResolution[i]);
     page.cupsPageSize[i] = static_cast<float>(length);
-    page.PageSize[i] = static_cast<unsigned>(nearest(length));
+    page.PageSize[i] = static_cast<unsigned>(std::llround(length));
     if (pwg) continue;  // which has no box in points
     page.cupsImagingBBox[2 + i] = page.cupsPageSize[i];
     page.ImagingBoundingBox[2 + i] = page.PageSize[i];

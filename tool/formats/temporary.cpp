@@ -10,7 +10,7 @@
 
 #include "formats/error.h"
 #include "formats/signals.h"
-#include "text/text.h"
+#include "text/printable.h"
 
 namespace {
 

@@ -358,7 +358,7 @@ void TiffReader::readPlane(std::uint16_t plane, std::uint8_t* stored) {
   const Input& in = source_.in;
   const std::uint64_t packed = std::min(
       in.size(), TIFFGetStrileByteCount(planes_[0], TIFFComputeStrip(planes_[0], done_, plane)));
-  if (packed > in.memoryForBand() / (planar_ ? 3 : 1)) {
+  if (packed > in.memoryCap() / (planar_ ? 3 : 1)) {
     in.failMemory(line, "a compressed strip, which is read as a whole,",
                   packed * (planar_ ? 3 : 1));
   }

@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "formats/file.h"
-#include "text/text.h"
+#include "text/printable.h"
 
 namespace {
 

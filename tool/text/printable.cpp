@@ -1,27 +1,9 @@
-#include "text/text.h"
+#include "text/printable.h"
 
 #include <algorithm>
 #include <clocale>
-#include <cstdio>
 #include <cwchar>
 #include <cwctype>
-
-std::string join(std::initializer_list<Part> parts) {
-  std::string text;
-  for (const Part& part : parts) text += part.text();
-  return text;
-}
-
-std::string fixed(double number, int digits) {
-  char text[400];  // the largest number has 309 digits before the point
-  std::snprintf(text, sizeof text, "%.*f", digits, number);
-  return text;
-}
-
-std::string hexadecimal(std::uint64_t number) {
-  char digits[16];
-  return {digits, std::to_chars(std::begin(digits), std::end(digits), number, 16).ptr};
-}
 
 std::string alignedRight(const std::string& text, std::size_t width) {
   return std::string(std::max(width, text.size()) - text.size(), ' ') + text;
@@ -29,16 +11,6 @@ std::string alignedRight(const std::string& text, std::size_t width) {
 
 std::string alignedLeft(const std::string& text, std::size_t width) {
   return text + std::string(std::max(width, text.size()) - text.size(), ' ');
-}
-
-std::vector<std::string> split(std::string_view text, char separator) {
-  std::vector<std::string> pieces;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find(separator), text.size());
-    pieces.emplace_back(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-  return pieces;
 }
 
 std::string printable(const std::string& text) {

@@ -42,4 +42,11 @@ inline std::vector<Level> levels() {
   return all;
 }
 
+/// The rows of each level, and null for the definition.
+inline std::vector<const Rows*> levelsAndDefinition() {
+  std::vector<const Rows*> all = {nullptr};
+  for (const Level& level : levels()) all.push_back(level.rows);
+  return all;
+}
+
 }  // namespace rast::test

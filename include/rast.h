@@ -534,8 +534,8 @@ typedef struct RastZoomParam {
  *     1 are read, none where nHeight <= nStartY
  * @param pPlanes from pIn to pOut. The output is packed: line j of a plane starts at pOut + j * M,
  *     with M the number of samples that a line becomes.
- * @param pParam a vertical ratio above 1000 returns RAST_OK at once; a horizontal one reads the
- *     source and writes nothing
+ * @param pParam a ratio above 1000 reads and writes nothing; a vertical one returns RAST_OK at once,
+ *     a horizontal one allocates first
  *
  * Allocates working lines and frees them before it returns.
  *

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the named suites of checks, or all of them; --short all but the long ones, --list tells which
-# there are and what each takes. With several suites a Markdown table of what each has shown ends the
-# report.
+# there are and what each takes. A Markdown table of what each has shown ends the report; with --store
+# first, and where all pass, its rows replace those of docs/verification.md.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
@@ -14,6 +14,7 @@ O0            long   No test depends on optimisation
 asan-ubsan    short  No test makes the library or the command do anything undefined, or leave its memory
 tsan          short  Concurrent calls share nothing that is written, and the threads of the command nothing unguarded
 levels        short  Every instruction-set level works alone
+simulated     short  The AVX-512 level gives the same bytes, on simulated instructions, whatever the processor
 old-cpus      short  Processors without AVX2 or AVX-512 get, and run, a level of theirs
 i386          short  32-bit x86 gives the same bytes
 qemu-arm      short  32-bit ARM gives the same bytes, with NEON and without
@@ -70,9 +71,15 @@ build() { # PRESET [TARGET...]
   quietly cmake --build --preset "$1" ${2:+--target "${@:2}"}
 }
 
+# The built levels that the tests in the log have skipped, because this processor does not run them.
+lacking() {
+  grep -E '\(Skipped\)|^\[  SKIPPED ' "$log" | grep -oE '/(avx2|avx512|neon)\b' | sort -u |
+    paste -sd ' ' | sed 's/./ (not on this processor: /; s|/||g; s/$/)/'
+}
+
 tests() { # PRESET [CTEST OPTION...]
   quietly ctest --preset "$1" -j "$jobs" "${@:2}"
-  figure "$(grep -oE '[0-9]+% tests passed.*' "$log" | sed -E 's/100% tests passed, 0 tests failed out of/tests:/')"
+  figure "$(grep -oE '[0-9]+% tests passed.*' "$log" | sed -E 's/100% tests passed, 0 tests failed out of/tests:/')$(lacking)"
 }
 
 build_and_test() {
@@ -84,7 +91,7 @@ build_and_test() {
 in_parts() { # COMMAND...
   quietly xargs -P "$jobs" -I{} -a <(seq 0 $((jobs - 1))) \
     env "GTEST_TOTAL_SHARDS=$jobs" GTEST_SHARD_INDEX={} "$@"
-  figure "$(grep -oE 'PASSED  \] [0-9]+' "$log" | awk '{n += $3} END {print "tests: " n}')"
+  figure "$(grep -oE 'PASSED  \] [0-9]+' "$log" | awk '{n += $3} END {print "tests: " n}')$(lacking)"
 }
 
 # Fails unless the library chooses LEVEL where COMMAND runs the program that prints its choice.
@@ -114,6 +121,10 @@ suite_O0() {
 suite_asan-ubsan() {
   deps tool test clang
   build_and_test asan-ubsan-clang -LE exhaustive
+  build asan-ubsan operations differential
+  in_parts build/asan-ubsan/tests/operations/operations
+  quietly build/asan-ubsan/tests/differential/differential --seed 4 --calls 10000
+  figure "with g++: $(tail -n 1 "$log")"
 }
 
 suite_tsan() {
@@ -133,9 +144,14 @@ suite_levels() {
     if [[ $level == arm-* ]] || grep -qwE "${level#*-}|${level#*-}_?vbmi" /proc/cpuinfo; then
       tests "$level" -R '^interface'
     else
-      echo "$level: built only; this processor does not run it"
+      figure "$level: built, not run on this processor"
     fi
   done
+}
+
+suite_simulated() {
+  deps test simulated
+  build_and_test simulated
 }
 
 suite_old-cpus() {
@@ -259,6 +275,7 @@ suite_queue() {
   build_and_test default -R '^tool.print_filter$' --verbose
   # Without what stands before it in a queue, the tests would have been skipped.
   if grep -q skipped "$log"; then return 1; fi
+  figure "$(grep -oE 'Ran [0-9]+ tests' "$log" | sed 's/Ran \([0-9]*\) tests/functions: \1/')"
 }
 
 suite_reference() {
@@ -349,7 +366,7 @@ suite_compilers() {
         -DCMAKE_BUILD_TYPE=None -DCMAKE_C_COMPILER="${compiler%:*}" \
         -DCMAKE_CXX_COMPILER="${compiler#*:}" "-DCMAKE_CXX_FLAGS=$flags"
       quietly cmake --build "$build" --target operations
-      echo "${compiler#*:} $flags"
+      figure "${compiler#*:} $flags"
       in_parts "$build/tests/operations/operations"
     done
   done
@@ -377,7 +394,8 @@ suite_fuzz() {
   done >"$corpora/commands"
   quietly xargs -P "$jobs" -L 1 -a "$corpora/commands" env
   rm -r "$corpora"
-  figure "$(awk '/^Done/ {n += $2; k += 1} END {print k " targets, " n " runs"}' "$log")"
+  figure "$(awk '/^Done/ {n += $2; k += 1} END {print k " targets, " n " runs"}' "$log")," \
+    "$(grep -m 1 '^Levels: ' "$log" | tr L l)"
 }
 
 suite_differential() {
@@ -388,7 +406,8 @@ suite_differential() {
   quietly xargs -P "$jobs" -I{} -a <(seq $((seed + 1)) $((seed + jobs))) \
     build/default/tests/differential/differential --seed {} --calls $((calls / jobs))
   figure "$(grep -E '^seed' "$log" | paste -sd' ')" \
-    "$(awk '/^[0-9]+ calls/ {n += $1} END {print n " calls"}' "$log")"
+    "$(awk '/^[0-9]+ calls/ {n += $1} END {print n " calls"}' "$log")$(
+      grep -m 1 -oE ', each .*' "$log")"
 }
 
 suite_packages() {
@@ -406,10 +425,10 @@ suite_mutation() {
   quietly tests/mutation/mutate.py "${wanted[@]}" --report --least 95
   cat "$log"
   figure "$(awk -F' *[|] *' '$2 == "all" {print $3 " mutants, " $6 " of them accepted; " \
-    $7 " killed, " $8 " survive"}' "$log")"
+    $7 " killed, " $8 " survive"} /does not run/ {gsub(":.*", ""); print}' "$log" | paste -sd ';')"
 }
 
-# With the seconds that each took when its figures were last written down.
+# With the seconds that each took when its figures were last stored.
 if [[ ${1:-} == --list ]]; then
   while read -r name length claim; do
     seconds=$(awk -F' *[|] *' -v command="\`scripts/check.sh $name\`" '$3 == command {print $5}' \
@@ -417,6 +436,11 @@ if [[ ${1:-} == --list ]]; then
     printf '%-14s%-6s%5s s  %s\n' "$name" "$length" "$seconds" "$claim"
   done <<<"$list"
   exit 0
+fi
+store=
+if [[ ${1:-} == --store ]]; then
+  store=yes
+  shift
 fi
 mapfile -t all < <(awk '{print $1}' <<<"$list")
 suites=("$@")
@@ -431,6 +455,32 @@ for suite in "${suites[@]}"; do
     exit 2
   fi
 done
+
+# The commit and the day of a run, and how many suites it was of.
+run="$(git describe --always --exclude '*' --dirty=' and changes' 2>/dev/null || echo 'no commit')"
+run+=", $(date +%F), "
+case ${#suites[@]} in
+  1) run+=alone ;;
+  "${#all[@]}") run+="all suites" ;;
+  *) run+="${#suites[@]} suites" ;;
+esac
+
+# Puts the rows of this run in place of the stored ones, all in the order of the list.
+store_rows() {
+  local document=docs/verification.md merged name length claim row
+  merged=$(mktemp)
+  while read -r name length claim; do
+    row=$(grep -hF "| \`scripts/check.sh $name\` |" "$table" "$document") ||
+      row="scripts/check.sh $name\` | not run yet | | |"
+    row=${row%%$'\n'*}
+    echo "| $claim | \`scripts/check.sh ${row#*scripts/check.sh }"
+  done <<<"$list" >"$merged"
+  awk 'FILENAME == ARGV[1] {rows = rows $0 "\n"; next}
+    /^\| .*\| `scripts\/check\.sh / {printf "%s", rows; rows = ""; next}
+    {print}' "$merged" "$document" >"$log"
+  cp "$log" "$document"
+  rm "$merged"
+}
 
 passed=0
 failed=()
@@ -457,13 +507,16 @@ for suite in "${suites[@]}"; do
   fi
   claim=$(awk -v name="$suite" '$1 == name' <<<"$list" | sed -E 's/^(\S+ +){2}//')
   echo "| $claim | \`scripts/check.sh $suite\` | $(paste -sd ';' "$figures" | sed 's/;/; /g')" \
-    "| $seconds |" >>"$table"
+    "| $seconds | $run |" >>"$table"
 done
-if ((${#suites[@]} > 1)); then
-  printf '\n| claim | command | shown | seconds |\n|---|---|---|---:|\n'
-  cat "$table"
-  echo
+printf '\n| claim | command | shown | seconds | run |\n|---|---|---|---:|---|\n'
+cat "$table"
+echo
+if ((${#failed[@]})); then
+  echo "Failed: ${failed[*]}"
+elif [[ $store ]]; then
+  store_rows
+  echo "The rows are stored in docs/verification.md."
 fi
-((${#failed[@]} == 0)) || echo "Failed: ${failed[*]}"
 echo "$passed passed, ${#failed[@]} failed"
 ((${#failed[@]} == 0))

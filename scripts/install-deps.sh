@@ -23,6 +23,7 @@ declare -A sets=(
   [qemu]="qemu-user"
   [queue]="cups cups-filters ghostscript"
   [musl]="musl-tools"
+  [simulated]="libsimde-dev"
   [abi]="abigail-tools"
   [coverage]="gcovr"
   [valgrind]="valgrind libc6-dbg"

@@ -19,6 +19,12 @@ inline bool apart(const void* a, size_t aSize, const void* b, size_t bSize) {
   return distance >= aSize && uintptr_t{0} - distance >= bSize;
 }
 
+/// The address `offset` bytes from `base`, to be compared: nothing need be there.
+inline const void* addressAt(const void* base, ptrdiff_t offset) {
+  return reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(base) +
+                                       static_cast<uintptr_t>(offset));
+}
+
 enum class InPlace { refused, served };
 
 /// True when no output shares a byte of a line with an input or with another output. An output that
@@ -46,10 +52,8 @@ template <size_t N>
 bool linesApart(const RastArea& area, uint8_t* const (&out)[N], const void* block, size_t size) {
   const auto width = static_cast<size_t>(area.nWidth);
   for (int32_t r = 0; r < area.nHeight; ++r) {
-    const auto offset = static_cast<uintptr_t>(lineOffset(area, r));
-    for (uint8_t* plane : out) {
-      const uintptr_t line = reinterpret_cast<uintptr_t>(plane) + offset;
-      if (!apart(reinterpret_cast<const void*>(line), width, block, size)) return false;
+    for (const uint8_t* plane : out) {
+      if (!apart(addressAt(plane, lineOffset(area, r)), width, block, size)) return false;
     }
   }
   return true;

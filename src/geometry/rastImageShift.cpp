@@ -46,8 +46,6 @@ struct Segments {
   }
 };
 
-size_t sizeOf(int32_t length) { return length > 0 ? static_cast<size_t>(length) : 0; }
-
 }  // namespace
 
 }  // namespace rast
@@ -72,31 +70,24 @@ uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
   const bool fills = param.nFillMode != 0;
   const int value = param.nFillMode == 2 ? 255 : 0;
   const int32_t pitch = param.nOutLineWidth;
+  const auto fill = [&](ptrdiff_t at, int32_t length) {
+    for (size_t p = first; fills && length > 0 && p < end; ++p) {
+      memset(planes.pOut[p] + at, value, static_cast<size_t>(length));
+    }
+  };
 
-  if (fills) {
-    for (size_t p = first; p < end; ++p)
-      memset(planes.pOut[p], value, sizeOf(wrappingMultiply(pitch, segments.top)));
-  }
+  fill(0, wrappingMultiply(pitch, segments.top));
   for (int32_t r = 0; r < segments.lines; ++r) {
     const ptrdiff_t source = lineOffset(area, r);
     const ptrdiff_t target = wrappingMultiply(wrappingAdd(segments.top, r), pitch);
-    for (size_t p = first; fills && p < end; ++p) {
-      memset(planes.pOut[p] + target, value, sizeOf(segments.left));
-    }
-    for (size_t p = first; p < end; ++p) {
+    fill(target, segments.left);
+    for (size_t p = first; segments.copied > 0 && p < end; ++p) {
       memcpy(planes.pOut[p] + target + segments.left, planes.pIn[p] + source,
-             sizeOf(segments.copied));
+             static_cast<size_t>(segments.copied));
     }
-    for (size_t p = first; fills && p < end; ++p) {
-      memset(planes.pOut[p] + target + segments.left + segments.copied, value,
-             sizeOf(segments.right));
-    }
+    fill(target + segments.left + segments.copied, segments.right);
   }
-  if (fills) {
-    const ptrdiff_t below = wrappingMultiply(wrappingAdd(segments.top, segments.lines), pitch);
-    for (size_t p = first; p < end; ++p) {
-      memset(planes.pOut[p] + below, value, sizeOf(wrappingMultiply(pitch, segments.bottom)));
-    }
-  }
+  fill(wrappingMultiply(wrappingAdd(segments.top, segments.lines), pitch),
+       wrappingMultiply(pitch, segments.bottom));
   return RAST_OK;
 }

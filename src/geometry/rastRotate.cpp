@@ -158,11 +158,11 @@ void rotate(const Target& target, SourceLines source) {
 
 /// The bytes from the first to the last of equally spaced stretches.
 struct Block {
-  const uint8_t* first;
+  const void* first;
   size_t size;
 
-  Block(const uint8_t* start, ptrdiff_t step, int32_t count, int32_t length)
-      : first(start + (step < 0 ? (count - 1) * step : 0)),
+  Block(const void* start, ptrdiff_t step, int32_t count, int32_t length)
+      : first(addressAt(start, step < 0 ? (count - 1) * step : 0)),
         size(static_cast<size_t>((count - 1) * (step < 0 ? -step : step) + length)) {}
 
   bool apartFrom(const Block& other) const { return apart(first, size, other.first, other.size); }
@@ -182,7 +182,7 @@ bool served(const Target& target, SourceLines source) {
   if (target.lines < least || width < least || pitch < width) return false;
   const auto output = [&](int32_t p) {
     const ptrdiff_t left = target.columnStep < 0 ? width - 1 : 0;
-    return Block(target.first[p] - left, target.pitch, target.lines, target.columns);
+    return Block(addressAt(target.first[p], -left), target.pitch, target.lines, target.columns);
   };
   for (int32_t p = 0; p < target.planes; ++p) {
     for (int32_t other = 0; other < p; ++other) {
@@ -299,12 +299,14 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
   if (clockwise) start = wrappingAdd(start, wrappingSubtract(ctx.nRotWidth, 1));
   Target target{{},    ctx.nOutLineWidth, clockwise ? -1 : 1, clockwise ? 1 : -1, ctx.nPlaneNum,
                 lines, ctx.nRotWidth};
-  for (int32_t p = 0; p < ctx.nPlaneNum; ++p) target.first[p] = pBand->pOut[p] + start;
   const SourceLines source(ctx);
-  if (rows && served(target, source)) {
-    rotate(*rows, target, source);
-  } else {
-    definition::rotate(target, source);
+  if (lines > 0 && ctx.nRotWidth > 0 && source.present()) {
+    for (int32_t p = 0; p < ctx.nPlaneNum; ++p) target.first[p] = pBand->pOut[p] + start;
+    if (rows && served(target, source)) {
+      rotate(*rows, target, source);
+    } else {
+      definition::rotate(target, source);
+    }
   }
 
   ctx.nSrcX = clockwise ? wrappingAdd(ctx.nSrcX, lines) : wrappingSubtract(ctx.nSrcX, lines);

@@ -98,12 +98,6 @@ size_t reduce(const uint8_t* const* lines, size_t width, uint8_t* const* out,
 
 }  // namespace definition
 
-/// Ratios above 1.0 are admitted and produce nothing; the driver moves on by this count all the
-/// same.
-size_t enlarge(const uint8_t* const*, size_t, uint8_t* const*, const RastZoomParam&) {
-  return RAST_ERR_NOT_SUPPORTED;
-}
-
 /// The lengths of the groups of a ratio up to 1.0 in turn, which are of two kinds.
 struct GroupLengths {
   uint32_t ratio;
@@ -194,15 +188,16 @@ class Reduction {
   Reduction(const RastArea& area, const RastPlaneSet& planes, const RastZoomParam& param)
       : area_(area), param_(param), width_(static_cast<size_t>(area.nWidth)) {
     for (uint32_t p = 0; p < param.nPlaneNum; ++p) {
-      line_[p] = planes.pIn[p] + lineOffset(area, 0);
+      in_[p] = planes.pIn[p];
       out_[p] = planes.pOut[p];
     }
   }
 
   uint32_t run(const Rows* rows) {
     if (!allocate()) return RAST_ERR_NO_MEMORY;
-    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) source_[p] = line_[p];
-    if (!rows || !(copies() || reduces(*rows))) reduceByDefinition();
+    // Ratios above 1.0 are admitted and produce nothing.
+    const bool writes = param_.nRatioX <= kWhole && area_.nStartY < area_.nHeight;
+    if (writes && !(rows && (copies() || reduces(*rows)))) reduceByDefinition();
     free(source_);
     releaseSet(means_, param_.nPlaneNum);
     releaseSet(sums_, param_.nPlaneNum);
@@ -221,10 +216,19 @@ class Reduction {
     return false;
   }
 
+  /// Moves to a line that is there.
+  void moveTo(int64_t y) {
+    const auto below = static_cast<ptrdiff_t>((y - area_.nStartY) * area_.nLineWidth);
+    for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+      source_[p] = in_[p] + lineOffset(area_, 0) + below;
+    }
+  }
+
   void reduceByDefinition() {
     Group group{param_.nRatioY};
     for (int32_t y = area_.nStartY; y < area_.nHeight; ++y) {
       const bool completes = group.add();
+      moveTo(y);
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
         auto* const sums = reinterpret_cast<uint16_t*>(sums_[p]);
         if (completes) {
@@ -232,7 +236,6 @@ class Reduction {
         } else {
           definition::sumLine(sums, source_[p], width_, group.count == 1);
         }
-        source_[p] += area_.nLineWidth;
       }
       if (!completes) continue;
       emitByDefinition();
@@ -247,8 +250,7 @@ class Reduction {
   }
 
   void emitByDefinition() {
-    const auto step = param_.nRatioX <= kWhole ? definition::reduce : enlarge;
-    const size_t written = step(means_, width_, out_, param_);
+    const size_t written = definition::reduce(means_, width_, out_, param_);
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) out_[p] += written;
   }
 
@@ -257,8 +259,7 @@ class Reduction {
   /// a time, after all that is read for them has been read.
   bool served(const Rows& rows) const {
     constexpr uint32_t leastRatioY = 4;
-    if (param_.nRatioX > kWhole || param_.nRatioY < leastRatioY) return false;
-    if (width_ < rows.registerBytes) return false;
+    if (param_.nRatioY < leastRatioY || width_ < rows.registerBytes) return false;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       for (uint32_t other = 0; other < p; ++other) {
         if (!apart(out_[p], width_, out_[other], width_)) return false;
@@ -294,6 +295,7 @@ class Reduction {
       const auto left = static_cast<size_t>(area_.nHeight - y);
       const size_t length = groups.next();
       const size_t lines = length < left ? length : left;
+      moveTo(y);
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
         uint8_t* const mean = sums_[p];
         uint8_t* const carried = means_[p];
@@ -305,7 +307,6 @@ class Reduction {
         } else {
           memcpy(mean, source_[p], width_);
         }
-        source_[p] += static_cast<ptrdiff_t>(lines) * area_.nLineWidth;
       }
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
         const uint8_t* const mean = sums_[p];
@@ -354,7 +355,7 @@ class Reduction {
   /// one piece where lines follow one another.
   bool copies() {
     if (param_.nRatioX != kWhole || param_.nRatioY != kWhole) return false;
-    if (area_.nStartY >= area_.nHeight) return true;
+    moveTo(area_.nStartY);
     const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
     const auto pitch = static_cast<size_t>(area_.nLineWidth);
     const size_t written = lines * width_;
@@ -380,7 +381,7 @@ class Reduction {
   const RastArea area_;
   const RastZoomParam param_;
   const size_t width_;
-  const uint8_t* line_[kMaxPlanes];  // the first source line of each plane
+  const uint8_t* in_[kMaxPlanes];
   uint8_t* out_[kMaxPlanes];
   const uint8_t** source_ = nullptr;  // the current source line of each plane
   uint8_t** means_ = nullptr;         // an averaged line of each

@@ -18,12 +18,12 @@ template <class Divide>
 inline void meanWith(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
                      size_t width, Divide divide) {
   eachRegister(width, [=](size_t x) {
-    const uint8_t* line = lines + x;
     U16 low{};
     U16 high{};
-    for (size_t k = 0; k < count; ++k, line += pitch) {
-      const U8 samples = load(line);
-      prefetch(line, (ptrdiff_t)count * pitch);
+    size_t at = x;  // not a pointer, which would end past the last line
+    for (size_t k = 0; k < count; ++k, at += (size_t)pitch) {
+      const U8 samples = load(lines + at);
+      prefetch(lines + at, (ptrdiff_t)count * pitch);
       low += widenLow(samples);
       high += widenHigh(samples);
     }

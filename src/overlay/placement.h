@@ -105,6 +105,17 @@ void compose(const Placement& placement, Fill fill, Line line) {
   for (; y < placement.outHeight; ++y) fill(placement.wholeLine());
 }
 
+/// Where an image of N planes is read next: an offset, because an image of which nothing shows need
+/// not be there.
+template <size_t N>
+struct Cursor {
+  const uint8_t* planes[N];
+  uintptr_t offset;  // wraps, as addresses do
+
+  const uint8_t* at(size_t k = 0) const { return planes[k] + static_cast<ptrdiff_t>(offset); }
+  void advance(ptrdiff_t bytes) { offset += static_cast<uintptr_t>(bytes); }
+};
+
 /// Offset of the overlay rectangle's first pixel in its image.
 inline ptrdiff_t overlayStart(const RastOverlayParam& param) {
   return lineOffset(

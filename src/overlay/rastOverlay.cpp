@@ -9,24 +9,20 @@ namespace rast {
 
 namespace {
 
-/// A source's planes, whose cursors move together, line by line with a skip to the next one.
+/// A source whose cursor moves line by line, with a skip to the next one.
 template <size_t N>
-struct Source {
-  const uint8_t* at[N];
+struct Source : Cursor<N> {
   int32_t skip;
   bool started = false;
 
   /// `visible` columns of each line are consumed.
   Source(const uint8_t* const* planes, ptrdiff_t start, int32_t pitch, int32_t visible)
-      : skip(wrappingSubtract(pitch, visible)) {
-    for (size_t k = 0; k < N; ++k) at[k] = planes[k] + start;
+      : Cursor<N>{{}, static_cast<uintptr_t>(start)}, skip(wrappingSubtract(pitch, visible)) {
+    for (size_t k = 0; k < N; ++k) this->planes[k] = planes[k];
   }
   void beginLine() {
-    if (started) advance(skip);
+    if (started) this->advance(skip);
     started = true;
-  }
-  void advance(ptrdiff_t samples) {
-    for (const uint8_t*& plane : at) plane += samples;
   }
 };
 
@@ -57,6 +53,7 @@ struct Composition {
   }
 
   void fill(size_t samples) {
+    if (samples == 0) return;
     for (uint8_t*& plane : out) {
       memset(plane, background, samples);
       plane += samples;
@@ -83,7 +80,7 @@ template <size_t N>
 void pixel(const Composition<N>& c, Cover cover) {
   uint8_t below[N] = {};
   if (cover == Cover::base || cover == Cover::both) {
-    for (size_t k = 0; k < N; ++k) below[k] = *c.base.at[k];
+    for (size_t k = 0; k < N; ++k) below[k] = *c.base.at(k);
   }
   if (cover == Cover::base || cover == Cover::none) {
     for (size_t k = 0; k < N; ++k) *c.out[k] = cover == Cover::base ? below[k] : c.background;
@@ -92,7 +89,7 @@ void pixel(const Composition<N>& c, Cover cover) {
   uint8_t weakened[N];
   uint8_t largest = 0;
   for (size_t k = 0; k < N; ++k) {
-    weakened[k] = static_cast<uint8_t>((*c.overlay.at[k] * c.blend.scale) >> 8);
+    weakened[k] = static_cast<uint8_t>((*c.overlay.at(k) * c.blend.scale) >> 8);
     if (weakened[k] > largest) largest = weakened[k];
   }
   const bool transparent = largest < c.blend.threshold;
@@ -117,7 +114,7 @@ void line(Composition<N>& c, int32_t y) {
 template <size_t N, size_t M>
 Row<N, M> rowAt(const Composition<M>& c, size_t width) {
   Row<N, M> row;
-  for (size_t k = 0; k < N; ++k) row.in[k] = k < M ? c.overlay.at[k] : c.base.at[k - M];
+  for (size_t k = 0; k < N; ++k) row.in[k] = k < M ? c.overlay.at(k) : c.base.at(k - M);
   for (size_t k = 0; k < M; ++k) row.out[k] = c.out[k];
   row.width = width;
   return row;
@@ -143,7 +140,7 @@ void line(const Rows& rows, Composition<N>& c, int32_t y) {
       continue;
     }
     if (cover == Cover::base) {
-      for (size_t k = 0; k < N; ++k) memcpy(c.out[k], c.base.at[k], length);
+      for (size_t k = 0; k < N; ++k) memcpy(c.out[k], c.base.at(k), length);
     } else {
       run(rows, c, cover == Cover::both, length);
     }
@@ -168,11 +165,11 @@ struct Extent {
     if (at > high) high = at;
   }
   template <size_t N>
-  bool apartFrom(const uint8_t* const (&planes)[N], const uint8_t* out, size_t outSize) const {
-    for (const uint8_t* plane : planes) {
-      const auto begin = reinterpret_cast<uintptr_t>(plane) + static_cast<uintptr_t>(low);
-      const auto size = static_cast<size_t>(high - low);
-      if (!apart(out, outSize, reinterpret_cast<const void*>(begin), size)) return false;
+  bool apartFrom(const Cursor<N>& start, const uint8_t* out, size_t outSize) const {
+    const auto begin = static_cast<ptrdiff_t>(start.offset + static_cast<uintptr_t>(low));
+    const auto size = static_cast<size_t>(high - low);
+    for (const uint8_t* plane : start.planes) {
+      if (!apart(out, outSize, addressAt(plane, begin), size)) return false;
     }
     return true;
   }
@@ -198,8 +195,8 @@ bool planesApart(const Composition<N>& c) {
         }
       });
   for (size_t k = 0; k < N; ++k) {
-    if (!base.apartFrom(c.base.at, c.out[k], out)) return false;
-    if (!overlay.apartFrom(c.overlay.at, c.out[k], out)) return false;
+    if (!base.apartFrom(c.base, c.out[k], out)) return false;
+    if (!overlay.apartFrom(c.overlay, c.out[k], out)) return false;
     for (size_t other = k + 1; other < N; ++other) {
       if (!apart(c.out[k], out, c.out[other], out)) return false;
     }

@@ -14,11 +14,12 @@ constexpr size_t kPixel = 3;
 /// The output and the two source cursors, which run on from line to line.
 struct Cursors {
   uint8_t* out;
-  const uint8_t* base;
-  const uint8_t* overlay;
+  Cursor<1> base;
+  Cursor<1> overlay;
 };
 
 void fill(Cursors& at, size_t pixels, uint8_t background) {
+  if (pixels == 0) return;
   memset(at.out, background, pixels * kPixel);
   at.out += pixels * kPixel;
 }
@@ -36,16 +37,16 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
   for (int32_t x = placement.left; x < placement.right; ++x) {
     switch (placement.coverAt(x, y)) {
       case Cover::base:
-        copyPixel(at, at.overlay);
-        at.overlay += kPixel;
+        copyPixel(at, at.overlay.at());
+        at.overlay.advance(kPixel);
         break;
       case Cover::overlay:
-        copyPixel(at, at.base);
-        at.base += kPixel;
+        copyPixel(at, at.base.at());
+        at.base.advance(kPixel);
         break;
       case Cover::both:
-        copyPixel(at, at.overlay);
-        at.base += kPixel;
+        copyPixel(at, at.overlay.at());
+        at.base.advance(kPixel);
         break;
       case Cover::none:
         fill(at, 1, background);
@@ -56,15 +57,15 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
 
 }  // namespace definition
 
-void copyRun(Cursors& at, const uint8_t*& from, size_t size) {
-  memcpy(at.out, from, size);
+void copyRun(Cursors& at, Cursor<1>& from, size_t size) {
+  memcpy(at.out, from.at(), size);
   at.out += size;
-  from += size;
+  from.advance(static_cast<ptrdiff_t>(size));
 }
 
 /// Writes one pixel over and over, doubling what there is.
 void repeatPixel(Cursors& at, size_t size) {
-  memcpy(at.out, at.overlay, kPixel);
+  memcpy(at.out, at.overlay.at(), kPixel);
   for (size_t done = kPixel; done < size;) {
     const size_t n = size - done < done ? size - done : done;
     memcpy(at.out + done, at.out, n);
@@ -86,7 +87,7 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
         break;
       case Cover::both:
         repeatPixel(at, length * kPixel);
-        at.base += length * kPixel;
+        at.base.advance(static_cast<ptrdiff_t>(length * kPixel));
         break;
       case Cover::none:
         fill(at, length, background);
@@ -111,13 +112,16 @@ bool sourcesApart(const Cursors& start, const Placement& placement) {
           if (cover == Cover::overlay || cover == Cover::both) base += length;
         }
       });
-  return apart(start.out, out * kPixel, start.base, base * kPixel) &&
-         apart(start.out, out * kPixel, start.overlay, overlay * kPixel);
+  const auto apartFromOut = [&](const Cursor<1>& source, size_t pixels) {
+    const auto begin = static_cast<ptrdiff_t>(source.offset);
+    return apart(start.out, out * kPixel, addressAt(source.planes[0], begin), pixels * kPixel);
+  };
+  return apartFromOut(start.base, base) && apartFromOut(start.overlay, overlay);
 }
 
 /// A pixel offset, which fits 32 bits, in bytes.
-ptrdiff_t bytesOf(ptrdiff_t pixels) {
-  return wrappingMultiply(static_cast<int32_t>(pixels), int32_t{kPixel});
+uintptr_t bytesOf(ptrdiff_t pixels) {
+  return static_cast<uintptr_t>(wrappingMultiply(static_cast<int32_t>(pixels), int32_t{kPixel}));
 }
 
 }  // namespace
@@ -136,8 +140,9 @@ uint32_t overlayRGB24bpp(const Rows* rows, const RastArea* pArea, uint8_t* const
 
   const Placement placement(*pArea, *pOvlParam);
   const uint8_t background = nBgWhite ? 255 : 0;
-  Cursors at{ppRgb[1], ppRgb[0] + bytesOf(lineOffset(*pArea, 0)),
-             pOvlParam->pOvl[0] + bytesOf(overlayStart(*pOvlParam))};
+  Cursors at{ppRgb[1],
+             {{ppRgb[0]}, bytesOf(lineOffset(*pArea, 0))},
+             {{pOvlParam->pOvl[0]}, bytesOf(overlayStart(*pOvlParam))}};
   const bool served = rows && sourcesApart(at, placement);
   compose(
       placement, [&](size_t pixels) { fill(at, pixels, background); },

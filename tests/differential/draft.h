@@ -86,8 +86,16 @@ class Draft : public Choices {
     return breaks() ? pointer : nullptr;
   }
 
-  /// For a pointer that is not to be followed.
-  uint8_t* garbage() { return reinterpret_cast<uint8_t*>(uintptr_t{pick<uint8_t>(0, 2) * 16U}); }
+  /// For a pointer that is not to be followed: null or next to either end of the address space,
+  /// where the sanitizers report an offset added to it.
+  uint8_t* garbage() { return reinterpret_cast<uint8_t*>(pick<intptr_t>(-1, 1) * 16); }
+  uint8_t* garbageButNotNull() { return reinterpret_cast<uint8_t*>(intptr_t{oneIn(2) ? -16 : 16}); }
+
+  /// The pointer to a region, which need not be there where the call touches nothing of it.
+  uint8_t* pointerTo(const Region& region) { return region.size ? region.pointer() : garbage(); }
+  uint8_t* checkedPointerTo(const Region& region) {
+    return region.size ? region.pointer() : garbageButNotNull();
+  }
 
   Arena::Slot take(size_t size) { return arena_.take(size); }
 

@@ -135,16 +135,19 @@ class Engine {
     return difference;
   }
 
+  /// Not inlined: a jump may clobber the local variables of the function that it returns to.
+  [[gnu::noinline]] static bool completes(const Run& run, const Way& way, Answers& answers) {
+    const bool entered = sigsetjmp(leaving, 0) == 0;
+    running = entered;
+    if (entered) answers = run(way);
+    running = 0;
+    return entered;
+  }
+
   Outcome runOne(const Run& run, const Way& way) const {
     Outcome outcome;
-    if (sigsetjmp(leaving, 0) == 0) {
-      running = 1;
-      outcome.answers = run(way);
-    } else {
-      outcome.faulted = true;
-      outcome.touched = touched;
-    }
-    running = 0;
+    outcome.faulted = !completes(run, way, outcome.answers);
+    if (outcome.faulted) outcome.touched = touched;
     heap.release();
     outcome.printed = printed_.take();
     return outcome;

@@ -7,6 +7,11 @@
 
 #include "engine.h"
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::cerr << "Levels: " << rast::test::levelNames() << '\n';
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace rast::test;
   const auto inFamily = [](const Operation& o) { return o.family == Family::RAST_FAMILY; };

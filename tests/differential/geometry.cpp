@@ -179,7 +179,7 @@ class Rotation {
         band.pOut[p] = draft_.garbage();
         if (p >= inSlots_.size()) continue;
         regions[k].at = draft_.placeIn(inSlots_[p], regions[k].size);
-        band.pIn[p] = regions[k].pointer();
+        band.pIn[p] = p == 0 ? draft_.checkedPointerTo(regions[k]) : draft_.pointerTo(regions[k]);
         draft_.tell(regions[k]);
       }
       inBands_.push_back(band);
@@ -207,7 +207,7 @@ class Rotation {
         if (p >= planes) continue;
         const bool follows = step && p > 0;
         region.at = follows ? region.at + step : draft_.placeIn(slots[p], region.size + behind);
-        outBands_[i].pOut[p] = region.pointer();
+        outBands_[i].pOut[p] = p == 0 ? draft_.checkedPointerTo(region) : draft_.pointerTo(region);
         draft_.tell(region);
       }
     }
@@ -363,8 +363,8 @@ Run drawZoom(Draft& draft) {
   const RastArea area = zoomedArea(draft);
   RastZoomParam param{draft.pick<uint32_t>(1, 3), ratio(draft), ratio(draft)};
   const int32_t lines = std::max(0, area.nHeight - area.nStartY);
-  const ptrdiff_t read = lines ? ptrdiff_t{lines - 1} * area.nLineWidth + area.nWidth : 0;
-  const bool writes = param.nRatioX <= 1000 && param.nRatioY <= 1000;
+  const bool writes = lines != 0 && param.nRatioX <= 1000 && param.nRatioY <= 1000;
+  const ptrdiff_t read = writes ? ptrdiff_t{lines - 1} * area.nLineWidth + area.nWidth : 0;
   const ptrdiff_t written =
       writes ? ptrdiff_t{groupsOf(area.nWidth, param.nRatioX)} * groupsOf(lines, param.nRatioY) : 0;
   std::vector<Region> in;
@@ -377,8 +377,8 @@ Run drawZoom(Draft& draft) {
   RastPlaneSet set{};
   for (size_t k = 0; k < 4; ++k) {
     const bool used = k < in.size();
-    set.pIn[k] = used ? in[k].pointer() : draft.garbage();
-    set.pOut[k] = used ? out[k].pointer() : draft.garbage();
+    set.pIn[k] = used ? draft.pointerTo(in[k]) : draft.garbage();
+    set.pOut[k] = used ? draft.pointerTo(out[k]) : draft.garbage();
     if (set.pIn[k]) set.pOut[k] = draft.needed(set.pOut[k] ? set.pOut[k] : out[0].at);
   }
   set.nSize = draft.valid<int32_t>(1, INT32_MAX);
@@ -432,8 +432,9 @@ Run drawImageShift(Draft& draft) {
       region->at = draft.placeIn(draft.take(region->size), region->size);
       draft.tell(*region);
     }
-    set.pIn[k] = in.back().pointer();
-    set.pOut[k] = out.back().pointer();
+    // Either the first or the mono source must be set.
+    set.pIn[k] = k == 1 || k == 2 ? draft.pointerTo(in.back()) : draft.checkedPointerTo(in.back());
+    set.pOut[k] = draft.pointerTo(out.back());
   }
   draft.mayCover(out);
   set.nSize = draft.valid<int32_t>(1, INT32_MAX);

@@ -118,8 +118,9 @@ Run drawOverlayRgb(Draft& draft) {
                  overlay.region("overlay", 0, bytesOf(overlayStart(call.param)), 3)};
   Region out[] = {{"output", 0, 0, static_cast<size_t>(3 * call.outPixels)}};
   draft.arrange(in, out, ptrdiff_t{3} * call.param.nOutWidth, 3 * call.outPixels);
-  call.param.pOvl[0] = in[1].pointer();
-  const std::array images = {draft.needed(in[0].pointer()), draft.needed(out[0].pointer())};
+  call.param.pOvl[0] = draft.checkedPointerTo(in[1]);
+  const std::array images = {draft.needed(draft.checkedPointerTo(in[0])),
+                             draft.needed(out[0].pointer())};
   auto* const ppRgb = draft.record<int32_t>("ppRgb", images, sizeof images);
   // A single plane is refused with an answer of its own.
   const auto planeMode = draft.oneIn(16) ? 2U : draft.pick<uint32_t>(0, 1);
@@ -163,9 +164,12 @@ Run drawOverlay(Draft& draft) {
   draft.arrange(in, out, p.nOutWidth, call.outPixels);
   RastPlaneSet set{};
   for (size_t k = 0; k < 4; ++k) {
-    set.pIn[k] = k < planes ? in[k].pointer() : draft.garbage();
+    const auto pointerTo = [&](const Region& region) {
+      return k == 0 ? draft.checkedPointerTo(region) : draft.pointerTo(region);
+    };
+    set.pIn[k] = k < planes ? pointerTo(in[k]) : draft.garbage();
     set.pOut[k] = k < planes ? out[k].pointer() : draft.garbage();
-    if (k < planes) call.param.pOvl[k] = in[planes + k].pointer();
+    if (k < planes) call.param.pOvl[k] = pointerTo(in[planes + k]);
   }
   set.pIn[0] = draft.needed(set.pIn[0]);
   set.pOut[0] = draft.needed(set.pOut[0]);

@@ -5,7 +5,7 @@ A mutant is one change: a comparison moved to its neighbour or turned round, ano
 constant one up or down, a statement left out. Mutants that do not compile do not count, nor do
 those whose objects come out the same. What no test kills is tried once more with undefined
 behaviour made to trap. The sources are mutated in a copy below --work; an ARM mutant needs an ARM
-machine, since only lines that this one compiles are taken.
+machine, since only lines that this one compiles and runs are taken.
 
   mutate.py --sample 300             a sample over all files, the same for the same --seed
   mutate.py --all --file '*Zoom*'    everything in some files
@@ -40,6 +40,7 @@ ROOT = Path(__file__).resolve().parents[2]
 ACCEPTED = Path(__file__).with_name("equivalent.txt")
 COPIED = ("CMakeLists.txt", "cmake", "examples", "include", "packaging", "src", "tests")
 LEVELS = ("baseline", "avx2", "avx512", "neon")
+FLAGS = {"avx2": "avx2", "avx512": "avx512_?vbmi"}  # of /proc/cpuinfo
 TRAPPING = ("-fsanitize=undefined", "-fno-sanitize=vptr", "-fsanitize-undefined-trap-on-error")
 
 TOKEN = re.compile(
@@ -657,12 +658,20 @@ def main():
         work_in(work, arguments)
 
 
+def lacking():
+    """The levels that this processor does not run."""
+    flags = Path("/proc/cpuinfo").read_text(encoding="ascii", errors="replace")
+    return [level for level, flag in FLAGS.items() if not re.search(rf"\b{flag}\b", flags)]
+
+
 def work_in(work, arguments):
     shop = Workshop(work)
     lines = collections.defaultdict(set)
+    left_out = lacking()
     for unit in shop.units:
-        for file, of_file in unit.lines.items():
-            lines[file] |= of_file
+        if unit.level not in left_out:
+            for file, of_file in unit.lines.items():
+                lines[file] |= of_file
     every = all_mutants(lines)
     results = Results(work / "mutants.json")
     accepted = read_accepted()
@@ -680,6 +689,8 @@ def work_in(work, arguments):
             results.save()
     if arguments.report:
         score = report(every, results, accepted)
+        for level in left_out:
+            print(f"\nThis processor does not run {level}: what it alone compiles is left out")
         if arguments.least is not None and score < arguments.least:
             sys.exit(f"{score:.1f} % killed; {arguments.least:g} % wanted")
 

@@ -7,6 +7,7 @@
 
 #include "rast.h"
 #include "support/call.h"
+#include "support/nowhere.h"
 
 namespace rast::test {
 namespace {
@@ -100,6 +101,35 @@ TEST(ImageShift, ColorPlanesTogether) {
   const RastShiftParam param{1, 0, 3, 2, 1};
   ASSERT_EQ(rastImageShift(&area, &planes, &param, 0), RAST_OK);
   EXPECT_EQ(page, (Bytes{0, 5, 6, 0, 0, 0, 0, 17, 18, 0, 0, 0, 0, 29, 30, 0, 0, 0}));
+}
+
+TEST(ImageShift, PlanesOfWhichNothingIsTouchedNeedNotBeThere) {
+  const uint8_t checked[1] = {};
+  const auto run = [&](const RastShiftParam& param, const uint8_t* in, uint8_t* out) {
+    const RastArea area{40, 5, 3, 2, 2};
+    RastPlaneSet planes{};
+    planes.pIn[3] = checked;  // either source will do for the check
+    for (size_t k = 0; k < 3; ++k) {
+      planes.pIn[k] = in;
+      planes.pOut[k] = out;
+    }
+    planes.nSize = 1;
+    EXPECT_EQ(rastImageShift(&area, &planes, &param, 0), RAST_OK);
+  };
+  for (const uint8_t* in : kNowhere) {
+    for (const uint32_t fill : {1U, 2U}) {
+      Bytes page(6 * 4, 7);
+      run({6, 1, 6, 4, fill}, in, page.data());
+      EXPECT_EQ(page, Bytes(6 * 4, fill == 1 ? 0 : 255)) << "the rectangle lies right of the page";
+    }
+    for (uint8_t* out : kNowhere) {
+      run({6, 1, 6, 4, 0}, in, out);
+      for (const uint32_t fill : {0U, 1U, 2U}) {
+        run({6, 0, 6, 0, fill}, in, out);
+        run({0, 2, 0, 3, fill}, in, out);
+      }
+    }
+  }
 }
 
 struct Call : Planes {

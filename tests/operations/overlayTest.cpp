@@ -11,6 +11,7 @@
 #include "support/call.h"
 #include "support/levels.h"
 #include "support/memory.h"
+#include "support/nowhere.h"
 
 namespace rast::test {
 namespace {
@@ -368,6 +369,81 @@ TEST(Overlay, PlaneModesZeroAndOneAreTheSame) {
   const auto overlay = threeOf(counted(9, 12));
   EXPECT_EQ(planar(scene, base, overlay, {0, 0, 80, 1}),
             planar(scene, base, overlay, {1, 0, 80, 1}));
+}
+
+/// The first plane of a set must not be null.
+template <class Sample>
+void takeAway(Sample* (&planes)[4], uint8_t* first, uint8_t* others) {
+  planes[0] = first;
+  planes[1] = planes[2] = planes[3] = others;
+}
+
+TEST(Overlay, ImagesOfWhichNothingIsTouchedNeedNotBeThere) {
+  const Bytes image(100 * 20);
+  Bytes out(3 * 100 * 20);
+  const auto run = [&](const Rows* rows, uint32_t planeMode, const Scene& scene, bool base,
+                       bool overlays, bool output, uint8_t* first, uint8_t* others) {
+    RastOverlayParam param = scene.param;
+    RastPlaneSet planes{};
+    for (size_t k = 0; k < 3; ++k) {
+      planes.pIn[k] = param.pOvl[k] = image.data();
+      planes.pOut[k] = out.data() + 100 * 20 * k;
+    }
+    if (!base) takeAway(planes.pIn, first, others);
+    if (!overlays) takeAway(param.pOvl, first, others);
+    if (!output) takeAway(planes.pOut, first, others);
+    RastArea area = scene.area;
+    area.nLineWidth = param.nOvlLineWidth = 90;
+    area.nStartX = param.nOvlStartX = 8;
+    area.nStartY = param.nOvlStartY = -1;
+    for (size_t k = 0; k < 3; ++k) {
+      if (base) planes.pIn[k] += 90;
+      if (overlays) param.pOvl[k] += 90;
+    }
+    EXPECT_EQ(overlay(rows, &area, &planes, &param, planeMode, 0, 100, 1), RAST_OK);
+  };
+  for (const Rows* rows : levelsAndDefinition()) {
+    for (const uint32_t planeMode : {0U, 2U}) {
+      for (uint8_t* first : kSetButNowhere) {
+        for (uint8_t* others : kNowhere) {
+          run(rows, planeMode, Scene(0, 9, 80, 9, 100, 12), false, true, true, first, others);
+          run(rows, planeMode, Scene(80, 0, 80, 9, 100, 12), false, true, true, first, others);
+          run(rows, planeMode, Scene(20, 9, 70, 9, 80, 12).baseAt(80, 0), false, true, true, first,
+              others);
+          run(rows, planeMode, Scene(80, 9, 0, 9, 100, 12), true, false, true, first, others);
+          run(rows, planeMode, Scene(80, 9, 80, 0, 100, 12), true, false, true, first, others);
+          run(rows, planeMode, Scene(80, 9, 80, 9, 100, 0), false, false, false, first, others);
+          run(rows, planeMode, Scene(80, 9, 80, 9, 0, 12), false, false, false, first, others);
+        }
+      }
+    }
+  }
+}
+
+TEST(OverlayRgb, ImagesOfWhichNothingIsTouchedNeedNotBeThere) {
+  Bytes image(3 * 100 * 20);
+  Bytes out(3 * 100 * 20);
+  const auto run = [&](const Rows* rows, const Scene& scene, uint8_t* base, uint8_t* over,
+                       uint8_t* output) {
+    RastOverlayParam param = scene.param;
+    RastArea area = scene.area;
+    uint8_t* const rgb[] = {base ? base : image.data(), output ? output : out.data()};
+    param.pOvl[0] = over ? over : image.data();
+    param.nOvlStartX = over ? -16 : 16;
+    area.nStartX = base ? -16 : 16;
+    EXPECT_EQ(overlayRGB24bpp(rows, &area, rgb, &param, 0, 0, 1, 1), RAST_OK);
+    param.nOvlStartX = area.nStartX = 16;
+    EXPECT_EQ(overlayRGB24bpp(rows, &area, rgb, &param, 0, 0, 1, 1), RAST_OK);
+  };
+  for (const Rows* rows : levelsAndDefinition()) {
+    for (uint8_t* nowhere : kSetButNowhere) {
+      run(rows, Scene(80, 9, 0, 9, 100, 12), nowhere, nullptr, nullptr);
+      run(rows, Scene(80, 9, 80, 9, 100, 12), nowhere, nullptr, nullptr);
+      run(rows, Scene(0, 9, 80, 9, 100, 12), nullptr, nowhere, nullptr);
+      run(rows, Scene(80, 9, 80, 9, 100, 0), nowhere, nowhere, nowhere);
+      run(rows, Scene(80, 9, 80, 9, 0, 12), nowhere, nowhere, nowhere);
+    }
+  }
 }
 
 class OverlayLevels : public testing::TestWithParam<Level> {};

@@ -11,6 +11,7 @@
 #include "support/call.h"
 #include "support/levels.h"
 #include "support/memory.h"
+#include "support/nowhere.h"
 
 namespace rast::test {
 namespace {
@@ -315,6 +316,42 @@ TEST(RotateOutput, LinesThatHaveNotComeAreLeftOut) {
     rastRotateSockOutput(&to, &ctx);
     EXPECT_EQ(out, mode == 0 ? (Bytes{4, 8, 0xAA, 3, 7, 0xAA, 2, 6, 0xAA, 1, 5, 0xAA})
                              : (Bytes{0xAA, 5, 1, 0xAA, 6, 2, 0xAA, 7, 3, 0xAA, 8, 4}));
+  }
+}
+
+TEST(RotateOutput, PlanesOfWhichNothingIsTouchedNeedNotBeThere) {
+  const Bytes source(40 * 30);
+  const auto run = [&](const Rows* rows, uint32_t mode, int32_t lines, int32_t width,
+                       const uint8_t* in, uint8_t* out, uint8_t* other) {
+    const auto ctx = freshContext();
+    const RastArea area{40, 3, 30, 0, 30};
+    RastRotateBand band = inputBand(source.data(), 30, 100, 100);
+    band.nPlaneNum = 2;
+    band.pIn[1] = source.data();
+    band.nOutStartX = 5;
+    band.nOutStartY = 2;
+    EXPECT_EQ(rastRotateInputAccumulate(&area, &band, ctx.get(), mode), uint32_t{RAST_COMPLETE});
+    ctx->nRotWidth = width;
+    ctx->stBand[0].pPlane[0] = in;
+    ctx->nOutPos = lines == 0 ? 2 : 0;
+    RastRotateBand to{};
+    to.nLines = lines;
+    to.nOutLineWidth = 100;
+    to.pOut[0] = out;
+    to.pOut[1] = other;
+    EXPECT_FALSE(rotateSockOutput(rows, &to, ctx.get()) & 0x8000);
+  };
+  for (const Rows* rows : levelsAndDefinition()) {
+    for (uint8_t* out : kSetButNowhere) {
+      for (uint8_t* other : kNowhere) {
+        for (const uint32_t mode : {0U, 2U}) {
+          run(rows, mode, 0, 30, source.data(), out, other);
+          for (const int32_t none : {0, -1, INT32_MIN})
+            run(rows, mode, 32, none, source.data(), out, other);
+          run(rows, mode, 32, 30, nullptr, out, other);
+        }
+      }
+    }
   }
 }
 

@@ -11,6 +11,7 @@
 #include "support/heap.h"
 #include "support/levels.h"
 #include "support/memory.h"
+#include "support/nowhere.h"
 
 namespace rast::test {
 namespace {
@@ -60,6 +61,32 @@ TEST(Zoom, TheHeightIsAnEndLine) {
     const RastZoomParam param{1, 1000, 1000};
     ASSERT_EQ(rastZoom(&area, &planes, &param), RAST_OK);
     EXPECT_EQ(out, start == 2 ? Bytes(source.begin() + 8, source.begin() + 24) : Bytes(16, 7));
+  }
+}
+
+TEST(Zoom, PlanesOfWhichNothingIsTouchedNeedNotBeThere) {
+  const Bytes source(100 * 40);
+  const auto run = [](const Rows* rows, const RastArea& area, const uint8_t* in, uint8_t* out,
+                      uint32_t ratioX, uint32_t ratioY) {
+    RastPlaneSet planes{};
+    planes.pIn[0] = in;
+    planes.pOut[0] = out;
+    planes.nSize = 1;
+    const RastZoomParam param{1, ratioX, ratioY};
+    EXPECT_EQ(zoom(rows, &area, &planes, &param), RAST_OK);
+  };
+  for (const Rows* rows : levelsAndDefinition()) {
+    for (uint8_t* out : kSetButNowhere) {
+      for (const uint32_t ratioY : {1U, 300U, 600U, 1000U}) {
+        for (const uint8_t* in : kNowhere) {
+          for (const uint32_t ratioX : {1U, 500U, 1000U, 2000U}) {
+            run(rows, {100, 20, 80, 3, 3}, in, out, ratioX, ratioY);
+            run(rows, {100, -600, 80, 5, 5}, in, out, ratioX, ratioY);
+          }
+        }
+        run(rows, {100, 20, 80, 0, 40}, source.data(), out, 1001, ratioY);
+      }
+    }
   }
 }
 

@@ -128,7 +128,8 @@ def check_levels(nm, archive):
         shared = [name for kind, name in symbols
                   if kind.isupper() and kind != "U" and not name.startswith("__x86.get_pc_thunk")]
         level = re.match(r"rows_(\w+)\.cpp", member)[1]
-        expect(shared == [f"rast::{level}::rows()"], f"{member} defines {shared}")
+        expect(shared == [f"rast::Rows const* rast::{level}::kernels<rast::Rows>()"],
+               f"{member} defines {shared}")
 
 
 def main():

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#if defined(__arm__)
+#if RAST_HAS_NEON
 #include <sys/auxv.h>
 #endif
 
@@ -14,32 +14,37 @@
 
 namespace rast::test {
 
-struct Level {
+/// A level of a table of kernels.
+template <class Table>
+struct LevelOf {
   std::string name;
-  const Rows* rows;
+  const Table* rows;
 };
+using Level = LevelOf<Rows>;
 
-inline std::ostream& operator<<(std::ostream& stream, const Level& level) {
+template <class Table>
+std::ostream& operator<<(std::ostream& stream, const LevelOf<Table>& level) {
   return stream << level.name;
 }
 
-inline std::vector<Level> levels() {
-  std::vector<Level> all;
+template <class Table>
+std::vector<LevelOf<Table>> levelsOf() {
+  std::vector<LevelOf<Table>> all;
 #if RAST_HAS_BASELINE
-  all.push_back({"baseline", baseline::rows()});
+  all.push_back({"baseline", baseline::kernels<Table>()});
 #endif
 #if RAST_HAS_AVX2
-  if (cpu::runsAvx2()) all.push_back({"avx2", avx2::rows()});
+  if (cpu::runsAvx2()) all.push_back({"avx2", avx2::kernels<Table>()});
 #endif
 #if RAST_HAS_AVX512
-  if (cpu::runsAvx512()) all.push_back({"avx512", avx512::rows()});
+  if (cpu::runsAvx512()) all.push_back({"avx512", avx512::kernels<Table>()});
 #endif
-#if RAST_HAS_NEON && defined(__arm__)
-  if (cpu::runsNeon(getauxval(AT_HWCAP))) all.push_back({"neon", neon::rows()});
-#elif RAST_HAS_NEON
-  all.push_back({"neon", neon::rows()});
+#if RAST_HAS_NEON
+  if (cpu::runsNeon(getauxval(AT_HWCAP))) all.push_back({"neon", neon::kernels<Table>()});
 #endif
   return all;
 }
+
+inline std::vector<Level> levels() { return levelsOf<Rows>(); }
 
 }  // namespace rast::test

@@ -8,12 +8,19 @@
 
 constexpr size_t kLane = kBytes;
 
-// Of a mask that it knows clang would merge blends with shuffles, to shuffles of two registers,
+template <class Pattern>
+constexpr uint64_t placesIn() {
+  uint64_t places = 0;
+  for (size_t i = 0; i < kBytes; ++i) places |= (uint64_t)Pattern::has(i) << i;
+  return places;
+}
+
+// Knowing the mask, clang would merge blends and shuffles to shuffles of two registers, which take
 // three operations each.
 template <class Pattern>
 inline U8 blend(U8 a, U8 b) {
-  uint64_t mask = 0;
-  for (size_t i = 0; i < kBytes; ++i) mask |= (uint64_t)Pattern::has(i) << i;
+  constexpr uint64_t places = placesIn<Pattern>();
+  uint64_t mask = places;
   __asm__("" : "+r"(mask));
   return (U8)_mm512_mask_blend_epi8(mask, (__m512i)a, (__m512i)b);
 }

@@ -92,6 +92,34 @@ Work border(Planes& p) {
   });
 }
 
+/// One line of all pixels, and the planes that it is split into or joined from.
+struct SplitPicture {
+  SplitPicture(const Pixels& pixels, uint8_t* line, uint8_t* firstPlane)
+      : whole(1, static_cast<int>(pixels.count), CV_8UC(static_cast<int>(pixels.components)),
+              line) {
+    for (size_t k = 0; k < pixels.components; ++k) {
+      planes.emplace_back(1, whole.cols, CV_8UC1, firstPlane + k * pixels.count);
+    }
+  }
+
+  cv::Mat whole;
+  std::vector<cv::Mat> planes;
+};
+
+Work split(Planes& p, size_t components) {
+  return
+      [picture = SplitPicture(Pixels(p, components), p.in[0].data(), p.out[0].data())]() mutable {
+        cv::split(picture.whole, picture.planes);
+      };
+}
+
+Work join(Planes& p, size_t components) {
+  return
+      [picture = SplitPicture(Pixels(p, components), p.out[0].data(), p.in[0].data())]() mutable {
+        cv::merge(picture.planes, picture.whole);
+      };
+}
+
 #endif
 
 #if RAST_HAS_LIBYUV
@@ -175,6 +203,10 @@ const std::vector<Peer>& peers() {
     {"opencv", "zoom-333", [](Planes& p) { return resize(p, 333); }},
     {"opencv", "zoom-700", [](Planes& p) { return resize(p, 700); }},
     {"opencv", "shift", border},
+    {"opencv", "split-3", [](Planes& p) { return split(p, 3); }},
+    {"opencv", "split-4", [](Planes& p) { return split(p, 4); }},
+    {"opencv", "join-3", [](Planes& p) { return join(p, 3); }},
+    {"opencv", "join-4", [](Planes& p) { return join(p, 4); }},
 #endif
 #if RAST_HAS_LIBYUV
     {"libyuv", "rotate-one-plane", [](Planes& p) { return turnPlanes(p, 1); }},

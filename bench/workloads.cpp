@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "frame/operations.h"
+#include "lines/lines.h"
+#include "support/levels.h"
 #include "support/random.h"
 
 namespace rast::bench {
@@ -91,6 +93,42 @@ void reduce(const Rows* rows, Planes& p, uint32_t ratio) {
   const RastPlaneSet set = p.color();
   const RastZoomParam param{3, ratio, ratio};
   rast::zoom(rows, &p.area, &set, &param);
+}
+
+/// The kernels for lines of the level that has these for operations; the definition of none.
+const chain::Lines& linesBeside(const Rows* rows) {
+  static const auto levels = test::levels();
+  static const auto lines = test::levelsOf<chain::Lines>();
+  for (size_t i = 0; i < levels.size(); ++i) {
+    if (levels[i].rows == rows) return *lines[i].rows;
+  }
+  return *chain::definition::lines();
+}
+
+/// Lines as wide as the planes, the last one perhaps shorter.
+template <size_t N, class Work>
+void eachLine(Planes& p, Work work) {
+  const Pixels pixels(p, N);
+  const auto width = static_cast<size_t>(p.area.nWidth);
+  for (size_t x = 0; x < pixels.count; x += width) work(x, std::min(width, pixels.count - x));
+}
+
+template <size_t N>
+void split(void (*kernel)(const Row<1, N>&), Planes& p) {
+  eachLine<N>(p, [&](size_t x, size_t width) {
+    Row<1, N> row{{p.in[0].data() + N * x}, {}, width};
+    for (size_t k = 0; k < N; ++k) row.out[k] = p.out[0].data() + k * Pixels(p, N).count + x;
+    kernel(row);
+  });
+}
+
+template <size_t N>
+void join(void (*kernel)(const Row<N, 1>&), Planes& p) {
+  eachLine<N>(p, [&](size_t x, size_t width) {
+    Row<N, 1> row{{}, {p.out[0].data() + N * x}, width};
+    for (size_t k = 0; k < N; ++k) row.in[k] = p.in[0].data() + k * Pixels(p, N).count + x;
+    kernel(row);
+  });
 }
 
 }  // namespace
@@ -221,6 +259,10 @@ const std::vector<Workload>& workloads() {
                                     p.area.nHeight, 2};
          rastImageShift(&p.area, &set, &param, 0);
        }},
+      {"split-3", 1, [](const Rows* rows, Planes& p) { split(linesBeside(rows).split3, p); }},
+      {"split-4", 1, [](const Rows* rows, Planes& p) { split(linesBeside(rows).split4, p); }},
+      {"join-3", 1, [](const Rows* rows, Planes& p) { join(linesBeside(rows).join3, p); }},
+      {"join-4", 1, [](const Rows* rows, Planes& p) { join(linesBeside(rows).join4, p); }},
   };
   return all;
 }

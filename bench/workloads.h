@@ -1,4 +1,4 @@
-// What is timed: every operation on planes of a few sizes.
+// What is timed: every operation on planes of a few sizes, and splitting and joining of lines.
 #pragma once
 
 #include <cstddef>
@@ -34,6 +34,16 @@ struct Planes {
   uint8_t curve[256];
   std::vector<uint8_t> in[3];
   std::vector<uint8_t> out[3];
+};
+
+/// As many samples as a plane has, as pixels of `components` samples each: interleaved in one memory,
+/// and as planes that follow each other in another.
+struct Pixels {
+  Pixels(const Planes& planes, size_t componentCount)
+      : components(componentCount), count(planes.bytes() / components / 16 * 16) {}
+
+  const size_t components;
+  const size_t count;
 };
 
 struct Workload {

@@ -164,7 +164,7 @@ class PageRun {
   std::vector<Plan> plans_;  // of the steps, and of what comes out
   std::vector<std::unique_ptr<LineSource>> sources_;
   LineSource* last_ = &entering_;
-  std::optional<Lines> joined_;  // planes of interleaved lines that come out
+  std::optional<PackedLines> joined_;  // planes of interleaved lines that come out
   bool writes_ = false;
   Bytes leaving_;
   std::uint32_t made_ = 0;
@@ -527,7 +527,7 @@ uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLine
     const Page& page = pImage->stored.page();
     RastChainLines lines = *pLines;
     const std::uint32_t most = quickLines(page);
-    const Lines planes(page.nWidth, page.nComponents, most);
+    const PackedLines planes(page.nWidth, page.nComponents, most);
     while (lines.nCount > 0) {
       const std::uint32_t count = std::min(lines.nCount, most);
       moveLines(lines, page, count, planes.planes(), MoveIn());

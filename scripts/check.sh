@@ -156,7 +156,7 @@ suite_simulated() {
 
 suite_old-cpus() {
   deps tool test qemu
-  build default level operations
+  build default level operations chain
   local cpu level
   for cpu in Nehalem:baseline Haswell:avx2; do
     level=${cpu#*:}
@@ -164,6 +164,7 @@ suite_old-cpus() {
     chooses "$level" qemu-x86_64 -cpu "$cpu" build/default/tests/interface/level
     in_parts qemu-x86_64 -cpu "$cpu" build/default/tests/operations/operations \
       "--gtest_filter=*$level*"
+    in_parts qemu-x86_64 -cpu "$cpu" build/default/tests/chain/chain "--gtest_filter=*$level*"
   done
 }
 
@@ -172,6 +173,7 @@ other_machine() { # PRESET EMULATOR...
   build "$1"
   tests "$1" -R '^interface'
   in_parts "${@:2}" "build/$1/tests/operations/operations"
+  in_parts "${@:2}" "build/$1/tests/chain/chain"
   quietly "${@:2}" "build/$1/tests/differential/differential" --seed 1 --calls 3000
   figure "$(grep -oE '^[0-9]+ calls' "$log" | sed 's/\([0-9]*\) calls/random calls: \1/')"
 }
@@ -254,8 +256,9 @@ suite_abi() {
   rm -rf build/twice
   for folder in build/twice/one build/twice/another/one; do
     mkdir -p "$folder"
-    cp -r CMakeLists.txt include packaging src "$folder"
-    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF -DRAST_MANUALS=OFF
+    cp -r CMakeLists.txt cmake include packaging src "$folder"
+    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF \
+      -DRAST_CHAIN=OFF -DRAST_MANUALS=OFF
     quietly cmake --build "$folder/build"
   done
   for folder in librast.so.1.0.0 librast.a; do
@@ -313,7 +316,8 @@ suite_coverage() {
   find build/coverage -name '*.gcda' -delete
   quietly ctest --preset coverage -R '^interface'
   in_parts build/coverage/tests/operations/operations
-  quietly gcovr --root . --filter src/ --json build/coverage/coverage.json build/coverage
+  in_parts build/coverage/tests/chain/chain
+  quietly gcovr --root . --filter src/ --filter chain/ --json build/coverage/coverage.json build/coverage
   quietly tests/coverage/check.py build/coverage/coverage.json
   figure "$(tail -n 1 "$log")"
 }
@@ -323,6 +327,7 @@ suite_valgrind() {
   build default
   local memcheck=(valgrind --quiet --error-exitcode=9 --leak-check=full)
   in_parts "${memcheck[@]}" build/default/tests/operations/operations
+  in_parts "${memcheck[@]}" build/default/tests/chain/chain
   quietly scripts/draw_page.py --gray --width 300 --height 200 build/default/page.pgm
   quietly "${memcheck[@]}" build/default/tool/rast expgamma --gain 300 build/default/page.{pgm,png}
   figure "the command: no errors"
@@ -334,14 +339,15 @@ suite_valgrind() {
 suite_lint() {
   deps tool test clang lint
   local files sources
-  mapfile -t files < <(find bench examples include src tests tool -regex '.*\.\(c\|h\|cpp\|inl\)')
+  mapfile -t files < <(find bench chain examples include src tests tool -regex '.*\.\(c\|h\|cpp\|inl\)')
   quietly clang-format --dry-run -Werror "${files[@]}"
   quietly cmake --preset clang
-  quietly run-clang-tidy -quiet -j "$jobs" -p build/clang "^$PWD/(src|tool)/"
+  quietly run-clang-tidy -quiet -j "$jobs" -p build/clang "^$PWD/(chain|src|tool)/"
   quietly shellcheck scripts/*.sh .ci/run
   quietly shellcheck -s bash -e SC2034 tool/completion/rast.bash
-  mapfile -t sources < <(find src -name 'rast*.cpp' -o -name rows_baseline.cpp -o -name tables.cpp)
-  local one_level=(-Isrc -Iinclude -DRAST_HAS_BASELINE=1 -DRAST_LEVELS_BUILT=1
+  mapfile -t sources < <(find chain src -name 'rast*.cpp' -o -name '*_baseline.cpp' -o -name definition.cpp \
+    -o -name tables.cpp)
+  local one_level=(-Isrc -Ichain -Iinclude -DRAST_HAS_BASELINE=1 -DRAST_LEVELS_BUILT=1
     -DRAST_LOWEST_LEVEL=baseline)
   quietly cppcheck -q --error-exitcode=1 --std=c++20 --enable=warning,performance,portability \
     --suppress=constStatement --suppress={uninitvar,shiftTooManyBitsSigned}:{'*.inl','*simd.h'} \
@@ -365,9 +371,10 @@ suite_compilers() {
       quietly cmake -S . -B "$build" -G Ninja -DRAST_TOOL=OFF -DRAST_TESTS=ON \
         -DCMAKE_BUILD_TYPE=None -DCMAKE_C_COMPILER="${compiler%:*}" \
         -DCMAKE_CXX_COMPILER="${compiler#*:}" "-DCMAKE_CXX_FLAGS=$flags"
-      quietly cmake --build "$build" --target operations
+      quietly cmake --build "$build" --target operations chain
       figure "${compiler#*:} $flags"
       in_parts "$build/tests/operations/operations"
+      in_parts "$build/tests/chain/chain"
     done
   done
 }

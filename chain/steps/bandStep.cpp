@@ -33,7 +33,7 @@ class FilteredPage : public LineSource {
   LineSource& before_;
   const Filter& filter_;
   std::uint32_t most_;
-  std::optional<Lines> drawn_;
+  std::optional<PackedLines> drawn_;
 
  private:
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
@@ -80,7 +80,7 @@ class ReducedPage final : public FilteredPage {
     return true;
   }
 
-  Lines made_;
+  PackedLines made_;
   Planes next_;
   std::uint32_t ready_ = 0;
   std::uint32_t gathered_ = 0;

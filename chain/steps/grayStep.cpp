@@ -32,7 +32,7 @@ class GrayPage final : public LineSource {
 
   LineSource& before_;
   std::uint32_t most_;
-  Lines color_;
+  PackedLines color_;
 };
 
 // A page that is gray already.

@@ -1,16 +1,24 @@
 #include "steps/interleave.h"
 
+#include "lines/lines.h"
+
 namespace rast::chain {
 
 void splitLines(const std::uint8_t* pixels, const Planes& planes, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    for (std::size_t c = 0; c < planes.count; ++c) planes.at[c][i] = *pixels++;
+  const auto& [a, b, c, d] = planes.at;
+  if (planes.count == 3) {
+    lines()->split3({{pixels}, {a, b, c}, count});
+  } else {
+    lines()->split4({{pixels}, {a, b, c, d}, count});
   }
 }
 
 void joinLines(const Planes& planes, std::uint8_t* pixels, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    for (std::size_t c = 0; c < planes.count; ++c) *pixels++ = planes.at[c][i];
+  const auto& [a, b, c, d] = planes.at;
+  if (planes.count == 3) {
+    lines()->join3({{a, b, c}, {pixels}, count});
+  } else {
+    lines()->join4({{a, b, c, d}, {pixels}, count});
   }
 }
 

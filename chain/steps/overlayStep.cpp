@@ -148,7 +148,7 @@ class ComposedPage final : public LineSource {
   LineSource& before_;
   const OverlaySettings& settings_;
   StoredPage& overlay_;
-  Lines entering_;
+  PackedLines entering_;
   StoredPage under_;
   StoredPage output_;
 };

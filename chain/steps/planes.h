@@ -39,9 +39,9 @@ struct Planes {
 };
 
 // Memory for lines of a page, one plane after the other.
-class Lines {
+class PackedLines {
  public:
-  Lines(std::size_t width, std::size_t planes, std::size_t lines)
+  PackedLines(std::size_t width, std::size_t planes, std::size_t lines)
       : bytes_(makeBytes(width * lines * planes)), planes_(planes, bytes_.get(), width * lines) {}
 
   const Planes& planes() const { return planes_; }

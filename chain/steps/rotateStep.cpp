@@ -87,11 +87,11 @@ class TurnedPage final : public LineSource {
   LineSource& before_;
   std::uint32_t mode_;
   std::uint32_t most_;  // lines of a band
-  Lines entering_;
+  PackedLines entering_;
   StoredPage stored_;
   RastRotateCtx bands_ = {};
   std::uint32_t turned_ = 0;
-  std::optional<Lines> leaving_;  // where fewer lines are asked for than are turned together
+  std::optional<PackedLines> leaving_;  // where fewer lines are asked for than are turned together
   Planes next_;
   std::uint32_t ready_ = 0;
 };

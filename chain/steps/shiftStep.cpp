@@ -84,7 +84,7 @@ class ShiftedPage final : public LineSource {
   std::uint32_t top_;
   std::uint32_t shown_;
   std::uint32_t most_;
-  Lines drawn_;
+  PackedLines drawn_;
 };
 
 class ShiftStep final : public Step {

@@ -53,6 +53,10 @@ static inline bool runsNeon(unsigned long hwcap) {
   return (hwcap & neon) != 0;
 }
 
+#elif defined(__aarch64__)
+
+static inline bool runsNeon(unsigned long) { return true; }
+
 #endif
 
 }  // namespace rast::cpu

@@ -123,18 +123,31 @@ struct Rows {
   size_t registerBytes;
 };
 
+/// Each level has a function for each table of kernels, that of another library too.
 namespace baseline {
-const Rows* rows();
-}
+template <class Table>
+const Table* kernels();
+template <>
+const Rows* kernels<Rows>();
+}  // namespace baseline
 namespace avx2 {
-const Rows* rows();
-}
+template <class Table>
+const Table* kernels();
+template <>
+const Rows* kernels<Rows>();
+}  // namespace avx2
 namespace avx512 {
-const Rows* rows();
-}
+template <class Table>
+const Table* kernels();
+template <>
+const Rows* kernels<Rows>();
+}  // namespace avx512
 namespace neon {
-const Rows* rows();
-}
+template <class Table>
+const Table* kernels();
+template <>
+const Rows* kernels<Rows>();
+}  // namespace neon
 
 /// The best level that was built and that this machine runs.
 const Rows* rows();

@@ -1,6 +1,6 @@
 // All row kernels of one level. Included by the level's own file inside the level's namespace,
 // after the C headers and intrinsics, so that nothing here is shared between levels: no name in it
-// has external linkage but rows(), and it uses no C++ library header.
+// has external linkage but the function for the table, and it uses no C++ library header.
 
 namespace {
 
@@ -38,4 +38,7 @@ constexpr Rows table{
 
 }  // namespace
 
-const Rows* rows() { return &table; }
+template <>
+const Rows* kernels<Rows>() {
+  return &table;
+}

@@ -5,13 +5,14 @@ import re
 import subprocess
 import sys
 
+import check_levels
+
 # On 32-bit ARM the compiler's own division routine, linked in, raises a signal for a divisor of 0.
 ARM_IMPORTS = {"raise"}
 ALLOCATION = {"malloc", "free"}
 IMPORTS = {"printf", "puts", "malloc", "free", "memset", "memcpy"}
 # What hardening by compiler flags puts in: checked forms of these, and where a broken stack ends.
 HARDENING = {f"__{name}_chk" for name in IMPORTS} | {"__stack_chk_fail"}
-RUNTIME = re.compile(r"__cxa|__gxx|_Unwind|__gnu_unwind|\bstd::|operator (new|delete)")
 WRITABLE = {".data.rel.ro", ".dynamic", ".got", ".bss"}
 # PowerPC has tables of addresses of its own, and a section for small objects.
 WRITABLE |= {".got2", ".plt", ".sbss"}
@@ -111,24 +112,11 @@ def check_marks(readelf, library):
         expect(marks in output(readelf, "-Wn", library), f"not marked {marks}")
 
 
-def check_levels(nm, archive):
-    """Level files are built for more than the baseline: nothing in them may serve other files."""
-    members = {}
-    for line in output(nm, "-A", "-C", archive).splitlines():
-        member, kind, name = re.match(r".*:(\S+):[0-9a-f ]* (\w) (.*)", line).groups()
-        expect(not RUNTIME.search(name), f"{member} refers to {name}")
+def check_members(nm, archive):
+    for member, _, name in check_levels.symbols(nm, archive):
+        expect(not check_levels.RUNTIME.search(name), f"{member} refers to {name}")
         expect(name not in ALLOCATION or member == "rastZoom.cpp.o", f"{member} calls {name}")
-        if re.match(r"rows_\w+\.cpp", member):
-            members.setdefault(member, []).append((kind, name))
-    expect(members, "no level files in the archive")
-    for member, symbols in members.items():
-        weak = [name for kind, name in symbols if kind in "wWvVu"]
-        expect(not weak, f"{member} has weak symbols: {weak}")
-        # 32-bit x86 finds its own address by a call, of a function that is the same in all files.
-        shared = [name for kind, name in symbols
-                  if kind.isupper() and kind != "U" and not name.startswith("__x86.get_pc_thunk")]
-        level = re.match(r"rows_(\w+)\.cpp", member)[1]
-        expect(shared == [f"rast::{level}::rows()"], f"{member} defines {shared}")
+    problems.extend(check_levels.problems(nm, "rows", "rast::Rows", archive))
 
 
 def main():
@@ -149,9 +137,9 @@ def main():
     check_dynamic(options.readelf, options.library, imports, options.hardened)
     check_writable(options.readelf, options.library, exports, pointers)
     check_marks(options.readelf, options.library)
-    check_levels(options.nm, options.archive)
+    check_members(options.nm, options.archive)
     for line in output(options.nm, "-C", options.library).splitlines():
-        expect(not RUNTIME.search(line), f"the library has {line.split(maxsplit=1)[-1]}")
+        expect(not check_levels.RUNTIME.search(line), f"the library has {line.split(maxsplit=1)[-1]}")
     for problem in problems:
         print(problem)
     print(f"{options.library}: {len(exports)} exports, {len(problems)} problems")

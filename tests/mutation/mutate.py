@@ -279,7 +279,7 @@ class Workshop:
         self.objects.mkdir(parents=True, exist_ok=True)
         self.copy_tree()
         self.run("cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DRAST_TESTS=ON",
-                 "-DRAST_TOOL=OFF", "-DRAST_MANUALS=OFF", "-DCMAKE_BUILD_TYPE=Release",
+                 "-DRAST_TOOL=OFF", "-DRAST_CHAIN=OFF", "-DRAST_MANUALS=OFF", "-DCMAKE_BUILD_TYPE=Release",
                  "-DCMAKE_CXX_FLAGS_RELEASE=-O2",
                  "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON")
         with open(self.build / "compile_commands.json", encoding="utf-8") as file:

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#if defined(__arm__)
+#if RAST_HAS_NEON
 #include <sys/auxv.h>
 #endif
 
@@ -14,40 +14,49 @@
 
 namespace rast::test {
 
-struct Level {
+/// A level of a table of kernels.
+template <class Table>
+struct LevelOf {
   std::string name;
-  const Rows* rows;  // null where this machine does not run it
+  const Table* rows;  // null where this machine does not run it
 };
+using Level = LevelOf<Rows>;
 
-inline std::ostream& operator<<(std::ostream& stream, const Level& level) {
+template <class Table>
+std::ostream& operator<<(std::ostream& stream, const LevelOf<Table>& level) {
   return stream << level.name;
 }
 
-inline std::vector<Level> builtLevels() {
-  std::vector<Level> all;
+template <class Table>
+std::vector<LevelOf<Table>> builtLevelsOf() {
+  std::vector<LevelOf<Table>> all;
 #if RAST_HAS_BASELINE
-  all.push_back({"baseline", baseline::rows()});
+  all.push_back({"baseline", baseline::kernels<Table>()});
 #endif
 #if RAST_HAS_AVX2
-  all.push_back({"avx2", cpu::runsAvx2() ? avx2::rows() : nullptr});
+  all.push_back({"avx2", cpu::runsAvx2() ? avx2::kernels<Table>() : nullptr});
 #endif
 #if RAST_HAS_AVX512
-  all.push_back({"avx512", RAST_SIMULATED || cpu::runsAvx512() ? avx512::rows() : nullptr});
+  all.push_back(
+      {"avx512", RAST_SIMULATED || cpu::runsAvx512() ? avx512::kernels<Table>() : nullptr});
 #endif
-#if RAST_HAS_NEON && defined(__arm__)
-  all.push_back({"neon", cpu::runsNeon(getauxval(AT_HWCAP)) ? neon::rows() : nullptr});
-#elif RAST_HAS_NEON
-  all.push_back({"neon", neon::rows()});
+#if RAST_HAS_NEON
+  all.push_back({"neon", cpu::runsNeon(getauxval(AT_HWCAP)) ? neon::kernels<Table>() : nullptr});
 #endif
   return all;
 }
 
+inline std::vector<Level> builtLevels() { return builtLevelsOf<Rows>(); }
+
 /// Those that this machine runs.
-inline std::vector<Level> levels() {
-  std::vector<Level> all = builtLevels();
-  std::erase_if(all, [](const Level& level) { return !level.rows; });
+template <class Table>
+std::vector<LevelOf<Table>> levelsOf() {
+  std::vector<LevelOf<Table>> all = builtLevelsOf<Table>();
+  std::erase_if(all, [](const LevelOf<Table>& level) { return !level.rows; });
   return all;
 }
+
+inline std::vector<Level> levels() { return levelsOf<Rows>(); }
 
 /// The rows of each level, and null for the definition.
 inline std::vector<const Rows*> levelsAndDefinition() {

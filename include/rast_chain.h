@@ -274,8 +274,8 @@ uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage)
 uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLines);
 
 /**
- * Describes the operations as a JSON array: names, summaries, details, examples, the kinds of pages
- * that they take, and parameters with kinds, ranges and defaults.
+ * Describes the operations as a JSON array. Each operation has a name, a summary, details, an
+ * example, the kinds of pages that it takes, and parameters with kinds, ranges and defaults.
  *
  * @param pBuffer null, or room for the text and a null byte
  * @param nSize bytes at pBuffer; a longer text is cut

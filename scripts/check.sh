@@ -244,7 +244,7 @@ suite_abi() {
   rm -rf build/twice
   for folder in build/twice/one build/twice/another/one; do
     mkdir -p "$folder"
-    cp -r CMakeLists.txt chain include packaging src "$folder"
+    cp -r CMakeLists.txt chain cmake include packaging src "$folder"
     quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF -DRAST_CHAIN=ON \
       -DRAST_MANUALS=OFF
     quietly cmake --build "$folder/build"
@@ -325,10 +325,10 @@ suite_valgrind() {
 suite_lint() {
   deps tool test clang lint
   local files sources
-  mapfile -t files < <(find bench chain examples include src tests tool -regex '.*\.\(c\|h\|cpp\|inl\)')
+  mapfile -t files < <(find bench examples include src tests tool -regex '.*\.\(c\|h\|cpp\|inl\)')
   quietly clang-format --dry-run -Werror "${files[@]}"
   quietly cmake --preset clang
-  quietly run-clang-tidy -quiet -j "$jobs" -p build/clang "^$PWD/(chain|src|tool)/"
+  quietly run-clang-tidy -quiet -j "$jobs" -p build/clang "^$PWD/(src|tool)/"
   quietly shellcheck scripts/*.sh .ci/run
   quietly shellcheck -s bash -e SC2034 tool/completion/rast.bash
   mapfile -t sources < <(find src -name 'rast*.cpp' -o -name rows_baseline.cpp -o -name tables.cpp)

@@ -52,8 +52,8 @@ reference:
 	@scripts/install-deps.sh reference
 	@mkdir -p build/reference
 	@doxygen docs/Doxyfile
-	@cp --parents include/rast.h docs/performance.md build/reference/html
-	@cp --parents tests/coverage/unreached.txt tests/interface/librast.abi \
+	@cp --parents include/*.h examples/chain.c docs/performance.md build/reference/html
+	@cp --parents tests/coverage/unreached.txt tests/interface/*.abi \
 	  tests/mutation/equivalent.txt build/reference
 	@echo "The reference is build/reference/html/index.html; open it in a browser."
 

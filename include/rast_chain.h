@@ -12,19 +12,20 @@
  *     RastChainPage in = {.nWidth = 2480, .nHeight = 3508, .nComponents = 3}, out;
  *     rastChainBegin(chain, &in, &out, NULL);
  *     while (rastChainRun(chain, &linesIn, &linesOut, NULL) == RAST_CHAIN_OK) {
- *       // refill linesIn when it is empty, use linesOut when it is full
+ *       // linesIn.nCount is 0: more lines are to go in; linesOut.nCount is 0: use the lines
  *     }
+ *     // use the last lines
  *     rastChainClose(chain);
  *
  * Samples have 8 bits. A gray page has one component, a color page three (R, G, B), a CMYK page
- * four. CMYK pages pass through the operations that treat each plane alone.
+ * four (C, M, Y, K). The operations that treat each plane alone take CMYK pages.
  *
  * Errors. A function that fails returns a code other than RAST_CHAIN_OK and RAST_CHAIN_DONE and
- * fills the error record, unless that is null. After an error inside a page, the page is over; the
- * chain may begin another one.
+ * fills the error record, unless that is null. After RAST_CHAIN_ERR_USE the page is as it was; any
+ * other error ends the page, and the chain may begin the next one.
  *
- * Memory. The lines in work stay within the cap of the settings. A quarter turn and an overlay keep
- * whole pages in temporary files, which do not count.
+ * Memory. The lines in work stay within a cap. A quarter turn and an overlay keep whole pages in
+ * temporary files, which the cap does not count.
  *
  * Threads. The library has no global state. One chain belongs to one thread at a time; different
  * chains may run on different threads at once.
@@ -44,14 +45,14 @@ extern "C" {
 /** Result codes. */
 enum {
   RAST_CHAIN_OK = 0,              /**< done; inside a page: more lines are to go in or come out */
-  RAST_CHAIN_DONE = 1,            /**< the last line of the page is in, and the last one is out */
-  RAST_CHAIN_ERR_TEXT = 2,        /**< the text of the chain is wrong */
+  RAST_CHAIN_DONE = 1,            /**< the last line is in, and the last one is out */
+  RAST_CHAIN_ERR_TEXT = 2,        /**< the text of the chain is wrong, or a file that it names */
   RAST_CHAIN_ERR_PAGE = 3,        /**< a value of the chain does not suit the size of this page */
   RAST_CHAIN_ERR_UNSUPPORTED = 4, /**< an operation does not take pages of this kind or size */
   RAST_CHAIN_ERR_MEMORY = 5,      /**< more memory is needed than the cap, or than there is */
-  RAST_CHAIN_ERR_FILE = 6,        /**< a temporary file, or a file that the chain names, failed */
-  RAST_CHAIN_ERR_CALLER = 7,      /**< a function of the caller's settings reported a failure */
-  RAST_CHAIN_ERR_USE = 8,         /**< the call does not fit the state or the shape of the page */
+  RAST_CHAIN_ERR_FILE = 6,        /**< a temporary file failed */
+  RAST_CHAIN_ERR_CALLER = 7,      /**< a function of the settings failed */
+  RAST_CHAIN_ERR_USE = 8,         /**< an argument is wrong, or the call does not fit the page */
 };
 
 /** A chain: opaque, owned by the caller between rastChainOpen and rastChainClose. */
@@ -59,16 +60,16 @@ typedef struct RastChain RastChain;
 
 /** What failed, and where. */
 typedef struct RastChainError {
-  uint32_t nCode;   /**< the result code of the call */
-  uint32_t nStep;   /**< step of the chain, from 1; 0: not a single step */
-  uint32_t nLine;   /**< line of the page that comes out of the step, from 1; 0: no single line */
-  uint32_t nBegin;  /**< byte of the chain's text at which the wrong word begins */
-  uint32_t nEnd;    /**< byte after that word; equal to nBegin where no word is wrong */
-  uint64_t nNeeded; /**< RAST_CHAIN_ERR_MEMORY: the least cap that the page needs, or 0 */
+  uint32_t nCode;       /**< the result code of the call */
+  uint32_t nStep;       /**< step of the chain, from 1; 0: no single step */
+  uint32_t nLine;       /**< line of what comes out of the step, from 1; 0: no single line */
+  uint32_t nBegin;      /**< byte of the chain's text at which the wrong word begins */
+  uint32_t nEnd;        /**< byte after that word; equal to nBegin where no word is wrong */
+  uint64_t nNeeded;     /**< RAST_CHAIN_ERR_MEMORY: the least cap that the page needs, or 0 */
   char sOperation[16];  /**< name of the step's operation, or empty */
-  char sSuggestion[64]; /**< nearest known spelling of the wrong word; RAST_CHAIN_ERR_UNSUPPORTED:
-                              the operation that converts the page; or empty */
-  char sMessage[512];   /**< one sentence in English, without place and full stop */
+  char sSuggestion[64]; /**< nearest known spelling of the wrong word, the operation that
+                             converts an unsupported page, or empty */
+  char sMessage[512];   /**< what is wrong, in English, without a full stop */
 } RastChainError;
 
 /** The size and kind of a page. */
@@ -76,10 +77,10 @@ typedef struct RastChainPage {
   uint32_t nWidth;      /**< columns, 1 .. 2147483647 */
   uint32_t nHeight;     /**< lines, 1 .. 2147483647 */
   uint32_t nComponents; /**< 1: gray, 3: R, G, B, 4: C, M, Y, K */
-  uint32_t nTurns;      /**< quarter turns since the page came in, modulo 4; 0 on input */
+  uint32_t nTurns;      /**< clockwise quarter turns so far, 0 .. 3; in: usually 0 */
   double nResolutionX;  /**< pixels per inch along a line; 0: unknown */
   double nResolutionY;  /**< pixels per inch down a column; 0: unknown */
-  uint64_t nMemory;     /**< in: cap in bytes for the lines of this page, 0: that of the settings;
+  uint64_t nMemory;     /**< in: cap in bytes for the lines in work, 0: that of the settings;
                              out: the least cap that the page needs */
   uint64_t nTaken;      /**< in: bytes of the cap that the caller's own buffers take */
   uint32_t nLines;      /**< out: lines that are quick to take at a time; not read */
@@ -87,35 +88,45 @@ typedef struct RastChainPage {
 
 /**
  * Lines of a page in the caller's memory. Interleaved lines have all components of a pixel next to
- * each other and lie in pPlane[0] alone; planar lines have one plane for each component. The two
- * sides of a page may have different layouts.
+ * each other and lie in pPlane[0] alone; planar lines have one plane for each component, with the
+ * same pitch in all. The lines that go in and those that come out may have different layouts.
  */
 typedef struct RastChainLines {
   uint8_t* pPlane[4]; /**< first sample of the next line; only read where lines go in */
-  ptrdiff_t nPitch;   /**< bytes from one line to the next; negative: lines run upwards */
-  uint32_t nCount;    /**< lines that are left */
-  uint32_t nPlanar;   /**< 0: interleaved, 1: planar */
+  ptrdiff_t nPitch;   /**< bytes from one line to the next, a line at the least unless there is one
+                           line only; negative: each line lies before the one above it */
+  uint32_t nCount;    /**< lines that are left, or that there is room for */
+  uint32_t nPlanar;   /**< 0: interleaved, any other value: planar */
 } RastChainLines;
 
-/** An image that the engine asks for. Opaque; valid until the function that got it returns. */
+/** An image that an overlay asks for: opaque, valid until pReadImage returns. */
 typedef struct RastChainImage RastChainImage;
 
-/** Where nBackground of pReadImage asks for no background. */
+/** Value of nBackground in pReadImage where the text names no background. */
 #define RAST_CHAIN_NO_BACKGROUND (-1)
 
-/** Settings of a chain. Every member may be 0. Copied by rastChainOpen. */
+/**
+ * Settings of a chain. A member that is 0 has the meaning given below. rastChainOpen copies the
+ * record and the folder's name.
+ *
+ * The functions are called on the caller's thread and must return. They must not call the library
+ * with the chain that calls them; rastChainImageBegin and rastChainImageLines take the image alone.
+ */
 typedef struct RastChainSettings {
-  size_t nSize;        /**< sizeof(RastChainSettings), for members that later versions add */
+  size_t nSize;        /**< sizeof(RastChainSettings), so that later versions may add members; 0: as
+                            in version 1.0 */
   uint64_t nMemory;    /**< cap in bytes for the lines in work; 0: 240 MiB */
-  uint32_t nLines;     /**< lines worked on at a time; 0: as many as the processor's cache holds */
-  uint32_t nGray;      /**< 1: color pages become gray before the first step */
-  uint32_t nFiles;     /**< 1: the text may name files of curves and matrices; 0: it may not */
+  uint32_t nLines;     /**< lines worked on at a time, where the operation leaves the choice; 0: as
+                            many as the processor's cache holds */
+  uint32_t nGray;      /**< other than 0: color pages become gray before the first step */
+  uint32_t nFiles;     /**< 0: curves and matrices must not be files; any other value: they may */
   const char* pFolder; /**< folder of temporary files; null: that of TMPDIR, or /tmp */
   void* pUser;         /**< passed to the functions below */
 
   /**
    * Reads the image of an overlay: calls rastChainImageBegin, then rastChainImageLines until the
-   * image is complete. Null: chains with an overlay are refused.
+   * image is complete. rastChainPlan and rastChainBegin call it when the image is first needed; the
+   * chain keeps the image. Null: rastChainOpen rejects chains with an overlay.
    *
    * @param pUser pUser of the settings
    * @param pName the name that the chain's text gives
@@ -127,7 +138,7 @@ typedef struct RastChainSettings {
   int (*pReadImage)(void* pUser, const char* pName, int nBackground, RastChainImage* pImage);
 
   /**
-   * Receives lines from rastChainWrite, interleaved, in page order.
+   * Receives lines from rastChainWrite, in page order, interleaved and without gaps between lines.
    *
    * @param pUser pUser of the settings
    * @param pLines the lines; valid during the call
@@ -139,29 +150,41 @@ typedef struct RastChainSettings {
 /**
  * Opens a chain.
  *
- * A text without steps is a chain that passes pages as they are. Steps stand between colons; a step is the name of an operation and its parameters as name=value,
- * name alone for a switch, or the value of the first parameter alone. Words stand between blanks,
- * or, in a text without blanks, between commas. rastChainDescribe lists the operations.
+ * A chain has up to 100 steps; without a step it passes pages as they are. A step is the name of an operation and its parameters: name=value, or
+ * the name alone for a switch; the value of the first parameter may stand alone unless it is a
+ * number or a size. rastChainDescribe lists the operations.
+ *
+ * Blanks separate words, and a colon between blanks or the end of a line separates steps. Quotation
+ * marks keep blanks together, and # at the start of a word begins a comment up to the end of the
+ * line. In a text without blanks, commas separate words and colons separate steps.
  *
  * @param pText the chain, ending with a null byte
  * @param pSettings null: all members are 0
- * @param ppChain receives the chain, or null after an error
+ * @param ppChain receives the chain, to be closed by rastChainClose, or null after an error
  * @param pError null, or receives what is wrong
- * @return RAST_CHAIN_OK, RAST_CHAIN_ERR_USE where pText or ppChain is null,
- *     RAST_CHAIN_ERR_TEXT, RAST_CHAIN_ERR_FILE or RAST_CHAIN_ERR_MEMORY
+ * @return RAST_CHAIN_OK, or
+ *   - RAST_CHAIN_ERR_USE: pText or ppChain is null
+ *   - RAST_CHAIN_ERR_TEXT: the text is wrong, or a file that it names cannot be read
+ *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
 uint32_t rastChainOpen(const char* pText, const RastChainSettings* pSettings, RastChain** ppChain,
                        RastChainError* pError);
 
 /**
- * Reports what a page would become, without beginning it. An overlay's image is read if it has not
- * been read yet. A page that is in work is not touched.
+ * Reports what a page would become, without beginning it. A page that is in work goes on.
  *
  * @param pChain the chain
  * @param pIn the page that would go in; its nMemory is not read
- * @param pOut receives the page that would come out, and in nMemory the memory it needs
+ * @param pOut receives the page that would come out; its nMemory receives the least cap that the
+ *     page needs
  * @param pError null, or receives what is wrong
- * @return RAST_CHAIN_OK, or an error
+ * @return RAST_CHAIN_OK, or
+ *   - RAST_CHAIN_ERR_USE: a pointer is null, or pIn has no size or kind that a page may have
+ *   - RAST_CHAIN_ERR_PAGE: a value of the chain does not suit the size of the page
+ *   - RAST_CHAIN_ERR_UNSUPPORTED: an operation does not take the page
+ *   - RAST_CHAIN_ERR_CALLER: pReadImage failed, or gave no complete image
+ *   - RAST_CHAIN_ERR_FILE: the temporary file of an overlay's image failed
+ *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
 uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
                        RastChainError* pError);
@@ -171,23 +194,32 @@ uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPag
  *
  * @param pChain the chain
  * @param pIn the page whose lines will go in
- * @param pOut receives the page that will come out
+ * @param pOut null, or receives the page that will come out; may be pIn
  * @param pError null, or receives what is wrong
- * @return RAST_CHAIN_OK, or an error; the chain has no page then
+ * @return RAST_CHAIN_OK, or an error of rastChainPlan, after which the chain has no page.
+ *     RAST_CHAIN_ERR_MEMORY also where the page needs more than the cap, and RAST_CHAIN_ERR_FILE
+ *     where any temporary file failed.
  */
 uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
                         RastChainError* pError);
 
 /**
  * Moves lines through the chain until pIn has no lines left or pOut has no room left. Both records
- * are advanced past the lines that went in and came out. Lines that no result depends on any more
- * are taken and dropped.
+ * are advanced past the lines that went in and came out.
+ *
+ * Lines go in only as far as there is room: without room nothing moves, also where the chain would
+ * keep the lines for the time being. Once the last line is out, lines that are left are taken and
+ * dropped.
  *
  * @param pChain the chain, with a page
- * @param pIn lines to go in; null: none
+ * @param pIn lines to go in, not more than the page has left; null: none
  * @param pOut room for lines to come out; null: none. Must not overlap pIn.
  * @param pError null, or receives what is wrong
- * @return RAST_CHAIN_OK, RAST_CHAIN_DONE, or an error
+ * @return RAST_CHAIN_OK; RAST_CHAIN_DONE, after which the chain has no page; or
+ *   - RAST_CHAIN_ERR_USE: pChain is null or has no page, pIn has more lines than the page, a plane
+ *     is null, or a pitch is shorter than a line
+ *   - RAST_CHAIN_ERR_FILE: a temporary file failed
+ *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
 uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pOut,
                       RastChainError* pError);
@@ -197,16 +229,18 @@ uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pO
  * settings.
  *
  * @param pChain the chain, with a page
- * @param pIn lines to go in; not changed
+ * @param pIn lines to go in, not more than the page has left; not changed
  * @param pError null, or receives what is wrong
- * @return RAST_CHAIN_OK, RAST_CHAIN_DONE, or an error
+ * @return RAST_CHAIN_OK; RAST_CHAIN_DONE, after which the chain has no page; or an error of
+ *     rastChainRun. RAST_CHAIN_ERR_USE also where pIn or pWriteLines is null, and
+ *     RAST_CHAIN_ERR_CALLER where pWriteLines failed.
  */
 uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainError* pError);
 
 /**
- * Abandons the page, if there is one, and gives its memory and temporary files back.
+ * Abandons the page, if there is one, and frees its memory and temporary files.
  *
- * @param pChain the chain
+ * @param pChain the chain, or null
  */
 void rastChainAbandon(RastChain* pChain);
 
@@ -217,18 +251,23 @@ void rastChainAbandon(RastChain* pChain);
 uint32_t rastChainSteps(const RastChain* pChain);
 
 /**
- * Closes a chain, with whatever page it has.
+ * Closes a chain and abandons its page.
  *
  * @param pChain the chain, or null
  */
 void rastChainClose(RastChain* pChain);
 
 /**
- * Gives an image its size; inside pReadImage, once.
+ * Gives an image its size; once, inside pReadImage.
  *
  * @param pImage the image
- * @param pPage its size and kind
- * @return RAST_CHAIN_OK or an error, which rastChainBegin reports too
+ * @param pPage its size and kind; the other members are not read
+ * @return RAST_CHAIN_OK, or
+ *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has a size already, or pPage has no size or
+ *     kind that a page may have
+ *   - RAST_CHAIN_ERR_UNSUPPORTED: the image is too large
+ *   - RAST_CHAIN_ERR_FILE: the temporary file failed
+ *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
 uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage);
 
@@ -236,19 +275,23 @@ uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage)
  * Gives an image its next lines; inside pReadImage, after rastChainImageBegin.
  *
  * @param pImage the image
- * @param pLines the lines; not changed
- * @return RAST_CHAIN_OK, RAST_CHAIN_DONE after the last line, or an error, which rastChainBegin
- *     reports too
+ * @param pLines the lines, not more than the image has left; not changed
+ * @return RAST_CHAIN_OK, RAST_CHAIN_DONE after the last line, or
+ *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has no size, an error came before, there are
+ *     too many lines, a plane is null, or the pitch is shorter than a line
+ *   - RAST_CHAIN_ERR_FILE: the temporary file failed
+ *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
 uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLines);
 
 /**
- * Describes the operations as a JSON array: names, summaries, details, the kinds of pages they
- * take, and parameters with kinds, ranges, defaults and examples.
+ * Describes the operations as a JSON array. Each operation has a name, a summary, details, an
+ * example, the kinds of pages that it takes, and parameters with kinds, ranges and defaults.
  *
  * @param pBuffer null, or room for the text and a null byte
  * @param nSize bytes at pBuffer; a longer text is cut
- * @return length of the whole text, without the null byte
+ * @return length of the whole text in bytes, without the null byte; 0 where there is not enough
+ *     memory
  */
 size_t rastChainDescribe(char* pBuffer, size_t nSize);
 

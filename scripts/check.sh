@@ -220,7 +220,7 @@ suite_musl() {
 
 suite_symbols() {
   deps test clang arm aarch64
-  local target optimise compiler build
+  local target optimise compiler build chain=include/rast_chain.h exports
   for target in gcc clang armhf aarch64; do
     case $target in
       gcc) compiler=(-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++) ;;
@@ -229,40 +229,47 @@ suite_symbols() {
     esac
     for optimise in -O0 -O2; do
       build=build/symbols/$target$optimise
-      quietly cmake -S . -B "$build" -G Ninja -DRAST_TOOL=OFF -DRAST_WERROR=ON \
+      quietly cmake -S . -B "$build" -G Ninja -DRAST_TOOL=OFF -DRAST_CHAIN=ON -DRAST_WERROR=ON \
         -DCMAKE_BUILD_TYPE=None "-DCMAKE_CXX_FLAGS=$optimise" "${compiler[@]}"
       quietly cmake --build "$build"
       quietly tests/interface/check_binary.py include/rast.h "$build"/src/librast.{so,a}
-      figure "$target $optimise: $(grep -oE '[0-9]+ exports' "$log")"
+      exports=$(grep -oE '[0-9]+ exports' "$log")
+      quietly tests/interface/check_chain_binary.py $chain include/rast.h \
+        "$build"/chain/librastchain.so
+      figure "$target $optimise: $exports; $(grep -oE '[0-9]+ exports' "$log") for chains"
     done
   done
 }
 
-# A deliberate change of the interface is stored by
-#   abidw ... --out-file tests/interface/librast.abi build/abi/src/librast.so
+# A deliberate change of an interface is stored by
+#   abidw ... --out-file tests/interface/NAME.abi LIBRARY
 # with the options below.
 suite_abi() {
   deps abi
-  quietly cmake -S . -B build/abi -G Ninja -DRAST_TOOL=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    "-DCMAKE_CXX_FLAGS=-ffile-prefix-map=$PWD/="
-  quietly cmake --build build/abi --target rast
-  local interface=(--exported-interfaces-only --drop-private-types --headers-dir include)
-  quietly abidw "${interface[@]}" --no-show-locs --no-corpus-path --no-comp-dir-path \
-    --out-file build/abi/librast.abi build/abi/src/librast.so
-  quietly abidiff tests/interface/librast.abi build/abi/librast.abi
-  figure "functions: $(grep -c '<function-decl name=.rast' build/abi/librast.abi)"
+  quietly cmake -S . -B build/abi -G Ninja -DRAST_TOOL=OFF -DRAST_CHAIN=ON \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS=-ffile-prefix-map=$PWD/="
+  quietly cmake --build build/abi --target rast rastchain
+  local interface=(--exported-interfaces-only --drop-private-types --headers-dir include) library name
+  for library in src/librast chain/librastchain; do
+    name=${library#*/}
+    quietly abidw "${interface[@]}" --no-show-locs --no-corpus-path --no-comp-dir-path \
+      --out-file "build/abi/$name.abi" "build/abi/$library.so"
+    quietly abidiff "tests/interface/$name.abi" "build/abi/$name.abi"
+    figure "$name: $(grep -c '<function-decl name=.rast' "build/abi/$name.abi") functions"
+  done
 
   local folder
   rm -rf build/twice
   for folder in build/twice/one build/twice/another/one; do
     mkdir -p "$folder"
-    cp -r CMakeLists.txt cmake include packaging src "$folder"
-    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF \
-      -DRAST_CHAIN=OFF -DRAST_MANUALS=OFF
+    cp -r CMakeLists.txt chain cmake include packaging src "$folder"
+    quietly cmake -S "$folder" -B "$folder/build" -G Ninja -DRAST_TOOL=OFF -DRAST_CHAIN=ON \
+      -DRAST_MANUALS=OFF
     quietly cmake --build "$folder/build"
   done
-  for folder in librast.so.1.0.0 librast.a; do
-    quietly cmp build/twice/{one,another/one}/build/src/"$folder"
+  for library in src/librast chain/librastchain; do
+    quietly cmp build/twice/{one,another/one}/build/"$library".so.1.0.0
+    quietly cmp build/twice/{one,another/one}/build/"$library".a
   done
   figure "two builds in two folders are the same"
 }

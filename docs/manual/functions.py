@@ -26,12 +26,19 @@ def blocks(text):
 
 
 def prose(lines):
-    """Paragraphs, and lists of numbered or named items, whose lines are indented."""
+    """Paragraphs, lists of numbered or named items, whose lines are indented, and indented code."""
     out = []
-    in_item = False
-    for line in "\n".join(lines).strip("\n").split("\n"):
+    in_item = in_code = False
+    lines = "\n".join(lines).strip("\n").split("\n")
+    for before, line in zip(["", *lines], lines):
         item = LIST_ITEM.match(line)
-        if item:
+        is_code = line.startswith("    ") and (in_code or before == "") and not in_item
+        if is_code != in_code:
+            out.append(".EX" if is_code else ".EE")
+        in_code = is_code
+        if is_code:
+            out.append(escaped(line))
+        elif item:
             label = item[1].removeprefix("- ")
             out += [f".IP {label} 4"] if label[0].isdigit() else [".TP", f".B {escaped(label)}"]
             out.append(escaped(item[2]))
@@ -41,26 +48,30 @@ def prose(lines):
             if line:
                 out.append(escaped(line.strip()))
         in_item = bool(item) or (in_item and line.startswith(" "))
-    return out
+    return [*out, ".EE"] if in_code else out
 
 
 def fields(body):
     """Members, or constants, with their meaning, which stands behind them or in front."""
     meanings = {}
     in_front = ""
-    for comment, declaration in re.findall(r"/\*\*(.*?)\*/|([^;,/]+)[;,]", body, re.S):
-        comment = " ".join(re.sub(r"\n *\*", " ", comment).split())
+    declarations = r"/\*\*(.*?)\*/|([^;,/(]+(?:\([^;]*)?)[;,]"  # a function has commas of its own
+    for comment, declaration in re.findall(declarations, body, re.S):
+        comment = re.sub(r"\n *\* ?", "\n", comment).strip()
         if declaration:
             last = " ".join(declaration.split())
             meanings[last] = in_front
             in_front = ""
         elif comment.startswith("<"):
-            meanings[last] = comment[1:].strip()
+            meanings[last] = comment[1:]
         else:
             in_front = comment
     out = []
     for declaration, meaning in meanings.items():
-        out += [".TP", f".B {escaped(declaration)}", escaped(meaning)]
+        description, parameters, result, _ = parts(meaning.split("\n"))
+        out += [".TP", f".B {escaped(declaration)}", escaped(" ".join(" ".join(description).split()))]
+        if result:
+            out += [".RS", *described(parameters), ".TP", ".B Returns", *prose(result), ".RE"]
     return out
 
 
@@ -68,13 +79,14 @@ def inside(declaration):
     return declaration[declaration.index("{") + 1 : declaration.rindex("}")]
 
 
-def title(name, version, summary):
-    return [f'.TH {name} 3 "" "librast {version}"', ".SH NAME", f"{name} \\- {summary}",
-            ".SH LIBRARY", "librast (\\-lrast)", ".SH SYNOPSIS"]
+def title(library, name, version, summary):
+    option = library.removeprefix("lib")
+    return [f'.TH {name} 3 "" "{library} {version}"', ".SH NAME", f"{name} \\- {summary}",
+            ".SH LIBRARY", f"{library} (\\-l{option})", ".SH SYNOPSIS"]
 
 
-def function_page(comment, prototype, header, version, records):
-    name = re.search(r"(\w+)\(", prototype)[1]
+def parts(comment):
+    """What a comment says of a function: description, parameters, result and notes."""
     description, parameters, result, notes = [], {}, [], []
     part = description
     for line in comment:
@@ -88,24 +100,37 @@ def function_page(comment, prototype, header, version, records):
             if not line and part is not description:
                 part = notes
             part.append(line)
-    if set(parameters) != set(re.findall(r"(\w+)[,)]", prototype)) or not result:
+    return description, parameters, result, notes
+
+
+def described(parameters):
+    out = []
+    for parameter, text in parameters.items():
+        out += [".TP", f".I {parameter}", *prose([line.strip() for line in text])]
+    return out
+
+
+def function_page(comment, prototype, library, header, version, records):
+    name = re.search(r"(\w+)\(", prototype)[1]
+    description, parameters, result, notes = parts(comment)
+    returns = not prototype.startswith("void ")
+    if set(parameters) != set(re.findall(r"(\w+)[,)]", prototype)) or bool(result) != returns:
         sys.exit(f"functions.py: {name}: parameters or result are not described as they are")
 
     summary = " ".join(description).split(".")[0]
-    out = title(name, version, escaped(summary[0].lower() + summary[1:]))
+    out = title(library, name, version, escaped(summary[0].lower() + summary[1:]))
     out += [".nf", f".B #include <{header}>", ".PP"]
     out += [f'.B "{escaped(line)}"' for line in prototype.split("\n")]
-    out += [".fi", ".SH DESCRIPTION", *prose(description), ".SH PARAMETERS"]
-    for parameter, text in parameters.items():
-        out += [".TP", f".I {parameter}", *prose([line.strip() for line in text])]
-    out += [".SH RETURN VALUE", *prose(result)]
+    out += [".fi", ".SH DESCRIPTION", *prose(description), ".SH PARAMETERS", *described(parameters)]
+    if result:
+        out += [".SH RETURN VALUE", *prose(result)]
     if any(notes):
         out += [".SH NOTES", *prose(notes)]
-    out.append(".SH RECORDS")
     needed = list(dict.fromkeys(re.findall(r"\bRast\w+", prototype)))
     for record in needed:  # those that it holds follow
         needed += [r for r in records if r not in needed and any(re.search(rf"\b{r}\b", l) for l in records[record])]
-        out += records[record]
+    if needed:
+        out += [".SH RECORDS", *(line for record in needed for line in records[record])]
     return name, [*out, ".SH SEE ALSO", f".BR {header} (3)"]
 
 
@@ -113,27 +138,32 @@ def pages(text, header, version):
     """The lines of each page, by its name."""
     constants, objects, records, functions = [], [], {}, []
     about, *rest = blocks("\n" + text)
-    described = []  # by the comment before, of objects that stand together
+    before = []  # by the comment before, of objects that stand together
     for comment, declaration in rest:
         if declaration.startswith("typedef struct"):
-            name = declaration.split()[2]
-            records[name] = [f".SS {name}", *prose(comment), *fields(inside(declaration))]
+            name = declaration.split()[2].rstrip(";")
+            members = fields(inside(declaration)) if "{" in declaration else []
+            records[name] = [f".SS {name}", *prose(comment), *members]
         elif declaration.startswith("enum"):
             constants += [".PP", *prose(comment), *fields(inside(declaration))]
-        elif declaration.startswith("uint32_t"):
+        elif declaration.startswith("#define"):
+            constant = re.match(r"#define (\w+) \(?(-?\d+)\)?$", declaration, re.M)
+            constants += [".TP", f".B {constant[1]} = {escaped(constant[2])}", *prose(comment)]
+        elif re.match(r"(uint32_t|size_t|void) ", declaration):
             functions.append((comment, declaration[: declaration.index(";") + 1]))
         elif comment == ["@{"]:
             objects += [".PP", ".nf", *(f".B {line}" for line in declaration.split("\n")), ".fi"]
-            objects += [".PP", *prose(described)]
-        described = comment
+            objects += [".PP", *prose(before)]
+        before = comment
 
-    result = dict(function_page(*each, header, version, records) for each in functions)
-    summary = about[0][1].split(": ", 1)[1].rstrip(".")
-    out = title(header, version, escaped(summary))
+    library, summary = about[0][1].split(": ", 1)
+    result = dict(function_page(*each, library, header, version, records) for each in functions)
+    out = title(library, header, version, escaped(summary.rstrip(".")))
     out += [f".B #include <{header}>", ".SH DESCRIPTION", *prose(about[0][3:]), ".SH CONSTANTS"]
     out += [*constants[1:], ".SH RECORDS", *(line for record in records.values() for line in record)]
-    out += [".SH OBJECTS", *objects[1:], ".SH SEE ALSO"]
-    out += [f".BR {name} (3)," for name in sorted(result)]
+    if objects:
+        out += [".SH OBJECTS", *objects[1:]]
+    out += [".SH SEE ALSO", *(f".BR {name} (3)," for name in sorted(result))]
     result[header] = [*out, ".BR rast (1)"]
     return result
 

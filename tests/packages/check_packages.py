@@ -16,12 +16,13 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 GUIDE = (ROOT / "docs/print-queue.md").read_text(encoding="utf-8")
-PACKAGES = ("librast1", "librast-dev", "rast", "rast-cups")
+PACKAGES = ("librast1", "librast-dev", "librastchain1", "librastchain-dev", "rast", "rast-cups")
 FILTER = "usr/lib/cups/filter/rasttoraster"
 DOCUMENTS = {
     "rast": ("*/man1/rast.1.gz", "*/man7/rast-ops.7.gz"),
     "rast-cups": ("*/man8/rasttoraster.8.gz", "*/print-queue.md*"),
-    "librast-dev": ("*/man3/*.3.gz",),
+    "librast-dev": ("*/man3/rast.h.3.gz", "*/man3/rastColGamma.3.gz"),
+    "librastchain-dev": ("*/man3/rast_chain.h.3.gz", "*/man3/rastChainOpen.3.gz"),
 }
 COMPLETIONS = ("bash-completion/completions/rast", "zsh/vendor-completions/_rast")
 
@@ -144,6 +145,14 @@ def check_library(system, package):
     expect(names, {"libc.so.6"}, "loaded with librast.so.1")
 
 
+def check_chain_library(system, package):
+    """The chain library needs librast and what C++ needs."""
+    depends = {word.split()[0] for word in field(package, "Depends").split(", ")}
+    expect(depends, {"libc6", "libgcc-s1", "librast1", "libstdc++6"}, "needed by librastchain1")
+    expect(system.install(f"/packages/{package.name}"), {"librastchain1"},
+           "installed with librastchain1")
+
+
 def check_command(system, version):
     expect_words(system.run("rast", "--version").decode(), version, "rast --version")
     page = b"P6\n4 2\n255\n" + bytes(range(24))
@@ -234,6 +243,22 @@ def check_development(system):
         expect_words(printed, "gray 190 became 198 190 175", f"the example, linked {way}")
 
 
+def check_chain_development(system):
+    """The C++ run-time library's own files are needed for static programs alone."""
+    page = b"P6\n4 2\n255\n" + bytes(range(24))
+    inverted = b"P6\n4 2\n255\n" + bytes(range(255, 231, -1))
+    for way, needed in (("", ()), ("-static", ("g++",))):
+        for package in needed:
+            system.install(package)
+        system.run(
+            "sh", "-ec",
+            "gcc -O2 /usr/share/doc/librastchain-dev/examples/chain.c -o /tmp/example"
+            f" {way} $(pkg-config {way and '--static'} --cflags --libs rastchain)",
+        )
+        printed = system.run("/tmp/example", "colgamma invert", input=page)
+        expect(printed, inverted, f"the page of the example, linked {way}")
+
+
 def check_removed(system, before):
     """What other packages have may stay, as the folders that they share with these."""
     installed = {path for package in PACKAGES for path in system.paths(package)} - {"/."}
@@ -280,6 +305,8 @@ def main():
         parts.done("Debian set up")
         check_library(system, packages["librast1"])
         parts.done("librast1 alone needs libc6 alone")
+        check_chain_library(system, packages["librastchain1"])
+        parts.done("librastchain1 needs librast1 and the C++ run-time library")
         system.install(*(f"/packages/{packages[name].name}" for name in ("rast", "rast-cups")))
         check_command(system, field(packages["rast"], "Version"))
         check_documents(system, "rast")
@@ -291,6 +318,10 @@ def main():
         check_documents(system, "librast-dev")
         check_development(system)
         parts.done("an example is built and runs")
+        system.install(f"/packages/{packages['librastchain-dev'].name}")
+        check_documents(system, "librastchain-dev")
+        check_chain_development(system)
+        parts.done("an example of chains is built and runs")
         paths = check_removed(system, before)
         parts.done(f"none of {paths} paths is left after purging")
     return 0

@@ -16,7 +16,7 @@ from pathlib import Path
 from test_rast import DONE, RAST, USAGE, RastTest, pgm, ppm, ramp
 
 ROOT = Path(__file__).resolve().parent.parent.parent
-HEADER = ROOT / "include" / "rast.h"
+HEADERS = {"rast.h": ("librast", 12), "rast_chain.h": ("librastchain", 10)}  # functions of each
 FUNCTIONS = ROOT / "docs" / "manual" / "functions.py"
 COMPLETION = ROOT / "tool" / "completion"
 MANUALS = os.environ.get("MANUALS") and Path(os.environ["MANUALS"])
@@ -132,45 +132,83 @@ class CommandPages(ManualTest):
 
 
 class FunctionPages(ManualTest):
-    def made(self, text):
-        header = self.file("rast.h", text.encode())
+    def made(self, name, text):
+        header = self.file(name, text.encode())
         return subprocess.run(
             [sys.executable, FUNCTIONS, header, "1.2.3", self.folder / "man"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=20,
         )
 
-    def test_each_tells_what_the_header_tells(self):
-        text = HEADER.read_text(encoding="utf-8")
-        self.assertEqual(self.made(text).returncode, 0)
-        prototypes = {}
-        for block in text.split("\n/**")[1:]:
-            comment, declaration = block.split("*/", 1)
-            declaration = declaration.strip()
-            if declaration.startswith("uint32_t"):
-                name = re.search(r"(\w+)\(", declaration)[1]
-                prototypes[name] = (comment, declaration.split(";")[0])
-        made = {path.stem: path for path in (self.folder / "man").iterdir()}
-        self.assertEqual(set(made), {*prototypes, "rast.h"})
-        self.assertEqual(len(prototypes), 12)
-        for name, (comment, declaration) in prototypes.items():
+    def text(self, name):
+        return (ROOT / "include" / name).read_text(encoding="utf-8")
+
+    def assert_comment(self, page, comment):
+        for line in comment.splitlines():
+            line = re.sub(r"@param (\w+) |@return |@file|- (?=RAST_)", r"\1 ", line.strip(" *"))
+            self.assert_has(page, words(line))
+
+    def test_each_tells_what_its_header_tells(self):
+        for name, (library, count) in HEADERS.items():
+            shutil.rmtree(self.folder / "man", ignore_errors=True)
+            text = self.text(name)
+            self.assertEqual(self.made(name, text).returncode, 0)
+            prototypes = {}
+            for block in text.split("\n/**")[1:]:
+                comment, declaration = block.split("*/", 1)
+                declaration = declaration.strip()
+                if re.match(r"(uint32_t|size_t|void) ", declaration):
+                    function = re.search(r"(\w+)\(", declaration)[1]
+                    prototypes[function] = (comment, declaration.split(";")[0])
+            made = {path.stem: path for path in (self.folder / "man").iterdir()}
+            self.assertEqual(set(made), {*prototypes, name})
+            self.assertEqual(len(prototypes), count)
+            for function, (comment, declaration) in prototypes.items():
+                with self.subTest(function):
+                    page = self.rendered(made[function].read_bytes())
+                    self.assert_has(page, words(declaration) + ";")
+                    self.assert_has(page, f"{library} 1.2.3")
+                    self.assertRegex(page, rf" NAME {function} - [^.]{{10,130}} LIBRARY {library} ")
+                    self.assert_comment(page, comment)
+                    for record in re.findall(r"Rast\w+", declaration):
+                        self.assert_members(page, text, record)
+
+    def assert_members(self, page, text, record):
+        _, found, rest = text.partition(f"typedef struct {record} {{")
+        if not found:
+            self.assert_has(text, f"typedef struct {record} {record};")
+        for member in re.findall(r"\b[nps][A-Z]\w+(?=[;\[])", rest.split("\n}")[0]):
+            self.assert_has(page, member)
+
+    def test_the_header_has_a_page(self):
+        for name in HEADERS:
             with self.subTest(name):
-                page = self.rendered(made[name].read_bytes())
-                self.assert_has(page, words(declaration) + ";")
-                self.assert_has(page, "librast 1.2.3")
-                self.assertRegex(page, rf" NAME {name} - [^.]{{10,130}} LIBRARY ")
-                for line in comment.splitlines():
-                    line = re.sub(r"@param (\w+) |@return |- (?=RAST_)", r"\1 ", line[3:])
-                    self.assert_has(page, words(line))
-                for record in re.findall(r"Rast\w+", declaration):
-                    members = text.split(f"typedef struct {record} {{")[1].split("}")[0]
-                    for member in re.findall(r"\bn[A-Z]\w+(?=[;\[])", members):
-                        self.assert_has(page, member)
+                text = self.text(name)
+                self.assertEqual(self.made(name, text).returncode, 0)
+                page = self.rendered((self.folder / "man" / f"{name}.3").read_bytes())
+                _, about, *blocks = ("\n" + text).split("\n/**")
+                self.assert_comment(page, about.split("*/")[0].split("\n", 3)[3])
+                for block in blocks:
+                    comment, declaration = block.split("*/", 1)
+                    if declaration.lstrip().startswith(("typedef", "enum", "#define")):
+                        self.assert_comment(page, comment)
+                        for inner in re.findall(r"/\*\*<?(.*?)\*/", declaration, re.DOTALL):
+                            self.assert_comment(page, inner)
+                constants = re.findall(r"\b(RAST_\w+) (?:= )?\(?(-?\d\w*)\)?(?:,|$)", text, re.M)
+                self.assertGreater(len(constants), 8)
+                for constant, value in constants:
+                    self.assert_has(page, f"{constant} = {value}")
 
     def test_a_parameter_without_a_word(self):
-        text = HEADER.read_text(encoding="utf-8")
-        done = self.made(text.replace("@param pCurve ", "@param pCurv ", 1))
+        text = self.text("rast.h").replace("@param pCurve ", "@param pCurv ", 1)
+        done = self.made("rast.h", text)
         self.assertEqual(done.returncode, 1)
         self.assertRegex(done.stderr.decode(), r"\Afunctions.py: rastColGamma: [^\n]+\n\Z")
+
+    def test_a_result_without_a_word(self):
+        text = self.text("rast_chain.h").replace("@return length of", "Length of", 1)
+        done = self.made("rast_chain.h", text)
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr.decode(), r"\Afunctions.py: rastChainDescribe: [^\n]+\n\Z")
 
 
 class Completion(RastTest):

@@ -24,8 +24,9 @@ constexpr CommonOption optionTable[] = {
      "memory to keep within, such as 64M, at least 20M; default 256M.\n"
      "Pages that are kept in temporary files do not count"},
     {'P', "pages", "LIST",
-     "only these pages, such as 1-10,15,20-; the others are\n"
-     "read past and have to be sound all the same"},
+     "only these pages, such as 1-10,15,20-, each once and in the\n"
+     "order of the stream; the others are read past and have to be\n"
+     "sound all the same"},
     {'p', "progress", "=json",
      "show progress even when standard error is no terminal, or\n"
      "print it as lines of JSON"},

@@ -21,6 +21,7 @@ from pathlib import Path
 
 RAST = os.path.abspath(os.environ.get("RAST", "rast"))
 DONE, RUN_TIME, USAGE, DAMAGED, OUTPUT, UNSUPPORTED, MEMORY = range(7)
+TROUBLE = 2  # every failure of compare
 PARAMETERS = ("--threshold", "30", "--offset", "9", "--gain", "300")
 
 
@@ -1762,7 +1763,7 @@ class Compare(RastTest):
         a, b = self.file("a", a), self.file("b", b)
         for paths in ((a, b), (b, a)):
             done = self.run_rast("compare", *paths, "-P2,4")
-            self.assert_fails(done, USAGE, f"{a}: page 3:", "the last", "page 4")
+            self.assert_fails(done, TROUBLE, f"{a}: page 3:", "the last", "page 4")
             self.assertEqual(done.stdout, b"page 2: equal\n")
 
     def test_standard_input(self):
@@ -1772,28 +1773,28 @@ class Compare(RastTest):
         done = self.run_rast("compare", path, "-", input=page)
         self.assertIn(b"99 and 98;", done.stdout)
         self.assertEqual((done.returncode, done.stderr), (1, b""))
-        self.assert_fails(self.run_rast("compare", "-", "-", input=page), USAGE, "standard input")
-        self.assert_fails(self.run_rast("compare", path, path, "-"), USAGE, "standard output")
+        self.assert_fails(self.run_rast("compare", "-", "-", input=page), TROUBLE, "standard input")
+        self.assert_fails(self.run_rast("compare", path, path, "-"), TROUBLE, "standard output")
 
     def test_damage(self):
         good, other = pgm(2, 2, b"abcd"), pgm(1, 2, b"ab")
         a = self.file("a", good + good)
         target = self.file("out.pgm", b"before")
-        for content, code, words in (
-            (good + good[:-1], DAMAGED, "page 2, line 2:"),
-            (good + other[:-1], DAMAGED, "page 2, line 2:"), (b"", DAMAGED, "empty"),
-            (good * 2 + good[:-1], DAMAGED, "page 3, line 2:"), (good + b"x", DAMAGED, "page 1:"),
-            (b"P1", UNSUPPORTED, "page 1:"),
+        for content, words in (
+            (good + good[:-1], "page 2, line 2:"),
+            (good + other[:-1], "page 2, line 2:"), (b"", "empty"),
+            (good * 2 + good[:-1], "page 3, line 2:"), (good + b"x", "page 1:"),
+            (b"P1", "page 1:"),
         ):
             b = self.file("b", content)
             for paths in ((a, b), (b, a)):
                 with self.subTest(words):
                     done = self.run_rast("compare", *paths, target)
-                    self.assert_fails(done, code, str(b), words)
+                    self.assert_fails(done, TROUBLE, str(b), words)
                     self.assertEqual(target.read_bytes(), b"before")
         for paths in ((a, "missing"), ("missing", a)):
             done = self.run_rast("compare", *paths)
-            self.assert_fails(done, RUN_TIME, "missing: cannot be opened")
+            self.assert_fails(done, TROUBLE, "missing: cannot be opened")
         self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "out.pgm"])
 
     def test_outputs(self):
@@ -1802,26 +1803,36 @@ class Compare(RastTest):
         for target in ("/dev/full", self.folder, self.folder / "missing" / "out.pgm"):
             for more in ((), ("--format", "png")):
                 done = self.run_rast("compare", a, b, target, *more)
-                self.assert_fails(done, OUTPUT, str(target), "cannot be written")
+                self.assert_fails(done, TROUBLE, str(target), "cannot be written")
         with open("/dev/full", "wb") as full:
             done = self.run_rast("compare", a, b, stdout=full)
-            self.assert_fails(done, OUTPUT, "standard output", "cannot be written")
+            self.assert_fails(done, TROUBLE, "standard output", "cannot be written")
         self.assertEqual(self.run_rast("compare", a, b, "out.png", cwd=self.folder).returncode, 1)
         self.assertEqual(decode_gray_png((self.folder / "out.png").read_bytes()), (2, 1, b"\2\0"))
-        self.assert_fails(self.run_rast("compare", a, b, "out.jpg"), USAGE, "out.jpg", ".pgm")
+        self.assert_fails(self.run_rast("compare", a, b, "out.jpg"), TROUBLE, "out.jpg", ".pgm")
         c = self.file("c", pgm(1, 1, b"a"))
         self.assertEqual(self.run_rast("compare", a, c, self.folder / "none.pgm").returncode, 1)
         self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "c", "out.png"])
         self.file("a", one * 2)
         done = self.run_rast("compare", a, a, self.folder / "out.png")
-        self.assert_fails(done, UNSUPPORTED, "one page", "--pages")
+        self.assert_fails(done, TROUBLE, "one page", "--pages")
+
+    def test_memory(self):
+        wide = self.file("wide", b"P5 200000000 1 255\n")
+        self.assert_fails(self.run_rast("compare", wide, wide), TROUBLE, "--memory")
+
+    def test_statuses_in_help(self):
+        text = self.run_rast("help", "compare").stdout.decode().split("Exit status:\n")[1]
+        self.assertEqual([line.split()[0] for line in text.splitlines()], ["0", "1", "2"])
+        text = self.run_rast("help").stdout.decode().split("Exit status:\n")[1]
+        self.assertRegex(text, r"(?m)^  1  .*compare.*\n  2  .*compare")
 
     def test_usage(self):
         for arguments, words in (
             ([], ["expected A B", "rast help compare"]), (["a"], ["expected A B"]),
             (["a", "b", "c", "d"], ["'d'"]), (["a", "b", "--json"], ["--json"]),
         ):
-            self.assert_fails(self.run_rast("compare", *arguments), USAGE, *words)
+            self.assert_fails(self.run_rast("compare", *arguments), TROUBLE, *words)
 
     def test_memory_is_flat(self):
         """Half of a page of 64 million samples."""

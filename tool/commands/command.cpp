@@ -67,7 +67,7 @@ constexpr Command commandTable[] = {
      "differences for each page that has the same size and kind in both; it is not written if "
      "none\n"
      "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
-     "status is 0 when all pages are equal and 1 when some are not.",
+     "status is 0 when all pages are equal, 1 when some are not and 2 when anything fails.",
      "fbmPpqh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
     {"ops", "", "the operations there are",
      "A line for each tells its summary and the pages it takes; JSON also tells its details\n"

@@ -26,8 +26,8 @@ std::uint64_t pageNumber(const std::string& item, const std::string& text) {
 PageList::PageList(const std::string& text) {
   std::vector<std::string> items;
   for (std::size_t start = 0; start <= text.size(); start += items.back().size() + 1) {
-    const std::string& item =
-        items.emplace_back(text.substr(start, std::min(text.find(',', start), text.size()) - start));
+    const std::string& item = items.emplace_back(
+        text.substr(start, std::min(text.find(',', start), text.size()) - start));
     const std::size_t dash = item.find('-');
     Range range{pageNumber(item, item.substr(0, dash)), open};
     if (dash == std::string::npos) {

@@ -1,12 +1,16 @@
 """End-to-end tests of the rast command; the environment variable RAST names the binary."""
 
+import ctypes
+import errno
 import itertools
 import json
 import math
 import os
+import platform
 import pty
 import random
 import re
+import resource
 import shlex
 import shutil
 import signal
@@ -88,6 +92,34 @@ def decode_gray_png(data):
     return width, height, out
 
 
+SIGNALS = [number for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT,
+                                 signal.SIGXCPU, signal.SIGALRM)
+           if signal.getsignal(number) != signal.SIG_IGN]
+# The number of the system call, where it is known.
+OPENAT = {"x86_64": 257, "aarch64": 56}.get(platform.machine())
+
+
+def without_unnamed_files():
+    """Before a program starts: a filter of the kernel makes open fail with O_TMPFILE."""
+    set_no_new_privileges, set_seccomp, mode_filter = 38, 22, 2
+    load, if_equal, if_set, end = 0x20, 0x15, 0x45, 0x06
+    number, flags = 0, 32
+    fail, allow = 0x00050000 | errno.EOPNOTSUPP, 0x7FFF0000
+    rules = b"".join(struct.pack("HBBI", *rule) for rule in (
+        (load, 0, 0, number), (if_equal, 0, 3, OPENAT),
+        (load, 0, 0, flags), (if_set, 0, 1, os.O_TMPFILE & ~os.O_DIRECTORY),
+        (end, 0, 0, fail), (end, 0, 0, allow),
+    ))
+    rules = ctypes.create_string_buffer(rules, len(rules))
+    program = struct.pack("HxxxxxxP", len(rules) // 8, ctypes.addressof(rules))
+    program = ctypes.create_string_buffer(program, len(program))
+    prctl = ctypes.CDLL(None, use_errno=True).prctl
+    for arguments in ((set_no_new_privileges, 1, 0, 0, 0),
+                      (set_seccomp, mode_filter, ctypes.c_void_p(ctypes.addressof(program)))):
+        if prctl(*arguments) != 0:
+            raise OSError(ctypes.get_errno(), "prctl")
+
+
 class RastTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -119,6 +151,15 @@ class RastTest(unittest.TestCase):
         done = self.run_rast("expgamma", *PARAMETERS, *arguments, input=content)
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))
         return done.stdout
+
+    def temporaries(self, process, folder=None):
+        """The sizes of the temporary files in the folder that the process has open."""
+        folder, sizes = str(folder or self.folder), []
+        for link in Path(f"/proc/{process.pid}/fd").iterdir():
+            parent, name = os.path.split(os.readlink(link))
+            if parent == folder and (name.endswith(" (deleted)") or name.startswith(".rast-")):
+                sizes.append(link.stat().st_size)
+        return sizes
 
     def wait_for(self, condition):
         end = time.monotonic() + 10
@@ -550,22 +591,112 @@ class Files(RastTest):
         self.assert_fails(done, OUTPUT, "out.pgm", "File too large")
         self.assertEqual(os.listdir(self.folder), ["in.pgm"])
 
-    def start_half(self, *arguments):
+    def start_half(self, *arguments, **options):
         """A process that waits for the second half of its page."""
         command = [RAST, "expgamma", *PARAMETERS, "-b", "1", "-", *map(str, arguments)]
-        process = subprocess.Popen(command, stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        process = subprocess.Popen(
+            command, stdin=subprocess.PIPE, stderr=subprocess.PIPE, **options
+        )
         process.stdin.write(pgm(1000, 64000, bytes(32_000_000)))
         process.stdin.flush()
         return process
 
-    def test_signals_remove_the_temporary_file(self):
-        for number in (signal.SIGTERM, signal.SIGINT):
-            with self.start_half(self.folder / "out.pgm") as process:
-                self.assertEqual(len(os.listdir(self.folder)), 2)
+    def check_signals(self, numbers, named, *arguments, before_start=lambda: None):
+        """Files that are left aside, by name or without, when a signal ends the command."""
+
+        def prepare():
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            before_start()
+
+        target = self.folder / "out.pgm"
+        for number, before in itertools.product(numbers, (None, b"before")):
+            if before:
+                target.write_bytes(before)
+            names = sorted(os.listdir(self.folder))
+            with self.subTest(number=number, before=before), self.start_half(
+                target, preexec_fn=prepare
+            ) as process:
+                self.wait_for(lambda: self.temporaries(process))
+                self.assertEqual(len(os.listdir(self.folder)), len(names) + named)
                 process.send_signal(number)
                 self.assertEqual(process.wait(), -number)
-                self.assertEqual(os.listdir(self.folder), ["in.pgm"])
+                self.assertEqual(sorted(os.listdir(self.folder)), names)
                 process.stdin.close()
+            if before:
+                self.assertEqual(target.read_bytes(), before)
+                target.unlink()
+
+    def test_signals_leave_nothing(self):
+        try:
+            os.close(os.open(self.folder, os.O_TMPFILE | os.O_RDWR))
+        except OSError:
+            self.skipTest("needs a file system that has files without names")
+        self.check_signals([*SIGNALS, signal.SIGKILL], 0)
+
+    @unittest.skipUnless(OPENAT, "needs a machine whose system calls are known here")
+    def test_signals_leave_nothing_without_unnamed_files(self):
+        self.check_signals(SIGNALS, 1, before_start=without_unnamed_files)
+
+    @unittest.skipUnless(OPENAT, "needs a machine whose system calls are known here")
+    def test_without_unnamed_files(self):
+        target = self.folder / "out.pgm"
+        environment = os.environ | {"TMPDIR": str(self.folder)}
+        for _ in range(2):
+            done = self.apply(self.source, target, preexec_fn=without_unnamed_files)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assert_same(target.read_bytes(), self.expected)
+            done = self.run_rast("chain", "rotate cw : rotate ccw", target, target,
+                                 preexec_fn=without_unnamed_files, env=environment)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assert_same(target.read_bytes(), self.expected)
+            self.assertEqual(sorted(os.listdir(self.folder)), ["in.pgm", "out.pgm"])
+
+    def test_files_that_appear_meanwhile(self):
+        """They are replaced too."""
+        target = self.folder / "out.pgm"
+        with self.start_half(target) as process:
+            self.wait_for(lambda: self.temporaries(process))
+            target.write_bytes(b"other")
+            process.stdin.write(bytes(32_000_000))
+            process.stdin.close()
+            self.assertEqual((process.wait(), process.stderr.read()), (DONE, b""))
+        self.assert_same(target.read_bytes(), pgm(1000, 64000, bytes(64_000_000)))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["in.pgm", "out.pgm"])
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs the right to change owners")
+    def test_owner_is_kept(self):
+        target = self.file("out.pgm", b"before")
+        for mode, becomes in ((0o640, 0o640), (0o4775, 0o775), (0o2606, 0o606)):
+            os.chown(target, 1234, 5678)
+            target.chmod(mode)
+            self.assertEqual(self.apply(self.source, target).returncode, DONE)
+            after = target.stat()
+            self.assertEqual((after.st_uid, after.st_gid), (1234, 5678))
+            self.assertEqual(oct(stat.S_IMODE(after.st_mode)), oct(becomes))
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs the right to change owners")
+    def test_owner_that_cannot_be_kept(self):
+        """Where the group is another, nobody gets access who did not have it."""
+        target = self.folder / "out.pgm"
+        self.folder.chmod(0o777)
+        for mode, groups, group, becomes in (
+            (0o662, [], 9, 0o622), (0o646, [], 9, 0o644), (0o666, [], 9, 0o666),
+            (0o660, [5678], 5678, 0o660), (0o626, [5678], 5678, 0o626),
+        ):
+            with self.subTest(mode=oct(mode), groups=groups):
+                target.write_bytes(b"before")
+                os.chown(target, 1111, 5678)
+                target.chmod(mode)
+                try:
+                    done = self.apply("-", target, input=self.source.read_bytes(),
+                                      user=1234, group=9, extra_groups=groups)
+                except PermissionError:
+                    self.skipTest("needs a command that other users can start")
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                after = target.stat()
+                self.assertEqual((after.st_uid, after.st_gid), (1234, group))
+                self.assertEqual(oct(stat.S_IMODE(after.st_mode)), oct(becomes))
+                target.unlink()
 
     def test_memory_is_flat(self):
         with self.start_half("/dev/null") as process:

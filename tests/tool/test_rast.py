@@ -1793,6 +1793,78 @@ class Info(RastTest):
             self.assert_fails(self.run_rast("info", *arguments), USAGE, word)
 
 
+class Resolution(RastTest):
+    """Pixels to the inch, from file to file, as far as PNG has them."""
+
+    def described(self, content):
+        text = self.run_rast("info", input=content).stdout.decode()
+        (json_page,) = json.loads(self.run_rast("info", "--json", input=content).stdout)
+        return text.splitlines()[0].removeprefix("page 1: "), json_page.get("resolution")
+
+    @staticmethod
+    def stored(x, y, unit=1):
+        return png(2, 1, 8, 0, [b"ab"], before=chunk(b"pHYs", struct.pack(">IIB", x, y, unit)))
+
+    @staticmethod
+    def pixels_per_meter(content):
+        at = content.find(b"pHYs")
+        return None if at < 0 else struct.unpack_from(">IIB", content, at + 4)
+
+    def test_png_is_read(self):
+        for x, y, unit, words, numbers in (
+            (11811, 11811, 1, ", 300 dpi", [300, 300]),
+            (23622, 11811, 1, ", 600 x 300 dpi", [600, 300]), (2835, 2835, 1, ", 72 dpi", [72, 72]),
+            (8000, 8000, 1, ", 203.2 dpi", [203.2, 203.2]),
+            (1000, 1000, 1, ", 25.4 dpi", [25.4, 25.4]), (4, 3, 0, "", None), (0, 9, 1, "", None),
+            (11811, 11811, 7, "", None),
+        ):
+            described = self.described(self.stored(x, y, unit))
+            self.assertEqual(described, (f"PNG, 2 x 1, gray{words}", numbers))
+        damaged = bytearray(self.stored(11811, 11811))
+        damaged[damaged.index(b"pHYs") + 5] ^= 1
+        self.refuse(bytes(damaged), DAMAGED, "page 1", "PNG")
+
+    def test_whole_numbers_return(self):
+        for dpi in (*range(1, 130), 150, 200, 300, 360, 600, 720, 1200, 2400, 4800, 9600, 65535):
+            out = self.run_rast("expgamma", "-f", "png", "-r", dpi, input=pgm(2, 1, b"ab")).stdout
+            self.assertEqual(self.pixels_per_meter(out), (*(round(dpi / 0.0254),) * 2, 1))
+            self.assertEqual(self.described(out)[1], [dpi, dpi])
+
+    def test_option(self):
+        """In place of what the page says; a turn swaps it, a reduction reduces it."""
+        for given, arguments, expected in (
+            (None, ["expgamma", "-r", "300"], (300, 300)),
+            (None, ["expgamma", "--resolution=600x300"], (600, 300)),
+            (None, ["expgamma", "--resolution", "203.2x101.6"], (203.2, 101.6)),
+            (11811, ["expgamma", "-r", "600"], (600, 600)), (11811, ["expgamma"], (300, 300)),
+            (None, ["rotate", "cw", "-r", "600x300"], (300, 600)),
+            (None, ["zoom", "--percent", "50", "-r", "600x300"], (300, 150)),
+            (11811, ["zoom", "--x", "100"], (30, 300)),
+            (None, ["chain", "rotate cw : zoom percent=10", "-r", "600x300"], (30, 60)),
+            (None, ["expgamma"], None),
+        ):
+            with self.subTest(arguments=arguments, given=given):
+                content = self.stored(given, given) if given else pgm(2, 1, b"ab")
+                done = self.run_rast(*arguments, "-f", "png", input=content)
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                expected = expected and (*(round(dpi / 0.0254) for dpi in expected), 1)
+                self.assertEqual(self.pixels_per_meter(done.stdout), expected)
+
+    def test_refusals(self):
+        for text, words in (
+            ("0", "out of range"), ("-300", "out of range"), ("65536", "out of range"),
+            ("0.5", "out of range"), ("600x0", "'0' is out of range"), ("", "no decimal"),
+            ("300x", "'' is no decimal"), ("x300", "no decimal"), ("300X300", "no decimal"),
+            ("300x300x300", "'300x300'"), ("300dpi", "no decimal"), ("1e3", "no decimal"),
+            ("nan", "no decimal"), ("300,300", "no decimal"), (" 300", "no decimal"),
+        ):
+            for arguments in (["rotate", "cw"], ["chain", "rotate cw"]):
+                done = self.run_rast(*arguments, f"--resolution={text}", input=pgm(1, 1, b"a"))
+                self.assert_fails(done, USAGE, "--resolution: '", words, "expected 1..65535")
+        for command in ("info", "compare", "ops"):
+            self.assert_fails(self.run_rast(command, "-r", "300"), USAGE, "'-r'")
+
+
 class Compare(RastTest):
     def compare(self, a, b, *more):
         """The exit code and the lines, with A as a file and B as a file."""

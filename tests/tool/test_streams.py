@@ -17,7 +17,7 @@ from pathlib import Path
 
 from test_rast import DAMAGED, DONE, OUTPUT, RAST, TROUBLE, UNSUPPORTED, RastTest, pgm, ppm
 
-INVERT = ("colgamma", "--curve", "invert")
+INVERT = ("colgamma", "--curve", "invert", "--resolution", "300")
 # Those that the binary names: some formats are not built in everywhere.
 LIBRARIES = {
     name: found.group(1).decode()
@@ -236,7 +236,7 @@ class Slow(StreamsTest):
     def test_inputs(self):
         page = noise(ppm, 50, 300)
         for input_format in FORMATS:
-            content = self.out("shift", "-f", input_format, input=page)
+            content = self.out("shift", "-q", "-f", input_format, input=page)
             self.check(inverted(page), (*INVERT, "-b", 7, "-f", "pnm"), content)
 
     def test_turned(self):
@@ -367,7 +367,7 @@ class Offsets(StreamsTest):
         page = noise(pgm, 300, 200)
         for input_format in FORMATS:
             with self.subTest(input_format):
-                stored = self.out("shift", "-f", input_format, input=page)
+                stored = self.out("shift", "-q", "-f", input_format, input=page)
                 for before in (b"x", b"P5\n", bytes(70_000)):
                     with open(self.file("in", before + stored), "rb", buffering=0) as source:
                         source.read(len(before))
@@ -422,7 +422,7 @@ class Libraries(StreamsTest):
     def test_damaged(self):
         page = noise(pgm, 30, 20)
         for name in LIBRARIES:
-            stored = self.out("shift", "-f", name, input=page)
+            stored = self.out("shift", "-q", "-f", name, input=page)
             source = self.file("in", stored)
             for content in self.CONTENTS:
                 with self.subTest(name, content=content[:5]):

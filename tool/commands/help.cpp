@@ -24,9 +24,8 @@ const char filesText[] =
 #endif
     ".\n"
     "Palettes become RGB. PNG output holds one page, PBM output black and white only. Colour\n"
-    "profiles are not carried over; resolution is, between TIFF and raster. A file is replaced "
-    "only\n"
-    "once its new content is complete.";
+    "profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
+    "replaced only once its new content is complete.";
 
 const char storedPagesText[] =
     "Whole pages are kept in unlinked temporary files, in the folder that TMPDIR names, or /tmp.";

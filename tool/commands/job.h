@@ -22,7 +22,8 @@ struct Job {
   std::uint32_t bandLines = 0;  // 0: as many as are quick
   std::uint64_t memory = defaultMemory;
   PageList pages;
-  bool toGray = false;  // before the chain
+  Resolution resolution;  // of the pages that come in; where it is not known, their own
+  bool toGray = false;    // before the chain
   bool json = false;
   bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;

@@ -2,6 +2,8 @@
 
 #include <getopt.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <utility>
@@ -32,6 +34,15 @@ const Format& requireFormat(const std::string& name) {
   std::string names;
   for (const Format& format : formats()) names += join(names.empty() ? "" : ", ", format.name);
   fail(ExitCode::usage, "--format: '", name, "' is unknown; expected one of ", names);
+}
+
+Resolution parseResolution(const std::string& text) {
+  const std::size_t times = std::min(text.find('x'), text.size());
+  const auto number = [](const std::string& part) {
+    return parseDecimal("--resolution", part, 1, UINT16_MAX);
+  };
+  const double x = number(text.substr(0, times));
+  return {x, times == text.size() ? x : number(text.substr(times + 1))};
 }
 
 class JobParser {
@@ -109,6 +120,9 @@ class JobParser {
         break;
       case 'P':
         job_.pages = PageList(optarg);
+        break;
+      case 'r':
+        job_.resolution = parseResolution(optarg);
         break;
       case 'j':
         job_.json = true;

@@ -30,6 +30,7 @@ class Pipeline {
   }
 
   void runPage(PageReader& reader) {
+    if (job_.resolution.isKnown()) reader.setResolution(job_.resolution);
     meter_.beginPage(reader.head().height);
     std::unique_ptr<PageSource> page =
         std::make_unique<FilePage>(in_, reader, meter_, job_.bandLines);
@@ -60,11 +61,17 @@ class Pipeline {
                    head.colour ? hint : "");
   }
 
-  void write(PageSource& page, const RasterHeader* header) const {
+  void write(PageSource& page, const RasterHeader* header) {
     const PageHead& head = page.head();
     const std::uint32_t wanted = job_.bandLines != 0 ? job_.bandLines : page.quickLines();
     const std::uint32_t most = bandLines(in_, head, wanted);
     meter_.inFiles([&] { writer_.beginPage(head, header); });
+    if (const unsigned assumed = writer_.assumedResolution(); assumed != 0 && !hasNoted_) {
+      hasNoted_ = true;
+      meter_.note(
+          join("page ", in_.page(), " names no resolution and is written with ", assumed, " dpi"),
+          "; --resolution names another");
+    }
     drawInBands(
         in_, page, head.colour ? Layout::interleaved : Layout::gray, most,
         [this](const Planes& band, std::uint32_t count) {
@@ -78,6 +85,7 @@ class Pipeline {
   PageWriter& writer_;
   Meter& meter_;
   std::vector<Station> stations_;
+  bool hasNoted_ = false;
 };
 
 }  // namespace

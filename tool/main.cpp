@@ -72,10 +72,16 @@ int carryOut(const Job& job) {
   return static_cast<int>(job.carryOut(job));
 }
 
-int report(const char* label, ExitCode code, const std::string& text) {
-  std::fprintf(stderr, "%s: %s\n", label, printable(text).c_str());
-  return static_cast<int>(code);
-}
+// Of who reports failures, and with what status.
+struct Reporter {
+  const char* label = "rast";
+  bool compares = false;
+
+  int report(ExitCode code, const std::string& text) const {
+    std::fprintf(stderr, "%s: %s\n", label, printable(text).c_str());
+    return static_cast<int>(compares ? ExitCode::trouble : code);
+  }
+};
 
 }  // namespace
 
@@ -85,24 +91,25 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   removeTemporaryOnSignals();
-  const char* label = "rast";
+  Reporter reporter;
   try {
 #ifdef RAST_HAS_RASTER
     if (fileName() == printFilterName) {
-      label = "ERROR";
+      reporter.label = "ERROR";
       return carryOut(printJob(argc, argv));
     }
 #endif
+    reporter.compares = argc > 1 && std::string_view(argv[1]) == "compare";
     const CommandLine command = parseCommandLine(argc, argv);
     if (const Job* job = std::get_if<Job>(&command)) return carryOut(*job);
     print(std::get<std::string>(command));
     return 0;
   } catch (const Failure& failure) {
-    return report(label, failure.code, failure.text);
+    return reporter.report(failure.code, failure.text);
   } catch (const std::bad_alloc&) {
-    return report(label, ExitCode::memory,
-                  "not enough memory; try a smaller --band, or a larger --memory");
+    return reporter.report(ExitCode::memory,
+                           "not enough memory; try a smaller --band, or a larger --memory");
   } catch (const std::exception& error) {
-    return report(label, ExitCode::runTime, error.what());
+    return reporter.report(ExitCode::runTime, error.what());
   }
 }

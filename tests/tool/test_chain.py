@@ -5,7 +5,7 @@ import json
 import os
 import random
 import re
-import signal
+import resource
 import subprocess
 import sys
 import termios
@@ -14,8 +14,8 @@ import unittest
 from pathlib import Path
 
 from test_rast import (
-    DAMAGED, DONE, MEMORY, OUTPUT, RAST, RUN_TIME, UNSUPPORTED, USAGE, RastTest, gray_png, pgm,
-    png, ppm, ramp, reduced,
+    DAMAGED, DONE, MEMORY, OUTPUT, RAST, RUN_TIME, SIGNALS, UNSUPPORTED, USAGE, RastTest, gray_png,
+    pgm, png, ppm, ramp, reduced,
 )
 
 GRAY, COLOUR = 1, 3
@@ -921,13 +921,12 @@ class Jobs(ChainTest):
         temporary.mkdir()
         target = self.file("out.pgm", b"before")
         for text in ("colgamma invert : zoom y=900 : shift x=1", self.CHAIN):
-            for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
-                if signal.getsignal(number) == signal.SIG_IGN:
-                    continue
+            for number in SIGNALS:
                 with self.subTest(text=text, number=number), self.start(
-                    "chain", text, "-", target, env=os.environ | {"TMPDIR": str(temporary)}
+                    "chain", text, "-", target, env=os.environ | {"TMPDIR": str(temporary)},
+                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)),
                 ) as process:
-                    self.wait_for(lambda: len(os.listdir(self.folder)) == 4)
+                    self.wait_for(lambda: self.temporaries(process))
                     self.assertEqual(target.read_bytes(), b"before")
                     process.send_signal(number)
                     self.assertEqual(process.wait(10), -number)
@@ -940,7 +939,7 @@ class Jobs(ChainTest):
     def test_replaced_at_the_end(self):
         target = self.file("out.pgm", b"before")
         with self.start("chain", "colgamma invert : colgamma invert", "-", target) as process:
-            self.wait_for(lambda: len(os.listdir(self.folder)) == 3)
+            self.wait_for(lambda: self.temporaries(process))
             self.assertEqual(target.read_bytes(), b"before")
             process.stdin.write(bytes(100_000))
             process.stdin.close()

@@ -1,12 +1,16 @@
 """End-to-end tests of the rast command; the environment variable RAST names the binary."""
 
+import ctypes
+import errno
 import itertools
 import json
 import math
 import os
+import platform
 import pty
 import random
 import re
+import resource
 import shlex
 import shutil
 import signal
@@ -21,6 +25,7 @@ from pathlib import Path
 
 RAST = os.path.abspath(os.environ.get("RAST", "rast"))
 DONE, RUN_TIME, USAGE, DAMAGED, OUTPUT, UNSUPPORTED, MEMORY = range(7)
+TROUBLE = 2  # every failure of compare
 PARAMETERS = ("--threshold", "30", "--offset", "9", "--gain", "300")
 
 
@@ -87,6 +92,34 @@ def decode_gray_png(data):
     return width, height, out
 
 
+SIGNALS = [number for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT,
+                                 signal.SIGXCPU, signal.SIGALRM)
+           if signal.getsignal(number) != signal.SIG_IGN]
+# The number of the system call, where it is known.
+OPENAT = {"x86_64": 257, "aarch64": 56}.get(platform.machine())
+
+
+def without_unnamed_files():
+    """Before a program starts: a filter of the kernel makes open fail with O_TMPFILE."""
+    set_no_new_privileges, set_seccomp, mode_filter = 38, 22, 2
+    load, if_equal, if_set, end = 0x20, 0x15, 0x45, 0x06
+    number, flags = 0, 32
+    fail, allow = 0x00050000 | errno.EOPNOTSUPP, 0x7FFF0000
+    rules = b"".join(struct.pack("HBBI", *rule) for rule in (
+        (load, 0, 0, number), (if_equal, 0, 3, OPENAT),
+        (load, 0, 0, flags), (if_set, 0, 1, os.O_TMPFILE & ~os.O_DIRECTORY),
+        (end, 0, 0, fail), (end, 0, 0, allow),
+    ))
+    rules = ctypes.create_string_buffer(rules, len(rules))
+    program = struct.pack("HxxxxxxP", len(rules) // 8, ctypes.addressof(rules))
+    program = ctypes.create_string_buffer(program, len(program))
+    prctl = ctypes.CDLL(None, use_errno=True).prctl
+    for arguments in ((set_no_new_privileges, 1, 0, 0, 0),
+                      (set_seccomp, mode_filter, ctypes.c_void_p(ctypes.addressof(program)))):
+        if prctl(*arguments) != 0:
+            raise OSError(ctypes.get_errno(), "prctl")
+
+
 class RastTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -118,6 +151,15 @@ class RastTest(unittest.TestCase):
         done = self.run_rast("expgamma", *PARAMETERS, *arguments, input=content)
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))
         return done.stdout
+
+    def temporaries(self, process, folder=None):
+        """The sizes of the temporary files in the folder that the process has open."""
+        folder, sizes = str(folder or self.folder), []
+        for link in Path(f"/proc/{process.pid}/fd").iterdir():
+            parent, name = os.path.split(os.readlink(link))
+            if parent == folder and (name.endswith(" (deleted)") or name.startswith(".rast-")):
+                sizes.append(link.stat().st_size)
+        return sizes
 
     def wait_for(self, condition):
         end = time.monotonic() + 10
@@ -549,22 +591,112 @@ class Files(RastTest):
         self.assert_fails(done, OUTPUT, "out.pgm", "File too large")
         self.assertEqual(os.listdir(self.folder), ["in.pgm"])
 
-    def start_half(self, *arguments):
+    def start_half(self, *arguments, **options):
         """A process that waits for the second half of its page."""
         command = [RAST, "expgamma", *PARAMETERS, "-b", "1", "-", *map(str, arguments)]
-        process = subprocess.Popen(command, stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        process = subprocess.Popen(
+            command, stdin=subprocess.PIPE, stderr=subprocess.PIPE, **options
+        )
         process.stdin.write(pgm(1000, 64000, bytes(32_000_000)))
         process.stdin.flush()
         return process
 
-    def test_signals_remove_the_temporary_file(self):
-        for number in (signal.SIGTERM, signal.SIGINT):
-            with self.start_half(self.folder / "out.pgm") as process:
-                self.assertEqual(len(os.listdir(self.folder)), 2)
+    def check_signals(self, numbers, named, *arguments, before_start=lambda: None):
+        """Files that are left aside, by name or without, when a signal ends the command."""
+
+        def prepare():
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            before_start()
+
+        target = self.folder / "out.pgm"
+        for number, before in itertools.product(numbers, (None, b"before")):
+            if before:
+                target.write_bytes(before)
+            names = sorted(os.listdir(self.folder))
+            with self.subTest(number=number, before=before), self.start_half(
+                target, preexec_fn=prepare
+            ) as process:
+                self.wait_for(lambda: self.temporaries(process))
+                self.assertEqual(len(os.listdir(self.folder)), len(names) + named)
                 process.send_signal(number)
                 self.assertEqual(process.wait(), -number)
-                self.assertEqual(os.listdir(self.folder), ["in.pgm"])
+                self.assertEqual(sorted(os.listdir(self.folder)), names)
                 process.stdin.close()
+            if before:
+                self.assertEqual(target.read_bytes(), before)
+                target.unlink()
+
+    def test_signals_leave_nothing(self):
+        try:
+            os.close(os.open(self.folder, os.O_TMPFILE | os.O_RDWR))
+        except OSError:
+            self.skipTest("needs a file system that has files without names")
+        self.check_signals([*SIGNALS, signal.SIGKILL], 0)
+
+    @unittest.skipUnless(OPENAT, "needs a machine whose system calls are known here")
+    def test_signals_leave_nothing_without_unnamed_files(self):
+        self.check_signals(SIGNALS, 1, before_start=without_unnamed_files)
+
+    @unittest.skipUnless(OPENAT, "needs a machine whose system calls are known here")
+    def test_without_unnamed_files(self):
+        target = self.folder / "out.pgm"
+        environment = os.environ | {"TMPDIR": str(self.folder)}
+        for _ in range(2):
+            done = self.apply(self.source, target, preexec_fn=without_unnamed_files)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assert_same(target.read_bytes(), self.expected)
+            done = self.run_rast("chain", "rotate cw : rotate ccw", target, target,
+                                 preexec_fn=without_unnamed_files, env=environment)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            self.assert_same(target.read_bytes(), self.expected)
+            self.assertEqual(sorted(os.listdir(self.folder)), ["in.pgm", "out.pgm"])
+
+    def test_files_that_appear_meanwhile(self):
+        """They are replaced too."""
+        target = self.folder / "out.pgm"
+        with self.start_half(target) as process:
+            self.wait_for(lambda: self.temporaries(process))
+            target.write_bytes(b"other")
+            process.stdin.write(bytes(32_000_000))
+            process.stdin.close()
+            self.assertEqual((process.wait(), process.stderr.read()), (DONE, b""))
+        self.assert_same(target.read_bytes(), pgm(1000, 64000, bytes(64_000_000)))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["in.pgm", "out.pgm"])
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs the right to change owners")
+    def test_owner_is_kept(self):
+        target = self.file("out.pgm", b"before")
+        for mode, becomes in ((0o640, 0o640), (0o4775, 0o775), (0o2606, 0o606)):
+            os.chown(target, 1234, 5678)
+            target.chmod(mode)
+            self.assertEqual(self.apply(self.source, target).returncode, DONE)
+            after = target.stat()
+            self.assertEqual((after.st_uid, after.st_gid), (1234, 5678))
+            self.assertEqual(oct(stat.S_IMODE(after.st_mode)), oct(becomes))
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs the right to change owners")
+    def test_owner_that_cannot_be_kept(self):
+        """Where the group is another, nobody gets access who did not have it."""
+        target = self.folder / "out.pgm"
+        self.folder.chmod(0o777)
+        for mode, groups, group, becomes in (
+            (0o662, [], 9, 0o622), (0o646, [], 9, 0o644), (0o666, [], 9, 0o666),
+            (0o660, [5678], 5678, 0o660), (0o626, [5678], 5678, 0o626),
+        ):
+            with self.subTest(mode=oct(mode), groups=groups):
+                target.write_bytes(b"before")
+                os.chown(target, 1111, 5678)
+                target.chmod(mode)
+                try:
+                    done = self.apply("-", target, input=self.source.read_bytes(),
+                                      user=1234, group=9, extra_groups=groups)
+                except PermissionError:
+                    self.skipTest("needs a command that other users can start")
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                after = target.stat()
+                self.assertEqual((after.st_uid, after.st_gid), (1234, group))
+                self.assertEqual(oct(stat.S_IMODE(after.st_mode)), oct(becomes))
+                target.unlink()
 
     def test_memory_is_flat(self):
         with self.start_half("/dev/null") as process:
@@ -1464,7 +1596,7 @@ class Pages(RastTest):
     TURNED = [pgm(1, 2, b"ab"), pgm(2, 1, b"dc"), pgm(1, 1, b"e"), pgm(1, 3, b"fgh")]
     LISTS = (
         ("1", [1]), ("4", [4]), ("2-3", [2, 3]), ("2-2", [2]), ("3-", [3, 4]), ("1-", [1, 2, 3, 4]),
-        ("4,1", [1, 4]), ("1-3,2-4,3,3", [1, 2, 3, 4]), ("2-,1-2", [1, 2, 3, 4]), ("4-", [4]),
+        ("1,4", [1, 4]), ("1,2-3,4-", [1, 2, 3, 4]), ("1-2,3", [1, 2, 3]), ("4-", [4]),
     )
 
     def test_chosen_pages(self):
@@ -1518,7 +1650,7 @@ class Pages(RastTest):
     def test_beyond_the_end(self):
         stream = b"".join(self.PAGES)
         for text, missing in (
-            ("5", 5), ("9", 9), ("5-", 5), ("7-", 7), ("3-6", 5), ("8-9", 8), ("1-,9,7", 7),
+            ("5", 5), ("9", 9), ("5-", 5), ("7-", 7), ("3-6", 5), ("8-9", 8), ("1,7,9", 7),
             ("2,4-5", 5), (str(2**63 - 1), 2**63 - 1),
         ):
             with self.subTest(text):
@@ -1527,6 +1659,23 @@ class Pages(RastTest):
         done = self.run_rast("expgamma", "--pages", "4,5", input=stream)
         self.assert_fails(done, USAGE, "standard input", "page 4", "page 5")
         self.assertEqual(done.stdout, self.PAGES[3])
+
+    def test_other_orders(self):
+        """Pages come once and in the order of the stream, so no list may ask for anything else."""
+        for text, words, instead in (
+            ("3,2,1", "'2' comes after '3'", "1-3"), ("4,1", "'1' comes after '4'", "1,4"),
+            ("1,2,2", "'2' repeats pages of '2'", "1-2"), ("7,7", "'7' repeats pages of '7'", "7"),
+            ("1-3,2-4,3,3", "'2-4' repeats pages of '1-3'", "1-4"),
+            ("2-,1-2", "'1-2' repeats pages of '2-'", "1-"),
+            ("2-,1", "'1' comes after '2-'", "1-"), ("1-,9,7", "'9' repeats pages of '1-'", "1-"),
+            ("9-12,1-3,5-", "'1-3' comes after '9-12'", "1-3,5-"),
+            ("8-9,1,2,4", "'1' comes after '8-9'", "1-2,4,8-9"),
+        ):
+            for command in ("expgamma", "info", "compare"):
+                with self.subTest(text=text, command=command):
+                    done = self.run_rast(command, f"--pages={text}", "a", "b")
+                    self.assert_fails(done, USAGE, f"--pages: {words}; ", f": write {instead}\n")
+                    self.assertEqual(done.stdout, b"")
 
     def test_malformed_lists(self):
         hint = "such as 1-10,15,20-"
@@ -1644,6 +1793,78 @@ class Info(RastTest):
             self.assert_fails(self.run_rast("info", *arguments), USAGE, word)
 
 
+class Resolution(RastTest):
+    """Pixels to the inch, from file to file, as far as PNG has them."""
+
+    def described(self, content):
+        text = self.run_rast("info", input=content).stdout.decode()
+        (json_page,) = json.loads(self.run_rast("info", "--json", input=content).stdout)
+        return text.splitlines()[0].removeprefix("page 1: "), json_page.get("resolution")
+
+    @staticmethod
+    def stored(x, y, unit=1):
+        return png(2, 1, 8, 0, [b"ab"], before=chunk(b"pHYs", struct.pack(">IIB", x, y, unit)))
+
+    @staticmethod
+    def pixels_per_meter(content):
+        at = content.find(b"pHYs")
+        return None if at < 0 else struct.unpack_from(">IIB", content, at + 4)
+
+    def test_png_is_read(self):
+        for x, y, unit, words, numbers in (
+            (11811, 11811, 1, ", 300 dpi", [300, 300]),
+            (23622, 11811, 1, ", 600 x 300 dpi", [600, 300]), (2835, 2835, 1, ", 72 dpi", [72, 72]),
+            (8000, 8000, 1, ", 203.2 dpi", [203.2, 203.2]),
+            (1000, 1000, 1, ", 25.4 dpi", [25.4, 25.4]), (4, 3, 0, "", None), (0, 9, 1, "", None),
+            (11811, 11811, 7, "", None),
+        ):
+            described = self.described(self.stored(x, y, unit))
+            self.assertEqual(described, (f"PNG, 2 x 1, gray{words}", numbers))
+        damaged = bytearray(self.stored(11811, 11811))
+        damaged[damaged.index(b"pHYs") + 5] ^= 1
+        self.refuse(bytes(damaged), DAMAGED, "page 1", "PNG")
+
+    def test_whole_numbers_return(self):
+        for dpi in (*range(1, 130), 150, 200, 300, 360, 600, 720, 1200, 2400, 4800, 9600, 65535):
+            out = self.run_rast("expgamma", "-f", "png", "-r", dpi, input=pgm(2, 1, b"ab")).stdout
+            self.assertEqual(self.pixels_per_meter(out), (*(round(dpi / 0.0254),) * 2, 1))
+            self.assertEqual(self.described(out)[1], [dpi, dpi])
+
+    def test_option(self):
+        """In place of what the page says; a turn swaps it, a reduction reduces it."""
+        for given, arguments, expected in (
+            (None, ["expgamma", "-r", "300"], (300, 300)),
+            (None, ["expgamma", "--resolution=600x300"], (600, 300)),
+            (None, ["expgamma", "--resolution", "203.2x101.6"], (203.2, 101.6)),
+            (11811, ["expgamma", "-r", "600"], (600, 600)), (11811, ["expgamma"], (300, 300)),
+            (None, ["rotate", "cw", "-r", "600x300"], (300, 600)),
+            (None, ["zoom", "--percent", "50", "-r", "600x300"], (300, 150)),
+            (11811, ["zoom", "--x", "100"], (30, 300)),
+            (None, ["chain", "rotate cw : zoom percent=10", "-r", "600x300"], (30, 60)),
+            (None, ["expgamma"], None),
+        ):
+            with self.subTest(arguments=arguments, given=given):
+                content = self.stored(given, given) if given else pgm(2, 1, b"ab")
+                done = self.run_rast(*arguments, "-f", "png", input=content)
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                expected = expected and (*(round(dpi / 0.0254) for dpi in expected), 1)
+                self.assertEqual(self.pixels_per_meter(done.stdout), expected)
+
+    def test_refusals(self):
+        for text, words in (
+            ("0", "out of range"), ("-300", "out of range"), ("65536", "out of range"),
+            ("0.5", "out of range"), ("600x0", "'0' is out of range"), ("", "no decimal"),
+            ("300x", "'' is no decimal"), ("x300", "no decimal"), ("300X300", "no decimal"),
+            ("300x300x300", "'300x300'"), ("300dpi", "no decimal"), ("1e3", "no decimal"),
+            ("nan", "no decimal"), ("300,300", "no decimal"), (" 300", "no decimal"),
+        ):
+            for arguments in (["rotate", "cw"], ["chain", "rotate cw"]):
+                done = self.run_rast(*arguments, f"--resolution={text}", input=pgm(1, 1, b"a"))
+                self.assert_fails(done, USAGE, "--resolution: '", words, "expected 1..65535")
+        for command in ("info", "compare", "ops"):
+            self.assert_fails(self.run_rast(command, "-r", "300"), USAGE, "'-r'")
+
+
 class Compare(RastTest):
     def compare(self, a, b, *more):
         """The exit code and the lines, with A as a file and B as a file."""
@@ -1745,7 +1966,7 @@ class Compare(RastTest):
         a, b = self.file("a", a), self.file("b", b)
         for paths in ((a, b), (b, a)):
             done = self.run_rast("compare", *paths, "-P2,4")
-            self.assert_fails(done, USAGE, f"{a}: page 3:", "the last", "page 4")
+            self.assert_fails(done, TROUBLE, f"{a}: page 3:", "the last", "page 4")
             self.assertEqual(done.stdout, b"page 2: equal\n")
 
     def test_standard_input(self):
@@ -1755,28 +1976,28 @@ class Compare(RastTest):
         done = self.run_rast("compare", path, "-", input=page)
         self.assertIn(b"99 and 98;", done.stdout)
         self.assertEqual((done.returncode, done.stderr), (1, b""))
-        self.assert_fails(self.run_rast("compare", "-", "-", input=page), USAGE, "standard input")
-        self.assert_fails(self.run_rast("compare", path, path, "-"), USAGE, "standard output")
+        self.assert_fails(self.run_rast("compare", "-", "-", input=page), TROUBLE, "standard input")
+        self.assert_fails(self.run_rast("compare", path, path, "-"), TROUBLE, "standard output")
 
     def test_damage(self):
         good, other = pgm(2, 2, b"abcd"), pgm(1, 2, b"ab")
         a = self.file("a", good + good)
         target = self.file("out.pgm", b"before")
-        for content, code, words in (
-            (good + good[:-1], DAMAGED, "page 2, line 2:"),
-            (good + other[:-1], DAMAGED, "page 2, line 2:"), (b"", DAMAGED, "empty"),
-            (good * 2 + good[:-1], DAMAGED, "page 3, line 2:"), (good + b"x", DAMAGED, "page 1:"),
-            (b"P1", UNSUPPORTED, "page 1:"),
+        for content, words in (
+            (good + good[:-1], "page 2, line 2:"),
+            (good + other[:-1], "page 2, line 2:"), (b"", "empty"),
+            (good * 2 + good[:-1], "page 3, line 2:"), (good + b"x", "page 1:"),
+            (b"P1", "page 1:"),
         ):
             b = self.file("b", content)
             for paths in ((a, b), (b, a)):
                 with self.subTest(words):
                     done = self.run_rast("compare", *paths, target)
-                    self.assert_fails(done, code, str(b), words)
+                    self.assert_fails(done, TROUBLE, str(b), words)
                     self.assertEqual(target.read_bytes(), b"before")
         for paths in ((a, "missing"), ("missing", a)):
             done = self.run_rast("compare", *paths)
-            self.assert_fails(done, RUN_TIME, "missing: cannot be opened")
+            self.assert_fails(done, TROUBLE, "missing: cannot be opened")
         self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "out.pgm"])
 
     def test_outputs(self):
@@ -1785,26 +2006,36 @@ class Compare(RastTest):
         for target in ("/dev/full", self.folder, self.folder / "missing" / "out.pgm"):
             for more in ((), ("--format", "png")):
                 done = self.run_rast("compare", a, b, target, *more)
-                self.assert_fails(done, OUTPUT, str(target), "cannot be written")
+                self.assert_fails(done, TROUBLE, str(target), "cannot be written")
         with open("/dev/full", "wb") as full:
             done = self.run_rast("compare", a, b, stdout=full)
-            self.assert_fails(done, OUTPUT, "standard output", "cannot be written")
+            self.assert_fails(done, TROUBLE, "standard output", "cannot be written")
         self.assertEqual(self.run_rast("compare", a, b, "out.png", cwd=self.folder).returncode, 1)
         self.assertEqual(decode_gray_png((self.folder / "out.png").read_bytes()), (2, 1, b"\2\0"))
-        self.assert_fails(self.run_rast("compare", a, b, "out.jpg"), USAGE, "out.jpg", ".pgm")
+        self.assert_fails(self.run_rast("compare", a, b, "out.jpg"), TROUBLE, "out.jpg", ".pgm")
         c = self.file("c", pgm(1, 1, b"a"))
         self.assertEqual(self.run_rast("compare", a, c, self.folder / "none.pgm").returncode, 1)
         self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "c", "out.png"])
         self.file("a", one * 2)
         done = self.run_rast("compare", a, a, self.folder / "out.png")
-        self.assert_fails(done, UNSUPPORTED, "one page", "--pages")
+        self.assert_fails(done, TROUBLE, "one page", "--pages")
+
+    def test_memory(self):
+        wide = self.file("wide", b"P5 200000000 1 255\n")
+        self.assert_fails(self.run_rast("compare", wide, wide), TROUBLE, "--memory")
+
+    def test_statuses_in_help(self):
+        text = self.run_rast("help", "compare").stdout.decode().split("Exit status:\n")[1]
+        self.assertEqual([line.split()[0] for line in text.splitlines()], ["0", "1", "2"])
+        text = self.run_rast("help").stdout.decode().split("Exit status:\n")[1]
+        self.assertRegex(text, r"(?m)^  1  .*compare.*\n  2  .*compare")
 
     def test_usage(self):
         for arguments, words in (
             ([], ["expected A B", "rast help compare"]), (["a"], ["expected A B"]),
             (["a", "b", "c", "d"], ["'d'"]), (["a", "b", "--json"], ["--json"]),
         ):
-            self.assert_fails(self.run_rast("compare", *arguments), USAGE, *words)
+            self.assert_fails(self.run_rast("compare", *arguments), TROUBLE, *words)
 
     def test_memory_is_flat(self):
         """Half of a page of 64 million samples."""

@@ -1,5 +1,6 @@
 """End-to-end tests of CUPS and PWG raster; the environment variable RAST names the binary."""
 
+import json
 import os
 import struct
 import subprocess
@@ -8,10 +9,12 @@ import unittest
 import raster
 from raster import ADOBERGB, GRAY_SPACES, K, RGB, RGB_SPACES, SRGB, SW, W, page, stream
 from test_rast import (
-    DAMAGED, DONE, MEMORY, OUTPUT, RAST, RUN_TIME, UNSUPPORTED, RastTest, pgm, ppm, ramp,
+    DAMAGED, DONE, MEMORY, OUTPUT, RAST, RUN_TIME, UNSUPPORTED, RastTest, chunk, gray_png,
+    pgm, png, ppm, ramp,
 )
 
 IDENTITY = ("colgamma", "--curve", "gamma=1")
+QUIET = (*IDENTITY, "-q")  # about the resolution of pages that name none
 
 
 def inverted(samples):
@@ -100,9 +103,12 @@ class Reading(Raster):
     def test_info(self):
         pwg = page(4, 3, MediaClass=b"PwgRaster")
         for fields, samples, kind in (
-            (page(4, 3), bytes(12), b"CUPS raster, 4 x 3, gray"),
-            (page(4, 3, SRGB), bytes(36), b"CUPS raster, 4 x 3, RGB"),
-            (pwg, bytes(12), b"PWG raster, 4 x 3, gray"),
+            (page(4, 3), bytes(12), b"CUPS raster, 4 x 3, gray, 300 dpi"),
+            (page(4, 3, HWResolution=(600, 300)), bytes(12),
+             b"CUPS raster, 4 x 3, gray, 600 x 300 dpi"),
+            (page(4, 3, SRGB, HWResolution=(0, 0)), bytes(36), b"CUPS raster, 4 x 3, RGB"),
+            (page(4, 3, HWResolution=(300, 0)), bytes(12), b"CUPS raster, 4 x 3, gray"),
+            (pwg, bytes(12), b"PWG raster, 4 x 3, gray, 300 dpi"),
         ):
             done = self.run_rast("info", input=stream((fields, samples), version="2"))
             self.assertEqual((done.returncode, done.stderr), (DONE, b""))
@@ -282,18 +288,19 @@ class Writing(Raster):
         self.assertEqual(self.writes(stream(*pages, version="2"), "cups"), pages)
         images = pgm(4, 3, ramp(12)) + ppm(2, 5, ramp(30))
         for output_format in ("cups", "pwg"):
-            written = self.writes(images, output_format)
+            written = self.writes(images, output_format, operation=QUIET)
             self.assertEqual([samples for _, samples in written], [ramp(12), ramp(30)])
 
     def test_form(self):
         image = pgm(4, 3, ramp(12))
-        self.assertIn(self.through(image, "-f", "cups")[:4], (b"RaS3", b"3SaR"))
-        out = self.through(image, "-f", "pwg")
+        out = self.through(image, "-f", "cups", operation=QUIET)
+        self.assertIn(out[:4], (b"RaS3", b"3SaR"))
+        out = self.through(image, "-f", "pwg", operation=QUIET)
         self.assertEqual(out[:4], b"RaS2")
-        self.assertEqual(self.through(image, "-f", "pwg"), out)
+        self.assertEqual(self.through(image, "-f", "pwg", operation=QUIET), out)
         for ending, words in ((".ras", (b"RaS3", b"3SaR")), (".pwg", (b"RaS2",))):
             source, target = self.file("in.pgm", image), self.folder / f"out{ending}"
-            done = self.run_rast(*IDENTITY, source, target)
+            done = self.run_rast(*QUIET, source, target)
             self.assertEqual((done.returncode, done.stderr), (DONE, b""))
             self.assertIn(target.read_bytes()[:4], words)
 
@@ -305,13 +312,14 @@ class Writing(Raster):
                 ImagingBoundingBox=(0, 0, 144, 72), cupsImagingBBox=(0.0, 0.0, 144.0, 72.0),
             )
             expected = raster.fields_of(raster.header(expected))
-            self.assertEqual(self.writes(image, "cups"), [(expected, samples)])
+            self.assertEqual(self.writes(image, "cups", operation=QUIET), [(expected, samples)])
             changes = {
                 "MediaClass": text(b"PwgRaster"), "ImagingBoundingBox": (0,) * 4,
                 "cupsPageSize": (0.0,) * 2, "cupsImagingBBox": (0.0,) * 4,
                 "cupsInteger": (0, 1, 1, 0, 0, 600, 300, 0xFFFFFF) + (0,) * 8,
             }
-            self.assertEqual(self.writes(image, "pwg"), [(expected | changes, samples)])
+            written = self.writes(image, "pwg", operation=QUIET)
+            self.assertEqual(written, [(expected | changes, samples)])
 
     def test_from_cups_to_pwg_and_back(self):
         for space, becomes in ((W, SW), (SW, SW), (K, K), (RGB, RGB), (SRGB, SRGB),
@@ -416,6 +424,78 @@ class Resized(Raster):
                 self.assertEqual(fields["cupsInteger"][3:7], (0, 0, 2, 3))
 
 
+class Resolution(Raster):
+    NOTE = b"page %d names no resolution and is written with 300 dpi"
+    ADVICE = b"; --resolution names another\n"
+
+    def test_option(self):
+        """A sheet of A7 keeps its size, whatever its pixels."""
+        for dpi, width, height, numbers in (("300", 874, 1240, (300, 300)),
+                                            ("600", 1748, 2480, (600, 600)),
+                                            ("203.2x600", 592, 2480, (203, 600))):
+            image = pgm(width, height, bytes(width * height))
+            for output_format in ("cups", "pwg"):
+                ((fields, _),) = self.writes(
+                    image, output_format, operation=(*IDENTITY, "--resolution", dpi)
+                )
+                self.assertEqual(fields["HWResolution"], numbers)
+                self.assertEqual(fields["PageSize"], (210, 298))
+
+    def test_in_place_of_the_header(self):
+        given = full_page(1200, 1200, PageSize=(288, 288), Margins=(18, 36))
+        content = stream((given, bytes(1440000)), version="2")
+        ((fields, _),) = self.writes(content, "cups", operation=(*IDENTITY, "-r", "600"))
+        self.assertEqual((fields["HWResolution"], fields["PageSize"]), ((600, 600), (144, 144)))
+
+    def test_default_is_announced_once(self):
+        images = stream((page(2, 1), b"ab")), pgm(2, 1, b"ab"), gray_png(2, 1, b"ab")
+        for content, number in ((images[1] * 3, 1), (images[2] + images[1], 1)):
+            for output_format in ("cups", "pwg"):
+                target = self.folder / "out"
+                done = self.run_rast(*IDENTITY, "-f", output_format, "-", target, input=content)
+                self.assertEqual(done.returncode, DONE)
+                self.assertEqual(done.stderr, b"rast: " + self.NOTE % number + self.ADVICE)
+                for fields, _ in raster.pages_of(target.read_bytes()):
+                    self.assertEqual(fields["HWResolution"], (300, 300))
+        dense = chunk(b"pHYs", struct.pack(">IIB", 11811, 11811, 1))
+        dense = png(2, 1, 8, 0, [b"ab"], before=dense)
+        for content, more in (
+            (images[0], ()), (images[1], ("-q",)), (images[1], ("-r", "600")), (dense, ()),
+        ):
+            done = self.run_rast(*IDENTITY, *more, "-f", "pwg", input=content)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+        for output_format in ("pnm", "png", "tiff"):
+            done = self.run_rast(*IDENTITY, "-f", output_format, input=images[1])
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+
+    def test_later_page(self):
+        known, unknown = page(2, 1), page(2, 1, HWResolution=(0, 0))
+        content = stream((known, b"ab"), (unknown, b"ab"), (unknown, b"ab"))
+        done = self.run_rast(*IDENTITY, "-f", "pwg", input=content)
+        self.assertEqual(done.returncode, DONE)
+        self.assertEqual(done.stderr, b"rast: " + self.NOTE % 2 + self.ADVICE)
+        # CUPS raster need not name one, so it stays as it was.
+        self.assertEqual(self.writes(content, "cups")[1][0]["HWResolution"], (0, 0))
+
+    def test_forms(self):
+        image = pgm(2, 1, b"ab")
+        done = self.run_rast(*IDENTITY, "-f", "pwg", "--progress=json", input=image)
+        lines = [json.loads(line) for line in done.stderr.splitlines()]
+        notes = [line["note"] for line in lines if "note" in line]
+        self.assertEqual(notes, [(self.NOTE % 1 + self.ADVICE).decode().rstrip()])
+        self.assertEqual(lines[-1], {"done": True, "pages": 1})
+        done = self.run_rast(*IDENTITY, "-f", "pwg", "--progress", input=image)
+        self.assertIn(b"rast: " + self.NOTE % 1 + self.ADVICE, done.stderr)
+
+    def test_print_filter(self):
+        print_filter = self.folder / "rasttoraster"
+        print_filter.symlink_to(RAST)
+        done = subprocess.run([print_filter, *"1 user title 1".split(), ""], input=pgm(2, 1, b"ab"),
+                              capture_output=True, timeout=20, check=False)
+        self.assertEqual(done.returncode, DONE)
+        self.assertIn(b"\nWARNING: " + self.NOTE % 1 + b"\n", done.stderr)
+
+
 class Devices(Raster):
     def test_files_and_pipes(self):
         content = stream((page(300, 400), ramp(120000)), (page(300, 400, K), ramp(120000)))
@@ -440,7 +520,7 @@ class Devices(Raster):
         for image in (small, large):
             source = self.file("in.pgm", image)
             for output_format in ("cups", "pwg"):
-                done = self.run_rast(*IDENTITY, "-f", output_format, source, "/dev/full")
+                done = self.run_rast(*QUIET, "-f", output_format, source, "/dev/full")
                 self.assert_fails(done, OUTPUT, "/dev/full", "No space left")
 
     def test_closed_pipe(self):
@@ -448,7 +528,7 @@ class Devices(Raster):
         for output_format in ("cups", "pwg"):
             reader, writer = os.pipe()
             os.close(reader)
-            done = self.run_rast(*IDENTITY, "-f", output_format, source, stdout=writer)
+            done = self.run_rast(*QUIET, "-f", output_format, source, stdout=writer)
             os.close(writer)
             self.assert_fails(done, OUTPUT, "Broken pipe")
 

@@ -436,6 +436,25 @@ class Writing(TiffTest):
                     value = tags[X_RESOLUTION][0]
                     self.assertAlmostEqual((value & 0xFFFFFFFF) / (value >> 32), expected, 4)
 
+    def test_resolution_of_other_formats(self):
+        """From TIFF to PNG and back, and as the option names it."""
+        content = tiff(
+            page(4, 3, [GRAY], X_RESOLUTION=Ratio((600, 1)), Y_RESOLUTION=Ratio((300, 1)))
+        )
+        self.assertIn(b", 600 x 300 dpi\n", self.run_rast("info", input=content).stdout)
+        between = self.samples_of(content, "-f", "png")
+        for given, more, expected in (
+            (content, (), (600, 300)), (between, (), (600, 300)),
+            (content, ("-r", "1200"), (1200, 1200)),
+            (pgm(4, 3, GRAY), ("-r", "203.2x72"), (203.2, 72)), (pgm(4, 3, GRAY), (), None),
+        ):
+            tags, _ = decode(self.samples_of(given, *more, "-f", "tiff"))[0]
+            with self.subTest(more=more):
+                self.assertEqual(tags.get(UNIT), expected and (2,))
+                for tag, dpi in zip((X_RESOLUTION, Y_RESOLUTION), expected or ()):
+                    value = tags[tag][0]
+                    self.assertAlmostEqual((value & 0xFFFFFFFF) / (value >> 32), dpi, 4)
+
     def test_too_much(self):
         path = self.file("in.pgm", b"P5\n70000 70000\n255\n")
         os.truncate(path, 70000 * 70000 + 100)

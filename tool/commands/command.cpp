@@ -25,12 +25,18 @@ constexpr CommonOption optionTable[] = {
      "memory to keep within, such as 64M, at least 20M; default 256M.\n"
      "Pages that are kept in temporary files do not count"},
     {'P', "pages", "LIST",
-     "only these pages, such as 1-10,15,20-; the others are\n"
-     "read past and have to be sound all the same"},
+     "only these pages, such as 1-10,15,20-, each once and in the\n"
+     "order of the stream; the others are read past and have to be\n"
+     "sound all the same"},
+    {'r', "resolution", "DPI",
+     "pixels to the inch of the pages that come in, such as 600,\n"
+     "203.2 or 600x300, in place of what they say; steps change it\n"
+     "with the page. PNG, TIFF and raster keep it, raster in whole\n"
+     "numbers; a raster page needs one, and without has 300"},
     {'p', "progress", "=json",
      "show progress even when standard error is no terminal, or\n"
      "print it as lines of JSON"},
-    {'q', "quiet", nullptr, "never show progress"},
+    {'q', "quiet", nullptr, "show neither progress nor notes"},
     {'s', "stats", nullptr,
      "at the end, tell on standard error how many pages and bytes\n"
      "there were, the time in the library and in files, which pass\n"
@@ -51,12 +57,13 @@ constexpr Command commandTable[] = {
      "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
      "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"
      "line. Lines pass from step to step: no page is stored but by the operations that say so.",
-     "gcfbmPpqsh",
+     "gcfbmPrpqsh",
      "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm", run,
      chainPaths, 1},
     {"info", " [IN]", "the pages of a stream",
-     "Each page is read to its end before a line tells its number, format, size and kind; a last\n"
-     "line tells how many pages there were. An error leaves the JSON array without its end. IN is\n"
+     "Each page is read to its end before a line tells its number, format, size, kind and, where\n"
+     "it is known, resolution; a last line tells how many pages there were. An error leaves the "
+     "JSON array without its end. IN is\n"
      "a file; '-', or leaving it out, means standard input.",
      "mPpqjh", "rast info in.ppm", info, infoPaths},
     {"compare", " A B [DIFFERENCE]", "the differences between two streams",
@@ -67,7 +74,7 @@ constexpr Command commandTable[] = {
      "differences for each page that has the same size and kind in both; it is not written if "
      "none\n"
      "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
-     "status is 0 when all pages are equal and 1 when some are not.",
+     "status is 0 when all pages are equal, 1 when some are not and 2 when anything fails.",
      "fbmPpqh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
     {"ops", "", "the operations there are",
      "A line for each tells its summary and the pages it takes; JSON also tells its details\n"
@@ -80,7 +87,7 @@ constexpr Command commandTable[] = {
 
 std::span<const CommonOption> commonOptions() { return optionTable; }
 
-const char operationLetters[] = "gfbmPpqsh";
+const char operationLetters[] = "gfbmPrpqsh";
 
 std::string optionLetters(const Operation& operation) {
   return operation.takes.gray ? operationLetters : operationLetters + 1;

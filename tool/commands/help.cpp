@@ -1,6 +1,7 @@
 #include "commands/help.h"
 
 #include "commands/command.h"
+#include "commands/compare.h"
 #include "commands/listing.h"
 #include "formats/error.h"
 #include "formats/format.h"
@@ -23,9 +24,8 @@ const char filesText[] =
 #endif
     ".\n"
     "Palettes become RGB. PNG output holds one page, PBM output black and white only. Colour\n"
-    "profiles are not carried over; resolution is, between TIFF and raster. A file is replaced "
-    "only\n"
-    "once its new content is complete.";
+    "profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
+    "replaced only once its new content is complete.";
 
 const char storedPagesText[] =
     "Whole pages are kept in unlinked temporary files, in the folder that TMPDIR names, or /tmp.";
@@ -57,9 +57,15 @@ std::string options(const std::string& letters) {
   return join("\nOptions:\n", rows(optionItems(letters)));
 }
 
-std::string exits() {
+constexpr ExitStatus comparisonStatuses[] = {
+    {0, "all pages are equal"},
+    {1, "some pages differ"},
+    {2, "trouble: anything that fails, from wrong usage to damaged input"},
+};
+
+std::string exits(std::span<const ExitStatus> statuses) {
   std::string text = "Exit status:\n";
-  for (const ExitStatus& exit : exitStatuses()) {
+  for (const ExitStatus& exit : statuses) {
     text += join("  ", exit.status, "  ", exit.meaning, '\n');
   }
   return text;
@@ -69,7 +75,8 @@ std::string helpOf(const Command& command) {
   return join("usage: rast ", command.name, " [OPTION]...", command.operands, "\n\n", command.name,
               ": ", command.summary, ".\n", command.details, '\n', options(command.letters),
               "\nExample:\n  ", command.example, "\n\n",
-              command.paths.empty() ? "" : join(filesText, "\n\n"), exits());
+              command.paths.empty() ? "" : join(filesText, "\n\n"),
+              exits(command.carryOut == compare ? comparisonStatuses : exitStatuses()));
 }
 
 std::string helpOf(const Operation& operation) {
@@ -78,7 +85,7 @@ std::string helpOf(const Operation& operation) {
   if (operation.keepsPages) text += join(storedPagesText, '\n');
   if (!operation.parameters.empty()) text += "\nParameters:\n" + rows(parameterItems(operation));
   return join(text, options(optionLetters(operation)), "\nExample:\n  ", operation.example, "\n\n",
-              operandsText, '\n', filesText, "\n\n", exits());
+              operandsText, '\n', filesText, "\n\n", exits(exitStatuses()));
 }
 
 }  // namespace
@@ -134,16 +141,17 @@ std::string usageOf(const Operation& operation) {
   return join("rast ", operation.name, operand, " [OPTION]... [IN [OUT]]");
 }
 
-std::vector<ExitStatus> exitStatuses() {
-  return {
+std::span<const ExitStatus> exitStatuses() {
+  static constexpr ExitStatus statuses[] = {
       {0, "done"},
-      {1, "run-time failure; or, without a message, pages that compare found to differ"},
-      {2, "wrong usage, a wrong chain, curve or matrix, or a page of --pages that is not there"},
+      {1, "run-time failure; of compare, pages that differ"},
+      {2, "wrong usage, a wrong chain, curve or matrix, a missing page; of compare, any failure"},
       {3, "damaged or truncated input"},
       {4, "output cannot be written"},
       {5, "input or conversion not supported"},
       {6, "more memory needed than --memory allows"},
   };
+  return statuses;
 }
 
 std::string help() {
@@ -157,7 +165,7 @@ std::string help() {
   }
   text += "\nOther commands, which 'rast help' describes too:\n";
   for (const Command& command : commands()) text += row(command.name, command.summary);
-  return join(text, '\n', operandsText, '\n', filesText, "\n\n", exits());
+  return join(text, '\n', operandsText, '\n', filesText, "\n\n", exits(exitStatuses()));
 }
 
 std::string help(const std::string& name) {

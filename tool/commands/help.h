@@ -2,6 +2,7 @@
 #ifndef RAST_TOOL_HELP_H
 #define RAST_TOOL_HELP_H
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,7 @@ struct ExitStatus {
   const char* meaning;
 };
 
-std::vector<ExitStatus> exitStatuses();
+std::span<const ExitStatus> exitStatuses();
 
 std::string help();
 std::string help(const std::string& name);

@@ -6,16 +6,29 @@
 
 namespace {
 
+// Nothing where it is not known.
+std::string resolutionText(const Resolution& resolution) {
+  if (!resolution.isKnown()) return "";
+  const bool isSquare = resolution.x == resolution.y;
+  return join(", ", resolution.x, isSquare ? "" : join(" x ", resolution.y), " dpi");
+}
+
+std::string resolutionJson(const Resolution& resolution) {
+  if (!resolution.isKnown()) return "";
+  return join(R"(, "resolution": [)", resolution.x, ", ", resolution.y, ']');
+}
+
 std::string describe(std::uint64_t number, const PageReader& page) {
   const PageHead& head = page.head();
   return join("page ", number, ": ", page.formatName(), ", ", head.width, " x ", head.height, ", ",
-              head.kind(), '\n');
+              head.kind(), resolutionText(head.resolution), '\n');
 }
 
 std::string describeJson(std::uint64_t number, const PageReader& page) {
   const PageHead& head = page.head();
   return join(R"({"page": )", number, R"(, "format": ")", page.formatName(), R"(", "width": )",
-              head.width, R"(, "height": )", head.height, R"(, "kind": ")", head.kind(), "\"}");
+              head.width, R"(, "height": )", head.height, R"(, "kind": ")", head.kind(), '"',
+              resolutionJson(head.resolution), '}');
 }
 
 }  // namespace

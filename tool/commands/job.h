@@ -23,6 +23,7 @@ struct Job {
   std::uint32_t bandLines = 0;  // 0: as many as are quick
   std::uint64_t memory = defaultMemory;
   PageList pages;
+  Resolution resolution;  // of the pages that come in; where it is not known, their own
   bool json = false;
   bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;

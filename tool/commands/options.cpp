@@ -2,8 +2,10 @@
 
 #include <getopt.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -75,6 +77,15 @@ std::string readChain(const std::string& path) {
     fail(ExitCode::usage, "--chain: ", path, ": is no text; it holds null bytes");
   }
   return text;
+}
+
+Resolution parseResolution(const std::string& text) {
+  const std::size_t times = std::min(text.find('x'), text.size());
+  const auto number = [](const std::string& part) {
+    return valueOf(rast::chain::parseDecimal("--resolution", part, 1, UINT16_MAX));
+  };
+  const double x = number(text.substr(0, times));
+  return {x, times == text.size() ? x : number(text.substr(times + 1))};
 }
 
 class JobParser {
@@ -154,6 +165,9 @@ class JobParser {
         break;
       case 'P':
         job_.pages = PageList(optarg);
+        break;
+      case 'r':
+        job_.resolution = parseResolution(optarg);
         break;
       case 'j':
         job_.json = true;

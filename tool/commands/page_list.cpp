@@ -24,9 +24,10 @@ std::uint64_t pageNumber(const std::string& item, const std::string& text) {
 }  // namespace
 
 PageList::PageList(const std::string& text) {
-  for (std::size_t start = 0; start <= text.size();) {
-    const std::size_t end = std::min(text.find(',', start), text.size());
-    const std::string item = text.substr(start, end - start);
+  std::vector<std::string> items;
+  for (std::size_t start = 0; start <= text.size(); start += items.back().size() + 1) {
+    const std::string& item = items.emplace_back(
+        text.substr(start, std::min(text.find(',', start), text.size()) - start));
     const std::size_t dash = item.find('-');
     Range range{pageNumber(item, item.substr(0, dash)), open};
     if (dash == std::string::npos) {
@@ -36,7 +37,13 @@ PageList::PageList(const std::string& text) {
       if (range.last < range.first) refuse(item, "runs backwards");
     }
     ranges_.push_back(range);
-    start = end + 1;
+  }
+  for (std::size_t i = 1; i < ranges_.size(); ++i) {
+    if (ranges_[i].first > ranges_[i - 1].last) continue;
+    const bool repeats = ranges_[i].last >= ranges_[i - 1].first;
+    fail(ExitCode::usage, "--pages: '", items[i],
+         repeats ? "' repeats pages of '" : "' comes after '", items[i - 1],
+         "'; pages come once, in the order of the stream: write ", inOrder());
   }
 }
 
@@ -46,25 +53,33 @@ bool PageList::holds(std::uint64_t page) const {
 }
 
 std::optional<std::uint64_t> PageList::count() const {
-  std::vector<Range> ranges = ranges_;
-  std::ranges::sort(ranges, {}, &Range::first);
-  std::uint64_t counted = 0;
-  std::uint64_t last = 0;  // of those counted
-  for (const Range& range : ranges) {
-    if (range.last == open) return {};
-    if (range.last <= last) continue;
-    counted += range.last - std::max(range.first - 1, last);
-    last = range.last;
-  }
-  return counted;
+  if (ranges_.back().last == open) return {};
+  std::uint64_t count = 0;
+  for (const Range& range : ranges_) count += range.last - range.first + 1;
+  return count;
 }
 
 void PageList::checkEnd(const Input& in) const {
-  std::uint64_t missing = open;
   for (const Range& range : ranges_) {
     const std::uint64_t named = range.last == open ? range.first : range.last;
-    if (named > in.page()) missing = std::min(missing, std::max(range.first, in.page() + 1));
+    if (named <= in.page()) continue;
+    in.fail(ExitCode::usage, 0, "is the last one; --pages names page ",
+            std::max(range.first, in.page() + 1));
   }
-  if (missing == open) return;
-  in.fail(ExitCode::usage, 0, "is the last one; --pages names page ", missing);
+}
+
+std::string PageList::inOrder() const {
+  std::vector<Range> ranges = ranges_;
+  std::ranges::sort(ranges, {}, &Range::first);
+  std::string text;
+  for (std::size_t i = 0; i < ranges.size();) {
+    Range whole = ranges[i];
+    while (++i < ranges.size() && (whole.last == open || ranges[i].first <= whole.last + 1)) {
+      whole.last = std::max(whole.last, ranges[i].last);
+    }
+    text += join(text.empty() ? "" : ",", whole.first);
+    if (whole.last != whole.first) text += '-';
+    if (whole.last != whole.first && whole.last != open) text += join(whole.last);
+  }
+  return text;
 }

@@ -15,7 +15,7 @@ class PageList {
  public:
   // All of them.
   PageList() : ranges_{{1, open}} {}
-  // A list such as "1-10,15,20-", whose ranges may overlap.
+  // A list such as "1-10,15,20-", in the order of the stream.
   explicit PageList(const std::string& text);
 
   bool holds(std::uint64_t page) const;
@@ -31,6 +31,9 @@ class PageList {
     std::uint64_t first;
     std::uint64_t last;  // open: the last one of the stream
   };
+
+  // The list that names the same pages, each once.
+  std::string inOrder() const;
 
   std::vector<Range> ranges_;
 };

@@ -47,6 +47,7 @@ class Pipeline {
       : job_(job), engine_(*job.engine), in_(in), writer_(writer), meter_(meter) {}
 
   void runPage(PageReader& reader) {
+    if (job_.resolution.isKnown()) reader.setResolution(job_.resolution);
     const PageHead& head = reader.head();
     meter_.beginPage(head.height);
     const Engine::Plan plan = engine_.plan(in_, head);
@@ -84,9 +85,7 @@ class Pipeline {
         const std::uint32_t count = std::min(most, head.height - made);
         RastChainLines leaving = linesAt(head, queue.next(), count);
         while (leaving.nCount > 0) isDone = run(entering.refilled(), leaving);
-        if (made == 0) {
-          meter_.inFiles([&] { writer_.beginPage(head, reader.rasterHeader()); });
-        }
+        if (made == 0) beginPage(head, reader);
         queue.pass();
         meter_.linesWritten(count, count * head.lineBytes());
         made += count;
@@ -100,6 +99,16 @@ class Pipeline {
     queue.finish();
   }
 
+  void beginPage(const PageHead& head, const PageReader& reader) {
+    meter_.inFiles([&] { writer_.beginPage(head, reader.rasterHeader()); });
+    if (const unsigned assumed = writer_.assumedResolution(); assumed != 0 && !hasNoted_) {
+      hasNoted_ = true;
+      meter_.note(
+          join("page ", in_.page(), " names no resolution and is written with ", assumed, " dpi"),
+          "; --resolution names another");
+    }
+  }
+
   bool run(RastChainLines& entering, RastChainLines& leaving) {
     return meter_.inLibrary([&] { return engine_.run(in_, entering, leaving); });
   }
@@ -109,6 +118,7 @@ class Pipeline {
   Input& in_;
   PageWriter& writer_;
   Meter& meter_;
+  bool hasNoted_ = false;
 };
 
 }  // namespace

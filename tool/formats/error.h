@@ -11,6 +11,7 @@ enum class ExitCode {
   runTime = 1,
   different = 1,  // of compare alone, which says nothing on standard error then
   usage = 2,
+  trouble = 2,  // of compare alone, for every failure
   damaged = 3,
   output = 4,
   unsupported = 5,

@@ -40,6 +40,17 @@ mode_t defaultMode() {
   return 0666 & ~mask;
 }
 
+// Before anything is written, so that nobody opens it who must not. Where it cannot have the same
+// group, nobody gets what the group or the others did not have.
+bool takeAccess(const Descriptor& file, const struct stat& before) {
+  mode_t mode = before.st_mode & 0777;
+  if (fchown(file.number(), before.st_uid, before.st_gid) != 0 &&
+      fchown(file.number(), static_cast<uid_t>(-1), before.st_gid) != 0) {
+    mode &= 0700 | (mode >> 3 & 0007) | (mode << 3 & 0070);
+  }
+  return fchmod(file.number(), mode) == 0;
+}
+
 }  // namespace
 
 void removeTemporaryOnSignals() {
@@ -62,14 +73,14 @@ Output::Output(const std::string& path)
       const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr),
                                                                std::free);
       if (target) final_ = target.get();
-      openTemporary(status.st_mode & 0777);
+      openTemporary(&status);
     } else if (!S_ISREG(status.st_mode)) {
       file_ = Descriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC));
     }
   } else if (lstat(path.c_str(), &status) == 0) {
     fail(ExitCode::output, "cannot be written: the symbolic link leads to no file");
   } else {
-    openTemporary(defaultMode());
+    openTemporary(nullptr);
   }
   if (!file_) {
     error_ = errno;
@@ -81,7 +92,7 @@ Output::Output(const std::string& path)
 Output::~Output() {
   // What is written straight is there as far as it was made, even if something failed. Where that
   // was a write, the rest would come after a gap.
-  if (file_ && temporary_.empty() && !straight_ && error_ == 0) flush();
+  if (file_ && !waits_ && !straight_ && error_ == 0) flush();
   dropTemporary();
 }
 
@@ -91,15 +102,31 @@ void Output::dropTemporary() noexcept {
   pendingTemporary = nullptr;
 }
 
-void Output::openTemporary(unsigned mode) {
-  std::string path;
-  // No signal may come between the file and the note of its name.
+void Output::openTemporary(const struct stat* replaced) {
+  Descriptor file = createUnnamed(folderIn(final_));
+  if (!file) {
+    // No signal may come between the file and the note of its name.
+    const FatalSignalsBlocked blocked;
+    file = createTemporary(folderIn(final_), temporary_);
+    if (file) pendingTemporary = temporary_.c_str();
+  }
+  if (!file) return temporary_.clear();
+  waits_ = true;
+  const bool set =
+      replaced != nullptr ? takeAccess(file, *replaced) : fchmod(file.number(), defaultMode()) == 0;
+  if (set) file_ = std::move(file);
+}
+
+// The final one at once where nothing has it, else one of its own to be replaced by.
+bool Output::nameTemporary() {
+  if (!temporary_.empty() || giveName(file_, final_)) return true;
+  if (errno != EEXIST) return false;
   const FatalSignalsBlocked blocked;
-  Descriptor file = createTemporary(folderIn(final_), path);
-  if (!file) return;
+  std::string path;
+  if (!linkTemporary(file_, folderIn(final_), path)) return false;
   temporary_ = std::move(path);
   pendingTemporary = temporary_.c_str();
-  if (fchmod(file.number(), mode) == 0) file_ = std::move(file);
+  return true;
 }
 
 bool Output::tryWrite(const void* data, std::size_t size) noexcept {
@@ -138,7 +165,7 @@ void Output::write(const void* data, std::size_t size) {
 }
 
 void Output::makeSeekable() {
-  if (!temporary_.empty() || straight_) return;
+  if (waits_ || straight_) return;
   straight_ = std::exchange(file_, openUnlinked());
 }
 
@@ -179,13 +206,12 @@ void Output::copyStraight() {
 void Output::commit() {
   if (straight_) copyStraight();
   // Pipes and devices have nothing to sync, so only the temporary file is.
-  const bool renames = !temporary_.empty();
-  const bool isWritten = flush() && (!renames || fsync(file_.number()) == 0);
+  const bool isWritten = flush() && (!waits_ || (fsync(file_.number()) == 0 && nameTemporary()));
   error_ = errno;
   const bool isClosed = file_.close();
   if (isWritten) error_ = errno;
   if (!isWritten || !isClosed) failWrite();
-  if (!renames) return;
+  if (temporary_.empty()) return;
   if (std::rename(temporary_.c_str(), final_.c_str()) != 0) {
     error_ = errno;
     failWrite();

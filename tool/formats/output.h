@@ -2,6 +2,8 @@
 #ifndef RAST_TOOL_OUTPUT_H
 #define RAST_TOOL_OUTPUT_H
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -31,8 +33,9 @@ class Output {
   std::uint64_t position() const noexcept { return written_ + held_; }
   std::size_t readBack(void* data, std::size_t size) noexcept;
 
-  // Makes everything written so far durable and gives it the final name. Of a file that was there
-  // before, the mode is kept; its owner and other links to it are not.
+  // Makes everything written so far durable and gives it the final name. A file that was there
+  // before passes on its mode, and its owner and group as far as the process may set them; other
+  // links to it keep the old content.
   void commit();
 
   template <class... Parts>
@@ -44,14 +47,16 @@ class Output {
   [[noreturn]] void failWrite() const;
 
  private:
-  void openTemporary(unsigned mode);
+  void openTemporary(const struct stat* replaced);
+  bool nameTemporary();
   bool flush() noexcept;
   void copyStraight();
   void dropTemporary() noexcept;
 
   std::string name_;
   std::string final_;
-  std::string temporary_;  // empty when written straight, or once renamed
+  bool waits_ = false;     // in a temporary file, until the content is complete
+  std::string temporary_;  // the name of that file, while it has one
   Descriptor file_;
   Descriptor straight_;        // where the content of file_ goes at the end, if that is a stand-in
   std::uint64_t written_ = 0;  // the place in file_ from which on it is held back in the buffer
@@ -63,7 +68,7 @@ class Output {
 // Text for standard output.
 void print(const std::string& text);
 
-// Lets SIGINT, SIGTERM and SIGHUP remove the temporary file before they end the process.
+// Lets the signals that end the process remove a temporary file that has a name.
 void removeTemporaryOnSignals();
 
 #endif

@@ -16,6 +16,8 @@
 struct Resolution {
   double x = 0;
   double y = 0;
+
+  bool isKnown() const { return x > 0 && y > 0; }
 };
 
 struct PageHead {
@@ -60,7 +62,9 @@ struct RasterHeader;
 class PageReader {
  public:
   virtual ~PageReader() = default;
-  virtual const PageHead& head() const = 0;
+  const PageHead& head() const { return head_; }
+  // In place of what the file says.
+  void setResolution(const Resolution& resolution) { head_.resolution = resolution; }
   virtual const char* formatName() const = 0;
   // The next count lines; the last line also reads what closes the image.
   virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
@@ -68,6 +72,9 @@ class PageReader {
   virtual std::uint32_t copies() const { return 1; }
   // What a raster stream says of the page besides; null in other formats.
   virtual const RasterHeader* rasterHeader() const { return nullptr; }
+
+ protected:
+  PageHead head_ = {};
 };
 
 // The pages of a stream, one after the other.
@@ -94,6 +101,9 @@ class PageWriter {
   virtual void writeLines(const std::uint8_t* lines, std::uint32_t count) = 0;
   // After the last page: writes what closes the file.
   virtual void finish() {}
+  // Of the page that was begun last, in pixels to the inch: the default that the format asks for
+  // where nothing names a resolution. 0 where there was no need.
+  virtual unsigned assumedResolution() const { return 0; }
 };
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <png.h>
 
+#include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +26,7 @@ RAST_LIBRARY_FUNCTION(libpng, png_get_image_height);
 RAST_LIBRARY_FUNCTION(libpng, png_get_image_width);
 RAST_LIBRARY_FUNCTION(libpng, png_get_interlace_type);
 RAST_LIBRARY_FUNCTION(libpng, png_get_io_ptr);
+RAST_LIBRARY_FUNCTION(libpng, png_get_pHYs);
 RAST_LIBRARY_FUNCTION(libpng, png_get_rowbytes);
 RAST_LIBRARY_FUNCTION(libpng, png_get_valid);
 RAST_LIBRARY_FUNCTION(libpng, png_longjmp);
@@ -39,12 +41,28 @@ RAST_LIBRARY_FUNCTION(libpng, png_set_crc_action);
 RAST_LIBRARY_FUNCTION(libpng, png_set_expand);
 RAST_LIBRARY_FUNCTION(libpng, png_set_keep_unknown_chunks);
 RAST_LIBRARY_FUNCTION(libpng, png_set_longjmp_fn);
+RAST_LIBRARY_FUNCTION(libpng, png_set_pHYs);
 RAST_LIBRARY_FUNCTION(libpng, png_set_read_fn);
 RAST_LIBRARY_FUNCTION(libpng, png_set_user_limits);
 RAST_LIBRARY_FUNCTION(libpng, png_set_write_fn);
 RAST_LIBRARY_FUNCTION(libpng, png_write_end);
 RAST_LIBRARY_FUNCTION(libpng, png_write_info);
 RAST_LIBRARY_FUNCTION(libpng, png_write_row);
+
+constexpr double metersToTheInch = 0.0254;
+
+// Whole where a whole number would have been written so.
+double perInch(png_uint_32 perMeter) {
+  const double exact = perMeter * metersToTheInch;
+  const auto whole = static_cast<double>(std::llround(exact));
+  return std::llround(whole / metersToTheInch) == perMeter ? whole : exact;
+}
+
+// 0 where PNG has no such number.
+png_uint_32 perMeter(double perInch) {
+  const double exact = perInch / metersToTheInch;
+  return exact < PNG_UINT_31_MAX ? static_cast<png_uint_32>(std::llround(exact)) : 0;
+}
 
 constexpr png_alloc_size_t chunkCap = png_alloc_size_t{8} << 20;
 
@@ -102,7 +120,6 @@ class PngReader final : public PageReader {
   PngReader& operator=(const PngReader&) = delete;
 
   void readHead();
-  const PageHead& head() const override { return head_; }
   const char* formatName() const override { return "PNG"; }
   void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
@@ -117,7 +134,6 @@ class PngReader final : public PageReader {
   Fault fault_;
   png_structp png_;
   png_infop info_;
-  PageHead head_ = {};
   std::uint32_t done_ = 0;
   std::unique_ptr<std::uint8_t[]> transparent_;  // one line with alpha; null where there is none
 };
@@ -126,8 +142,10 @@ void PngReader::readHead() {
   const bool read = guarded(png_, [this] {
     png_set_read_fn(png_, &in_, onRead);
     png_set_crc_action(png_, PNG_CRC_ERROR_QUIT, PNG_CRC_ERROR_QUIT);
-    // Ancillary chunks other than tRNS are passed over without being interpreted.
+    // Ancillary chunks other than tRNS and pHYs are passed over without being interpreted.
     png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
+    png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_AS_DEFAULT,
+                                reinterpret_cast<png_const_bytep>("pHYs"), 1);
     setLimits(png_);
     png_read_info(png_, info_);
   });
@@ -136,6 +154,11 @@ void PngReader::readHead() {
   const bool colour = (png_get_color_type(png_, info_) & PNG_COLOR_MASK_COLOR) != 0;
   head_ =
       checkedHead(in_, png_get_image_width(png_, info_), png_get_image_height(png_, info_), colour);
+  png_uint_32 x = 0;
+  png_uint_32 y = 0;
+  int unit = PNG_RESOLUTION_UNKNOWN;
+  png_get_pHYs(png_, info_, &x, &y, &unit);
+  if (unit == PNG_RESOLUTION_METER) head_.resolution = {perInch(x), perInch(y)};
   std::size_t lineBytes = head_.lineBytes();
   if (hasTransparency()) {
     lineBytes += head_.width;
@@ -237,6 +260,9 @@ void PngWriter::beginPage(const PageHead& head, const RasterHeader*) {
     png_set_IHDR(png_, info_, head_.width, head_.height, 8,
                  head_.colour ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    const png_uint_32 x = perMeter(head_.resolution.x);
+    const png_uint_32 y = perMeter(head_.resolution.y);
+    if (x != 0 && y != 0) png_set_pHYs(png_, info_, x, y, PNG_RESOLUTION_METER);
     png_write_info(png_, info_);
   }));
 }

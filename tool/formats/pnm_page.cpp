@@ -177,15 +177,16 @@ class PnmReader final : public PageReader {
  public:
   explicit PnmReader(Input& in)
       : in_(in),
-        head_(readHead(in)),
-        packed_(head_.storage == Storage::bits ? head_.storedLineBytes() : 0) {}
+        image_(readHead(in)),
+        packed_(image_.storage == Storage::bits ? image_.storedLineBytes() : 0) {
+    head_ = image_.page;
+  }
 
-  const PageHead& head() const override { return head_.page; }
-  const char* formatName() const override { return head_.format; }
+  const char* formatName() const override { return image_.format; }
 
   void readLines(std::uint8_t* lines, std::uint32_t count) override {
-    if (head_.storage == Storage::bits) {
-      for (std::uint32_t i = 0; i < count; ++i, lines += head_.page.width) {
+    if (image_.storage == Storage::bits) {
+      for (std::uint32_t i = 0; i < count; ++i, lines += head_.width) {
         readStored(packed_.data(), 1);
         unpack(lines);
       }
@@ -193,24 +194,24 @@ class PnmReader final : public PageReader {
     }
     const std::uint64_t line = done_ + 1;
     readStored(lines, count);
-    if (head_.storage == Storage::zeroOrOne) scale(lines, count * head_.storedLineBytes(), line);
+    if (image_.storage == Storage::zeroOrOne) scale(lines, count * image_.storedLineBytes(), line);
   }
 
  private:
   void readStored(std::uint8_t* lines, std::uint32_t count) {
-    const std::size_t lineBytes = head_.storedLineBytes();
+    const std::size_t lineBytes = image_.storedLineBytes();
     const std::size_t got = in_.read(lines, count * lineBytes);
     if (got != count * lineBytes) {
       in_.failShort(done_ + got / lineBytes + 1,
-                    join(head_.page.height, head_.page.height == 1 ? " line of " : " lines of ",
-                         lineBytes, " bytes, found ", got % lineBytes, " bytes of this one"));
+                    join(head_.height, head_.height == 1 ? " line of " : " lines of ", lineBytes,
+                         " bytes, found ", got % lineBytes, " bytes of this one"));
     }
     done_ += count;
   }
 
   // A bit that is set is black.
   void unpack(std::uint8_t* line) const {
-    for (std::uint32_t x = 0; x < head_.page.width; ++x) {
+    for (std::uint32_t x = 0; x < head_.width; ++x) {
       line[x] = (packed_[x / 8] << x % 8 & 0x80) != 0 ? 0 : 255;
     }
   }
@@ -218,7 +219,7 @@ class PnmReader final : public PageReader {
   void scale(std::uint8_t* samples, std::size_t size, std::uint64_t line) const {
     for (std::size_t i = 0; i < size; ++i) {
       if (samples[i] > 1) {
-        in_.fail(ExitCode::damaged, line + i / head_.storedLineBytes(),
+        in_.fail(ExitCode::damaged, line + i / image_.storedLineBytes(),
                  "a sample is above the maximum value, 1");
       }
       samples[i] = static_cast<std::uint8_t>(samples[i] * 255);
@@ -226,7 +227,7 @@ class PnmReader final : public PageReader {
   }
 
   Input& in_;
-  ImageHead head_;
+  ImageHead image_;
   std::vector<std::uint8_t> packed_;  // one line of bits
   std::uint64_t done_ = 0;
 };

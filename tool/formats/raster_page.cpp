@@ -165,11 +165,11 @@ ssize_t onRead(void* context, unsigned char* data, std::size_t size) noexcept {
 class RasterReader final : public PageReader {
  public:
   RasterReader(Source& source, cups_raster_t* raster, const PageHead& head, const Page& page)
-      : source_(source), raster_(raster), head_(head), header_{page} {
+      : source_(source), raster_(raster), header_{page} {
+    head_ = head;
     if (page.cupsBytesPerLine != head.lineBytes()) padded_.resize(page.cupsBytesPerLine);
   }
 
-  const PageHead& head() const override { return head_; }
   const char* formatName() const override {
     return isPwg(header_.page) ? "PWG raster" : "CUPS raster";
   }
@@ -198,7 +198,6 @@ class RasterReader final : public PageReader {
 
   Source& source_;
   cups_raster_t* raster_;
-  PageHead head_;
   RasterHeader header_;
   std::vector<std::uint8_t> padded_;  // one line as stored; empty where that is as wanted
   std::uint64_t line_ = 0;
@@ -325,6 +324,8 @@ void setPageSize(Page& page, bool pwg) {
   }
 }
 
+constexpr unsigned usualResolution = 300;
+
 // Everything is carried over that still holds:
 // - the colour space, if it fits the kind of the page (and PWG, which has no W)
 // - the page size, its name, margins and boxes, if the page is as large as before, in whatever
@@ -332,7 +333,7 @@ void setPageSize(Page& page, bool pwg) {
 // - not how many pages there are, which may have been chosen
 // - between CUPS and PWG, not the vendor's fields, in which one has its own numbers, nor the names
 //   of page sizes, which differ
-Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg) {
+Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg, bool& assumed) {
   const Page before = from != nullptr ? from->page : Page{};
   const bool alien = from == nullptr || isPwg(before) != pwg;
   Page page = before;
@@ -357,12 +358,12 @@ Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg) {
     page.cupsColorSpace = head.colour ? CUPS_CSPACE_SRGB : CUPS_CSPACE_SW;
   }
 
-  constexpr unsigned usualResolution = 300;
   const double dots[] = {head.resolution.x, head.resolution.y};
   for (std::size_t i = 0; i < 2; ++i) {
     if (const unsigned whole = wholeResolution(dots[i])) page.HWResolution[i] = whole;
     if (page.HWResolution[i] == 0 && (from == nullptr || pwg)) {
       page.HWResolution[i] = usualResolution;
+      assumed = true;
     }
   }
   if (alien || head.turned ||
@@ -411,7 +412,8 @@ class RasterWriter final : public PageWriter {
       sink_.out.fail(ExitCode::unsupported, "raster holds lines of up to ", INT32_MAX,
                      " bytes and a page has ", head.lineBytes());
     }
-    Page page = headerFor(head, header, pwg_);
+    assumes_ = false;
+    Page page = headerFor(head, header, pwg_, assumes_);
     inversion_ = inversionOf(page);
     line_.resize(head.lineBytes());
     if (pwg_) sink_.pwgPage = &page;
@@ -436,6 +438,8 @@ class RasterWriter final : public PageWriter {
     check(true);
   }
 
+  unsigned assumedResolution() const override { return assumes_ ? usualResolution : 0; }
+
  private:
   void check(bool written) const {
     if (sink_.failed) sink_.out.failWrite();
@@ -444,6 +448,7 @@ class RasterWriter final : public PageWriter {
 
   Sink sink_;
   bool pwg_;
+  bool assumes_ = false;
   Raster raster_;
   std::uint8_t inversion_ = 0;
   std::vector<std::uint8_t> line_;

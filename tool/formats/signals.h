@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-inline constexpr int fatalSignals[] = {SIGINT, SIGTERM, SIGHUP};
+inline constexpr int fatalSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGXCPU};
 
 // Keeps them from coming between a file and what removes it; in this thread and those it starts.
 class FatalSignalsBlocked {

@@ -177,7 +177,6 @@ class TiffReader final : public PageReader {
   // The directory of the page is the one that was read last.
   TiffReader(Source& source, TIFF* tiff);
 
-  const PageHead& head() const override { return head_; }
   const char* formatName() const override { return "TIFF"; }
   void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
@@ -201,7 +200,6 @@ class TiffReader final : public PageReader {
   bool planar_;
   TIFF* planes_[3];  // what decodes each plane; the first alone where samples are interleaved
   Tiff others_[2];   // a decoder each for the other planes, or every line would begin anew
-  PageHead head_ = {};
   std::size_t storedBytes_ = 0;  // of a line, in one plane
   std::vector<std::uint8_t> stored_;
   bool expands_ = false;
@@ -495,7 +493,7 @@ void TiffWriter::beginPage(const PageHead& head, const RasterHeader*) {
   setTag(TIFFTAG_SAMPLESPERPIXEL, head.colour ? 3 : 1);
   setTag(TIFFTAG_ROWSPERSTRIP, stripLines);
   setTag(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  if (head.resolution.x > 0 && head.resolution.y > 0) {
+  if (head.resolution.isKnown()) {
     setTag(TIFFTAG_XRESOLUTION, head.resolution.x);
     setTag(TIFFTAG_YRESOLUTION, head.resolution.y);
     setTag(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);

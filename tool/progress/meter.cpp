@@ -27,6 +27,7 @@ std::uint64_t peakMemory() {
 
 Meter::Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages, bool figures)
     : in_(in),
+      quiet_(mode == ProgressMode::never),
       progress_(makeProgress(mode)),
       expected_(pages),
       timed_(progress_ != nullptr || figures) {}
@@ -92,6 +93,14 @@ void Meter::show() {
     left = std::chrono::ceil<std::chrono::seconds>(Seconds(secondsSoFar() * (1 - part) / part));
   }
   progress_->show({pages_, expected_, percent, percentOfPage, megabytesPerSecond(), left});
+}
+
+void Meter::note(const std::string& text, const std::string& advice) const {
+  if (progress_) {
+    progress_->note(text, advice);
+  } else if (!quiet_) {
+    printError(join("rast: ", text, advice, '\n'));
+  }
 }
 
 void Meter::end() {

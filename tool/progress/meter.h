@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "formats/input.h"
 #include "progress/progress.h"
@@ -42,6 +43,9 @@ class Meter {
     return call();
   }
 
+  // What whoever starts a job should know, and what can be done about it on a command line.
+  void note(const std::string& text, const std::string& advice) const;
+
   void end();
   // On standard error.
   void printFigures() const;
@@ -72,6 +76,7 @@ class Meter {
   void show();
 
   const Input& in_;
+  bool quiet_;
   std::unique_ptr<Progress> progress_;  // null if none is shown
   std::optional<std::uint64_t> expected_;
 

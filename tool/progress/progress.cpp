@@ -28,6 +28,11 @@ class TerminalLine final : public Progress {
     printError('\r' + line);
   }
 
+  void note(const std::string& text, const std::string& advice) override {
+    wipe();
+    printError(join("rast: ", text, advice, '\n'));
+  }
+
   void end(std::uint64_t pages) override {
     wipe();
     printError(join(pages, pages == 1 ? " page" : " pages", " done\n"));
@@ -53,6 +58,10 @@ class JsonLines final : public Progress {
     printError(line + "}\n");
   }
 
+  void note(const std::string& text, const std::string& advice) override {
+    printError(join("{\"note\": \"", text, advice, "\"}\n"));
+  }
+
   void end(std::uint64_t pages) override {
     printError(join("{\"done\": true, \"pages\": ", pages, "}\n"));
   }
@@ -68,6 +77,9 @@ class QueueMessages final : public Progress {
   }
   void endPage(std::uint64_t page, std::uint32_t copies) override {
     if (logsPages_) printError(join("PAGE: ", page, ' ', copies, '\n'));
+  }
+  void note(const std::string& text, const std::string& /*advice*/) override {
+    printError(join("WARNING: ", text, '\n'));
   }
   void end(std::uint64_t pages) override { printError(join("DEBUG: pages done: ", pages, '\n')); }
 

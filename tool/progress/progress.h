@@ -32,6 +32,8 @@ class Progress {
   virtual ~Progress() = default;
   virtual void show(const Standing& standing) = 0;
   virtual void endPage(std::uint64_t /*page*/, std::uint32_t /*copies*/) {}
+  // The advice is for command lines.
+  virtual void note(const std::string& text, const std::string& advice) = 0;
   virtual void end(std::uint64_t pages) = 0;
 };
 

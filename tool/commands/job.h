@@ -22,10 +22,12 @@ struct Job {
   std::uint32_t bandLines = 0;  // 0: as many as are quick
   std::uint64_t memory = defaultMemory;
   PageList pages;
-  bool toGray = false;  // before the chain
+  bool toGray = false;      // before the chain
+  bool mayBeEmpty = false;  // no pages at all
   bool json = false;
   bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;
+  std::string printOptions;  // of a job in a print queue, as the scheduler gives them
 };
 
 #endif

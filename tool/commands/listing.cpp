@@ -76,7 +76,8 @@ std::string operationJson(const Operation& operation) {
   std::string text =
       join("{\"name\": ", quoted(operation.name), ", \"summary\": ", quoted(operation.summary),
            ", \"details\": ", quoted(operation.details), ", \"pages\": [", pages,
-           "],\n \"parameters\": [");
+           "], \"needs_parameter\": ", operation.needsParameter ? "true" : "false",
+           ",\n \"parameters\": [");
   for (const Parameter& p : operation.parameters) {
     text += (&p == operation.parameters.data() ? "\n  " : ",\n  ") + parameterJson(p);
   }

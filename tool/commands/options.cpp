@@ -132,8 +132,7 @@ class JobParser {
         refuseOption();
       default: {
         const auto index = static_cast<std::size_t>(code - firstParameterCode);
-        const Parameter& p = link_->operation->parameters[index];
-        link_->values[index] = p.read(p, optarg != nullptr ? optarg : "1");
+        link_->give(index, optarg != nullptr ? optarg : "1");
       }
     }
   }
@@ -157,8 +156,7 @@ class JobParser {
 
   void takeOperands() {
     if (link_ && !link_->values.empty() && link_->values[0].empty() && optind < argc_) {
-      const Parameter& first = link_->operation->parameters[0];
-      if (first.operand) link_->values[0] = first.read(first, argv_[optind++]);
+      if (link_->operation->parameters[0].operand) link_->give(0, argv_[optind++]);
     }
     std::size_t taken = 0;
     for (; taken < paths_.size() && optind < argc_; ++taken) job_.*paths_[taken] = argv_[optind++];

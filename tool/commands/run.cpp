@@ -84,7 +84,7 @@ class Pipeline {
 
 ExitCode run(const Job& job) {
   Input in(job.inPath, job.memory);
-  const std::unique_ptr<PageStream> pages = openPages(in);
+  const std::unique_ptr<PageStream> pages = openPages(in, {}, job.mayBeEmpty);
   Output out(job.outPath);
   // The library prints diagnostics on standard output, where the pixels may be going.
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "formats/error.h"
@@ -21,43 +23,98 @@ struct Word {
 };
 
 constexpr bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool beginsNumber(char c) { return c == '-' || (c >= '0' && c <= '9'); }
 
-// Ends of lines come as colons.
+// Ends of lines come as colons. A line that is one word is taken apart.
 class Words {
  public:
   explicit Words(const std::string& text) : text_(text) {}
 
   // False at the end.
   bool next(Word& word) {
-    word = {};
-    while (at_ < text_.size() && (isSpace(text_[at_]) || text_[at_] == '#')) {
-      if (text_[at_] == '#') at_ = std::min(text_.find('\n', at_), text_.size());
-      if (at_ < text_.size() && text_[at_++] == '\n') {
-        word.text += ':';
-        return true;
-      }
+    while (words_.empty()) {
+      if (!read()) return false;
     }
-    if (at_ == text_.size()) return false;
-    while (at_ < text_.size() && !isSpace(text_[at_])) take(word);
+    word = std::move(words_.front());
+    words_.pop_front();
     return true;
   }
 
  private:
-  void take(Word& word) {
-    const char c = text_[at_++];
-    if (c != '"' && c != '\'') {
-      word.text += c;
-      return;
+  // False at the end. A line of colons alone has no words.
+  bool read() {
+    skipSpace();
+    if (at_ == text_.size()) return false;
+    if (text_[at_] == '\n') {
+      ++at_;
+      startsLine_ = true;
+      words_.push_back({":"});
+      return true;
     }
-    const std::size_t end = text_.find(c, at_);
-    if (end == std::string::npos) fail(ExitCode::usage, "a quotation mark is not closed");
-    word.text += text_.substr(at_, end - at_);
-    word.quoted = true;
-    at_ = end + 1;
+    const std::size_t start = at_;
+    words_.push_back(take(""));
+    skipSpace();
+    const bool endsLine = at_ == text_.size() || text_[at_] == '\n';
+    if (std::exchange(startsLine_, false) && endsLine) {
+      at_ = start;
+      words_.clear();
+      takeApart();
+    }
+    return true;
+  }
+
+  // Up to the end of the line, which comments go on to.
+  void skipSpace() {
+    while (at_ < text_.size() && text_[at_] != '\n' && (isSpace(text_[at_]) || text_[at_] == '#')) {
+      at_ = text_[at_] == '#' ? std::min(text_.find('\n', at_), text_.size()) : at_ + 1;
+    }
+  }
+
+  bool atEnd(const char* separators) const {
+    return at_ == text_.size() || isSpace(text_[at_]) ||
+           std::string_view(separators).find(text_[at_]) != std::string_view::npos;
+  }
+
+  // What stands before white space or a separator.
+  Word take(const char* separators) {
+    Word word;
+    while (!atEnd(separators)) {
+      const char c = text_[at_++];
+      if (c != '"' && c != '\'') {
+        word.text += c;
+        continue;
+      }
+      const std::size_t end = text_.find(c, at_);
+      if (end == std::string::npos) fail(ExitCode::usage, "a quotation mark is not closed");
+      word.text += text_.substr(at_, end - at_);
+      word.quoted = true;
+      at_ = end + 1;
+    }
+    return word;
+  }
+
+  void takeApart() {
+    for (char before = ':';; before = text_[at_++]) {
+      if (before == ':' && !words_.empty()) words_.push_back({":"});
+      const Word word = take(",:");
+      const bool isEmpty = word.text.empty() && !word.quoted;
+      if (isEmpty && (before == ',' || !atEnd(":"))) {
+        fail(ExitCode::usage, "a word is missing beside a comma");
+      }
+      const bool isNumber = !isEmpty && !word.quoted && beginsNumber(word.text[0]);
+      if (isNumber && before == ',' && words_.back().text.find('=') != std::string::npos) {
+        words_.back().text += ',' + word.text;
+      } else if (!isEmpty) {
+        words_.push_back(word);
+      }
+      if (atEnd("")) return;
+    }
   }
 
   const std::string& text_;
   std::size_t at_ = 0;
+  bool startsLine_ = true;
+  std::deque<Word> words_;  // that are read and not taken yet
 };
 
 // A step while its words come in.
@@ -107,7 +164,7 @@ class StepParser {
     if (files_ == Files::refused && namesFile(parameter, text)) {
       fail(ExitCode::usage, "'", parameter.name, "' names a file, which only the queue may do");
     }
-    link_.values[index] = parameter.read(parameter, text);
+    link_.give(index, text);
   }
 
   Link link_;
@@ -116,6 +173,10 @@ class StepParser {
 };
 
 const Operation& operationOf(const std::string& word) {
+  if (word.find(',') != std::string::npos) {
+    fail(ExitCode::usage, "unknown operation '", word,
+         "'; commas stand between words only in a chain without blanks");
+  }
   if (word.find(':') != std::string::npos) {
     fail(ExitCode::usage, "unknown operation '", word, "'; a colon between steps stands alone");
   }
@@ -131,7 +192,22 @@ Link::Link(const Operation& linked) : operation(&linked) {
   }
 }
 
+void Link::give(std::size_t index, const std::string& text) {
+  const Parameter& p = operation->parameters[index];
+  values[index] = p.read(p, text);
+  isGiven = true;
+}
+
 void Link::requireParameters() const {
+  if (operation->needsParameter && !isGiven) {
+    std::string names;
+    for (const Parameter& p : operation->parameters) {
+      const bool isLast = &p == &operation->parameters.back();
+      names += join(names.empty() ? "" : isLast ? " or " : ", ", optionName(p));
+    }
+    fail(ExitCode::usage, operation->name, " changes nothing unless ", names,
+         " is given; see 'rast help ", operation->name, "'");
+  }
   for (std::size_t i = 0; i < values.size(); ++i) {
     const Parameter& p = operation->parameters[i];
     if (p.preset == nullptr && values[i].empty()) {

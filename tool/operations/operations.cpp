@@ -12,6 +12,8 @@
 namespace {
 
 constexpr bool inPlace = true;
+constexpr bool storesPages = true;
+constexpr bool needsParameter = true;
 
 constexpr Parameter expGammaParameters[] = {
     {"threshold", "N", readNumbers, 0, 255, "0", "samples up to this become 0"},
@@ -88,9 +90,7 @@ constexpr Parameter hueAdjustParameters[] = {
      "effects recommendation (weights 0.213, 0.715, 0.072), in 1/256\n"
      "./sepia: the file of that name"},
     {"reverse", nullptr, readNumbers, 0, 1, "0", "invert the result: 255 - v"},
-    {"mirror", nullptr, readNumbers, 0, 1, "0",
-     "mirror lines left to right; the library then prints trace lines,\n"
-     "which go to standard error"},
+    {"mirror", nullptr, readNumbers, 0, 1, "0", "mirror lines left to right"},
 };
 
 std::unique_ptr<Step> makeHueAdjust(const Values& values) {
@@ -98,17 +98,14 @@ std::unique_ptr<Step> makeHueAdjust(const Values& values) {
   for (std::size_t i = 0; i < values[0].size(); ++i) {
     param.nMatrix[i / 5][i % 5] = static_cast<std::int16_t>(values[0][i]);
   }
-  param.nReverse = static_cast<std::int16_t>(values[1][0]);
-  param.nMirror = static_cast<std::int16_t>(values[2][0]);
-  if (param.nMirror != 0) {
-    return bandStep({[param](const RastArea& area, const RastPlaneSet& planes) {
-      return rastHueAdjust(&area, &planes, &param, nullptr);
-    }});
-  }
+  // Without a lookup buffer the library mirrors too, but prints trace lines for every band.
   RastHueLut lut = {};
-  lut.nReverse = param.nReverse;
-  return bandStep({[param, lut](const RastArea& area, const RastPlaneSet& planes) mutable {
-                     return rastHueAdjust(&area, &planes, &param, &lut);
+  lut.nReverse = static_cast<std::int16_t>(values[1][0]);
+  const bool mirrors = values[2][0] != 0;
+  return bandStep({[param, lut, mirrors](const RastArea& area, const RastPlaneSet& planes) mutable {
+                     const std::uint32_t result = rastHueAdjust(&area, &planes, &param, &lut);
+                     if (mirrors && result == RAST_OK) mirrorLines(area, planes);
+                     return result;
                    },
                    inPlace});
 }
@@ -254,7 +251,7 @@ constexpr Operation table[] = {
      "A sample x up to the threshold becomes 0; any other becomes\n"
      "((x - threshold) * gain >> 8) + offset, at most 255.",
      expGammaParameters, "rast expgamma --threshold 16 --offset 8 --gain 320 in.pgm out.pgm",
-     makeExpGamma, Takes::gray},
+     makeExpGamma, Takes::gray, !storesPages, needsParameter},
     {"colgamma", "tone curve",
      "Every sample x, in all components alike, becomes entry x of the curve.", colGammaParameters,
      "rast colgamma --curve gamma=2.2 in.ppm out.ppm", makeColGamma, Takes::both},
@@ -276,13 +273,13 @@ constexpr Operation table[] = {
      "and clamped to 0..255: the weights are in 1/256, 256 is 1.0. A gray sample x becomes\n"
      "m[0][0] * (x + m[0][3]) / 256 + m[0][4], so only few matrices suit gray pages.",
      hueAdjustParameters, "rast hueadjust --matrix rotate=30 in.ppm out.ppm", makeHueAdjust,
-     Takes::both},
+     Takes::both, !storesPages, needsParameter},
     {"colbalance", "colour balance",
      "A pixel is split into its grey part, the smallest component, and what each component has\n"
      "above it, scaled to the room left. Each passes through the tone curve, then through its\n"
      "level; then the pixel is put together again.",
      colBalanceParameters, "rast colbalance --level 6,5,4,5 in.ppm out.ppm", makeColBalance,
-     Takes::colour},
+     Takes::colour, !storesPages, needsParameter},
     {"overlay", "an image over the page",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Overlay samples v are first weakened to (v * ((density * 256 + 50) / 100)) >> 8. Where the\n"
@@ -295,7 +292,7 @@ constexpr Operation table[] = {
      "The overlay must be gray for gray pages and colour for colour pages.",
      overlayParameters,
      "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", makeOverlay,
-     Takes::both, true},
+     Takes::both, storesPages},
     {"overlayrgb", "an image over the page, pixel by pixel",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Each is consumed as one run of pixels, and they cross: where the page lies alone the\n"
@@ -305,22 +302,24 @@ constexpr Operation table[] = {
      "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
      "above it all is background; with --base 0,Y it is line 0.",
      overlayRgbParameters, "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm",
-     makeOverlayRgb, Takes::colour, true},
+     makeOverlayRgb, Takes::colour, storesPages},
     {"rotate", "quarter turn", "Lines become columns; the direction is given before IN.",
-     rotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, Takes::both, true},
+     rotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, Takes::both, storesPages},
     {"zoom", "reduction by averaging",
      "Lines, and the samples of a line, are gathered into groups by an accumulator that grows by\n"
      "the ratio and completes a group at 1000; what is left at the end is a group too. A group\n"
      "becomes its mean, truncated. A group of one adds what the group before it had before its\n"
      "last sample, in 8 bits, deliberately: ratios of 501 to 999 have such groups, others do not.\n"
      "Bands are extended to multiples of 1000 / gcd(1000, vertical ratio) lines.",
-     zoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom, Takes::both},
+     zoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom, Takes::both, !storesPages,
+     needsParameter},
     {"shift", "the page moved within an output page",
      "What reaches past the right or lower edge is left out. With a negative offset the first\n"
      "columns or lines are kept, from column or line 0 on, and as many of the last ones are\n"
      "dropped. Not possible: a negative --y without a negative --x, a positive --y with one, an\n"
      "offset beyond the page, and with a negative --x more columns or lines than --size has.",
-     shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift, Takes::both},
+     shiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift, Takes::both, !storesPages,
+     needsParameter},
     {"gray",
      "colour to gray",
      "A pixel becomes its ITU-R BT.601 luma, 0.299 R + 0.587 G + 0.114 B, rounded to nearest. "

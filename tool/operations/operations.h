@@ -23,7 +23,8 @@ struct Operation {
   const char* example;
   std::unique_ptr<Step> (*makeStep)(const Values& values);
   Takes takes;
-  bool storesPages = false;  // not only bands of them
+  bool storesPages = false;     // not only bands of them
+  bool needsParameter = false;  // any: without one it changes nothing
 };
 
 std::span<const Operation> operations();

@@ -26,6 +26,9 @@ std::vector<std::string> knownWords(const Parameter& parameter);
 // Whether a file may be given for the parameter.
 bool takesFile(const Parameter& parameter);
 
+// Whether the text is one of these words, with its number.
+bool isKnownWord(const Parameter& parameter, const std::string& text);
+
 // Whether the text is the name of a file for this parameter.
 bool namesFile(const Parameter& parameter, const std::string& text);
 

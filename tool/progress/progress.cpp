@@ -69,7 +69,10 @@ class QueueMessages final : public Progress {
   void endPage(std::uint64_t page, std::uint32_t copies) override {
     if (logsPages_) printError(join("PAGE: ", page, ' ', copies, '\n'));
   }
-  void end(std::uint64_t pages) override { printError(join("DEBUG: pages done: ", pages, '\n')); }
+  void end(std::uint64_t pages) override {
+    printError(pages == 0 ? "INFO: the job has no pages\n"
+                          : join("DEBUG: pages done: ", pages, '\n'));
+  }
 
  private:
   bool logsPages_;

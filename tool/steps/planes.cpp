@@ -65,6 +65,16 @@ RastPlaneSet planeSet(const Planes& in, const Planes& out, std::size_t gray) {
   return set;
 }
 
+void mirrorLines(const RastArea& area, const RastPlaneSet& planes) {
+  for (std::uint8_t* plane : planes.pOut) {
+    if (plane == nullptr) continue;
+    for (std::uint8_t* line = plane; line != plane + std::size_t(area.nHeight) * area.nWidth;
+         line += area.nWidth) {
+      std::reverse(line, line + area.nWidth);
+    }
+  }
+}
+
 void separate(const std::uint8_t* pixels, const Planes& planes, std::size_t count) {
 #ifdef __x86_64__
   if (__builtin_cpu_supports("avx2")) return separateByAvx2(pixels, planes, count);

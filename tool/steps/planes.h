@@ -85,6 +85,9 @@ inline RastArea wholeArea(std::uint32_t width, std::uint32_t lines) {
   return {columns, 0, columns, 0, static_cast<std::int32_t>(lines)};
 }
 
+// Turns the lines of the output planes left to right, those of all planes that are set.
+void mirrorLines(const RastArea& area, const RastPlaneSet& planes);
+
 // From pixels R G B to three planes, and back.
 void separate(const std::uint8_t* pixels, const Planes& planes, std::size_t count);
 void interleave(const Planes& planes, std::uint8_t* pixels, std::size_t count);

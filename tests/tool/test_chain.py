@@ -104,14 +104,18 @@ class Writer:
             return f"{word[:cut]}'{word[cut:]}'"
         return word
 
-    def step(self, operation, pairs):
+    def words(self, operation, pairs):
         words = [p if v is None else f"{p}={v}" for p, v in pairs]
         for k, (name, value) in enumerate(pairs):
             if FIRST.get(operation) == name and self.source.random() < 0.6:
                 words[k] = str(value)
         self.source.shuffle(words)
+        return [operation, *words]
+
+    def step(self, operation, pairs):
         gap = lambda: self.source.choice((" ", "\t", "   "))
-        return self.quoted(operation) + "".join(gap() + self.quoted(word) for word in words)
+        words = self.words(operation, pairs)
+        return "".join(self.quoted(word) + gap() for word in words).rstrip()
 
     def write(self, steps):
         out = self.source.choice(("", "# first\n", "\n \n", ": ", " "))
@@ -120,6 +124,16 @@ class Writer:
             out += self.source.choice(
                 (" : ", " :\n", "\n", "\n\n", "\t:\t", " # note : rotat 'cw\n", "\n: : ", "\n#\n")
             )
+        return out
+
+
+    def write_without_blanks(self, steps):
+        out = self.source.choice(("", "# first\n", "\n \n", ":", " "))
+        for operation, pairs in steps:
+            words = self.words(operation, pairs)
+            # Partly in quotation marks, a list of numbers is no longer one.
+            words = [word if "," in word else self.quoted(word) for word in words]
+            out += ",".join(words) + self.source.choice((":", "::", "\n", ":\n", " # note\n"))
         return out
 
 
@@ -239,8 +253,12 @@ class SameBytes(ChainTest):
             )
             text = Writer(source).write(steps)
             path = self.file("steps", text.encode())
-            for chain in ([text_of(steps)], [text], ["--chain", path]):
-                with self.subTest(seed=seed, chain=text_of(steps), text=text):
+            short = Writer(source).write_without_blanks(steps)
+            short_path = self.file("short", short.encode())
+            for chain in (
+                [text_of(steps)], [text], ["--chain", path], [short], ["--chain", short_path]
+            ):
+                with self.subTest(seed=seed, chain=text_of(steps), text=chain[-1]):
                     band = source.choice(BANDS)
                     made = self.out("chain", *chain, "--band", band, input=given)
                     self.assert_same(made, expected)
@@ -381,12 +399,32 @@ class Writing(ChainTest):
             "'gray' : \"rotate\" 'cw'", "gray : rotate turn='cw'", "gray : rotate 'turn=cw'",
             "gray : rotate tu'rn=c'w", "gray :\n: rotate cw :", ": gray : : rotate cw : :",
             "rotate cw : gray", "gray : gray : rotate cw : gray",
+            "gray:rotate,cw", "gray:rotate,turn=cw", "gray\nrotate,cw", ":gray::rotate,cw:",
+            " gray:rotate,cw \n", "gray:rotate,'cw' # , :", "'gray':\"rotate\",'cw'",
+            "gray:rotate,tu'rn=c'w", "# a b\ngray # c\nrotate,cw", "gray : rotate cw\ngray:gray",
         ):
             with self.subTest(text):
                 self.assertEqual(self.out("chain", text, input=self.GIVEN), turned)
                 path = self.file("steps", text.encode())
                 for option in (["--chain", path], [f"--chain={path}"], ["-c", path], [f"-c{path}"]):
                     self.assertEqual(self.out("chain", *option, input=self.GIVEN), turned)
+
+    def test_lists_without_blanks(self):
+        """A number goes on with the value before it."""
+        logo = self.file("logo.ppm", ppm(1, 1, b"rgb"))
+        named = self.file("1,2.ppm", ppm(1, 1, b"abc"))
+        for short, text in (
+            ("colbalance,level=6,5,4,5,curve=2", "colbalance level=6,5,4,5 curve=2"),
+            (f"overlay,{logo},at=2,1,white:shift,x=-1,y=-1",
+             f"overlay {logo} at=2,1 white : shift x=-1 y=-1"),
+            (f"overlay,with='{named}',at=0,1", f"overlay '{named}' at=0,1"),
+            ("shift,size=7x5,x=2,y=1", "shift size=7x5 x=2 y=1"),
+            ("hueadjust,matrix=rotate=-90,reverse", "hueadjust rotate=-90 reverse"),
+            ("zoom,percent=33.3", "zoom percent=33.3"),
+        ):
+            with self.subTest(short):
+                made = self.out("chain", short, input=self.GIVEN)
+                self.assertEqual(made, self.out("chain", text, input=self.GIVEN))
 
     def test_no_end_of_line(self):
         path = self.file("steps", b"gray\nrotate cw")
@@ -492,7 +530,14 @@ class Malformed(ChainTest):
             ("gray : colgama invert", "step 2", "'colgama'", "did you mean 'colgamma'?"),
             ("gray\ngray\n\nsift x=1", "step 3", "'sift'", "did you mean 'shift'?"),
             ("gray : sharpen", "step 2", "'sharpen'", "rast help"),
-            ("gray:rotate cw", "step 1", "'gray:rotate'"),
+            ("gray:rotate cw", "step 1", "'gray:rotate'", "stands alone"),
+            ("shift,x=1 y=2", "step 1", "'shift,x=1'", "a chain without blanks"),
+            ("gray : shift,x=1", "step 2", "'shift,x=1'", "a chain without blanks"),
+            ("shift,x=1,", "step 1, shift", "beside a comma"), (",gray", "step 1", "comma"),
+            ("shift,,x=1", "step 1", "comma"), ("gray,:gray", "step 1, gray", "comma"), (",", "comma"),
+            ("gray:shift,,x=1", "step 2, shift", "beside a comma"),
+            ("gray:shift,x=1,2", "step 2, shift", "'1,2'"), ("gray:rotat,cw", "step 2", "'rotate'"),
+            ("binconv,3", "step 1, binconv", "'3'"), ("rotate,'cw", "step 1", "quotation mark"),
             ("gray : rotate cw: gray", "step 2, rotate", "'cw:'"),
             ("chain gray", "step 1", "'chain'"), ("info", "step 1", "'info'"),
             ("compare a b", "step 1"), ("help", "step 1"), ("x=1", "step 1"), ("''", "step 1"),
@@ -618,7 +663,7 @@ class Kinds(ChainTest):
 
     def test_colour_operations_after_gray(self):
         logo = self.aside("logo", ppm(1, 1, b"rgb"))
-        for name, more in (("binconv", ""), ("satadjust", "raise"), ("colbalance", ""),
+        for name, more in (("binconv", ""), ("satadjust", "raise"), ("colbalance", "curve=4"),
                            ("overlayrgb", logo)):
             with self.subTest(name):
                 for text, arguments in (

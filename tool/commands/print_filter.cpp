@@ -210,14 +210,21 @@ bool setsRaster(const ppd_choice_t& choice) {
       [code](std::string_view name) { return code.find(name) != std::string_view::npos; });
 }
 
+std::vector<ppd_option_t*> optionsOf(ppd_file_t* ppd) {
+  std::vector<ppd_option_t*> options;  // because marking moves the place of ppdNextOption
+  for (ppd_option_t* option = ppdFirstOption(ppd); option != nullptr; option = ppdNextOption(ppd)) {
+    options.push_back(option);
+  }
+  return options;
+}
+
 // A choice of the PPD file that makes interpreters give raster which is read, in color if there is
 // the choice: "ColorModel=RGB". Empty if none does.
 std::string choiceFor(bool colour, const Options& options) {
   std::string found;
   const Ppd ppd = openPpd();
   if (!ppd) return found;
-  for (ppd_option_t* option = ppdFirstOption(ppd.get()); option != nullptr;
-       option = ppdNextOption(ppd.get())) {
+  for (const ppd_option_t* option : optionsOf(ppd.get())) {
     for (const ppd_choice_t& choice :
          std::span(option->choices, static_cast<std::size_t>(option->num_choices))) {
       if (!setsRaster(choice)) continue;
@@ -261,8 +268,9 @@ Job printJob(int argc, char** argv) {
   if (argc == withFile) job.inPath = argv[6];
   job.mayBeEmpty = true;
   job.format = &rasterFormat();
-  job.progress = options.get("page-logging") == "off" ? ProgressMode::printQueueUncounted
-                                                      : ProgressMode::printQueue;
+  // Otherwise pdftopdf or the driver counts pages, and they would be counted twice.
+  job.progress = options.get("page-logging") == "on" ? ProgressMode::printQueue
+                                                     : ProgressMode::printQueueUncounted;
   printError(
       join("DEBUG: chain: ", job.chainText.empty() ? "none" : printable(job.chainText), '\n'));
   return job;

@@ -20,6 +20,7 @@ struct Word {
   bool quoted = false;
 
   bool endsStep() const { return !quoted && text == ":"; }
+  bool isMissing() const { return !quoted && text.empty(); }  // beside a comma
 };
 
 constexpr bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -97,14 +98,10 @@ class Words {
     for (char before = ':';; before = text_[at_++]) {
       if (before == ':' && !words_.empty()) words_.push_back({":"});
       const Word word = take(",:");
-      const bool isEmpty = word.text.empty() && !word.quoted;
-      if (isEmpty && (before == ',' || !atEnd(":"))) {
-        fail(ExitCode::usage, "a word is missing beside a comma");
-      }
-      const bool isNumber = !isEmpty && !word.quoted && beginsNumber(word.text[0]);
+      const bool isNumber = !word.quoted && !word.text.empty() && beginsNumber(word.text[0]);
       if (isNumber && before == ',' && words_.back().text.find('=') != std::string::npos) {
         words_.back().text += ',' + word.text;
-      } else if (!isEmpty) {
+      } else if (!word.isMissing() || before == ',' || !atEnd(":")) {
         words_.push_back(word);
       }
       if (atEnd("")) return;
@@ -237,6 +234,8 @@ Chain parseChain(const std::string& text, Files files) {
       if (!isWord || word.endsStep()) {
         if (step) chain.push_back(step->end());
         step.reset();
+      } else if (word.isMissing()) {
+        fail(ExitCode::usage, "a word is missing beside a comma");
       } else if (step) {
         step->take(word.text);
       } else {

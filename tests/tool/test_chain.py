@@ -581,6 +581,27 @@ class Malformed(ChainTest):
                 self.assert_fails(done, USAGE, *words)
         self.assertEqual(os.listdir(self.folder), ["out.pgm"])
 
+    def test_nothing_is_given(self):
+        """A step that has nothing to do for that."""
+        needy = {"expgamma": "gain=256", "hueadjust": "identity", "colbalance": "level=5,5,5,5",
+                 "zoom": "percent=100", "shift": "fill=white"}
+        known = json.loads(self.out("ops", "--json"))
+        needs = [operation["name"] for operation in known if operation["needs_parameter"]]
+        self.assertEqual(needs, list(needy))
+        pages = {"gray": pgm(3, 2, ramp(6)), "colour": ppm(3, 2, ramp(18))}
+        for operation in known:
+            name = operation["name"]
+            if name not in needy:
+                continue
+            names = [f"--{parameter['name']}" for parameter in operation["parameters"]]
+            words = f"expected {', '.join(names[:-1])} or {names[-1]};"
+            page = pages[operation["pages"][-1]]
+            done = self.run_rast(name, input=page)
+            self.assert_fails(done, USAGE, f"nothing is given for {name} to do", words, f"rast help {name}")
+            for chain in (f"{name}", f"gray : {name}", f"{name}:gray", f"rotate,cw\n{name}"):
+                self.refuse_chain(chain, f"nothing is given for {name} to do", words)
+            self.out("chain", f"{name} {needy[name]}", input=page)
+
     def test_given_twice(self):
         for text in ("rotate cw ccw", "rotate turn=cw turn=ccw", "rotate cw turn=ccw",
                      "shift x=1 x=2", "zoom percent=50 percent=20", "colgamma invert gamma=2"):

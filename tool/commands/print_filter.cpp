@@ -66,7 +66,8 @@ class Options {
 
   // The words that follow the option where it stands with such a value, unquoted.
   std::vector<std::string> wordsAfter(const char* name, const std::string& value) const {
-    const std::string text = join(' ', text_, ' ');
+    std::string text = join(' ', text_, ' ');
+    std::ranges::replace_if(text, [](char c) { return c >= '\t' && c <= '\r'; }, ' ');
     const std::string option = join(' ', name, '=', value, ' ');
     const std::size_t place = text.rfind(option);
     return place != std::string::npos ? split(text.substr(place + option.size()), ' ')
@@ -112,17 +113,26 @@ Ppd openPpd() {
   return ppd;
 }
 
-// Interpreters take the codes of all choices for page-device code but those of this section, and
-// drop what the PPD file says of the page when they come to a chain.
-void requireSection(ppd_file_t* ppd, const ppd_option_t& option, const Options& options) {
+// The codes of choices are page-device code for interpreters. At a chain they fail, and drop what
+// the PPD file says of the page.
+void requireComments(ppd_file_t* ppd, const Options& options) {
   cups_page_header2_t page;
   options.mark(ppd);
-  if (option.section == PPD_ORDER_EXIT || options.interpret(ppd, page)) return;
-  fail(
-      ExitCode::runTime, environment("PPD"),
-      ": interpreters fail at the chain and make other pages than the queue asks for; expected the "
-      "line *OrderDependency: 10 ExitServer *",
-      chainOption);
+  if (options.interpret(ppd, page)) return;
+  fail(ExitCode::runTime, environment("PPD"),
+       ": interpreters fail at the code of a choice and make other pages than the queue asks for; "
+       "expected chains as comments, such as *",
+       chainOption, " Gray: \"% gray\"");
+}
+
+// The chain in the code of a choice, where % begins lines.
+std::string withoutComments(const char* code) {
+  std::string chain;
+  for (const std::string& line : split(code, '\n')) {
+    const std::size_t begin = std::min(line.find_first_not_of("% "), line.size());
+    chain += join(chain.empty() ? "" : "\n", line.substr(begin));
+  }
+  return chain;
 }
 
 bool mayBeOf(const Operation& operation, const std::string& word) {
@@ -182,12 +192,12 @@ Given chainText(const Options& options) {
   const std::string given = options.get(chainOption);
   const Ppd ppd = openPpd();
   if (ppd_option_t* const option = ppd ? ppdFindOption(ppd.get(), chainOption) : nullptr) {
-    requireSection(ppd.get(), *option, options);
+    requireComments(ppd.get(), options);
     const ppd_choice_t* choice =
         ppdFindChoice(option, given.empty() ? option->defchoice : given.c_str());
     // Libcups takes a chain that begins like a custom value for that.
     if (choice != nullptr && std::string_view(choice->choice) != "Custom") {
-      return {choice->code != nullptr ? choice->code : "", false};
+      return {withoutComments(choice->code != nullptr ? choice->code : ""), false};
     }
   }
   refuseSplit(given, options, ppd.get());

@@ -202,8 +202,8 @@ void Link::requireParameters() const {
       const bool isLast = &p == &operation->parameters.back();
       names += join(names.empty() ? "" : isLast ? " or " : ", ", optionName(p));
     }
-    fail(ExitCode::usage, operation->name, " changes nothing unless ", names,
-         " is given; see 'rast help ", operation->name, "'");
+    fail(ExitCode::usage, "nothing is given for ", operation->name, " to do; expected ", names,
+         "; see 'rast help ", operation->name, "'");
   }
   for (std::size_t i = 0; i < values.size(); ++i) {
     const Parameter& p = operation->parameters[i];

@@ -24,7 +24,7 @@ struct Operation {
   std::unique_ptr<Step> (*makeStep)(const Values& values);
   Takes takes;
   bool storesPages = false;     // not only bands of them
-  bool needsParameter = false;  // any: without one it changes nothing
+  bool needsParameter = false;  // any: without one it has nothing to do
 };
 
 std::span<const Operation> operations();

@@ -138,7 +138,7 @@ def pages_of(data):
         else:
             samples, data = unpacked(
                 data, fields["cupsHeight"], fields["cupsBytesPerLine"],
-                fields["cupsBitsPerPixel"] // 8,
+                max(fields["cupsBitsPerPixel"] // 8, 1),
             )
         pages.append((fields, samples))
     return pages

@@ -67,7 +67,8 @@ class Options {
   // The words that follow the option where it stands with such a value, unquoted.
   std::vector<std::string> wordsAfter(const char* name, const std::string& value) const {
     std::string text = join(' ', text_, ' ');
-    std::ranges::replace_if(text, [](char c) { return c >= '\t' && c <= '\r'; }, ' ');
+    std::ranges::replace_if(
+        text, [](char c) { return c >= '\t' && c <= '\r'; }, ' ');
     const std::string option = join(' ', name, '=', value, ' ');
     const std::size_t place = text.rfind(option);
     return place != std::string::npos ? split(text.substr(place + option.size()), ' ')

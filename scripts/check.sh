@@ -282,7 +282,7 @@ suite_install() {
 
 suite_queue() {
   deps tool test queue
-  build_and_test default -R '^tool.print_filter$' --verbose
+  build_and_test default -R '^tool.(print_filter|queue)$' --verbose
   # Without what stands before it in a queue, the tests would have been skipped.
   if grep -q skipped "$log"; then return 1; fi
   figure "$(grep -oE 'Ran [0-9]+ tests' "$log" | sed 's/Ran \([0-9]*\) tests/functions: \1/')"

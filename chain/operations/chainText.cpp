@@ -1,7 +1,10 @@
 #include "operations/chainText.h"
 
 #include <algorithm>
+#include <deque>
+#include <functional>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "operations/advice.h"
@@ -11,126 +14,115 @@ namespace rast::chain {
 namespace {
 
 struct Word {
-  std::string text;
+  std::string text = {};
   std::size_t begin = 0;
   std::size_t end = 0;
-  bool endsStep = false;
+  bool quoted = false;
+
+  bool endsStep() const { return !quoted && text == ":"; }
+  bool isMissing() const { return !quoted && text.empty(); }  // beside a comma
 };
 
 constexpr bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-constexpr bool isQuote(char c) { return c == '"' || c == '\''; }
+constexpr bool beginsNumber(char c) { return c == '-' || (c >= '0' && c <= '9'); }
 
-// A number, or what continues a list of numbers.
-bool isNumber(const std::string& text) {
-  return !text.empty() && text.find_first_not_of("-.0123456789") == std::string::npos;
-}
-
+// Ends of lines become colons. A line that is one word is split at its commas and colons.
 class Words {
  public:
   explicit Words(const std::string& text) : text_(text) {}
 
-  Result<std::vector<Word>> all() {
-    isCompact_ = !hasBlanks();
-    while (skip()) {
-      if (Refusal* fault = take()) return std::move(*fault);
+  // The next word; nothing at the end, and after a failure.
+  std::optional<Word> next() {
+    while (words_.empty()) {
+      if (!read()) return {};
     }
-    if (isCompact_) joinNumbers();
-    return std::move(words_);
+    Word word = std::move(words_.front());
+    words_.pop_front();
+    return word;
   }
+
+  // The quotation mark that is not closed.
+  const std::optional<Word>& fault() const { return fault_; }
 
  private:
-  bool hasBlanks() const {
-    char quote = '\0';
-    for (const char c : text_) {
-      if (quote == '\0' && isBlank(c)) return true;
-      if (quote == '\0' && isQuote(c)) {
-        quote = c;
-      } else if (c == quote) {
-        quote = '\0';
-      }
+  // False at the end. A line of colons alone has no words.
+  bool read() {
+    skipBlanks();
+    if (at_ == text_.size() || fault_) return false;
+    if (text_[at_] == '\n') {
+      words_.push_back({":", at_, at_});
+      ++at_;
+      startsLine_ = true;
+      return true;
     }
-    return false;
+    const std::size_t start = at_;
+    words_.push_back(take(""));
+    skipBlanks();
+    const bool endsLine = at_ == text_.size() || text_[at_] == '\n';
+    if (std::exchange(startsLine_, false) && endsLine && !fault_) {
+      at_ = start;
+      words_.clear();
+      splitWord();
+    }
+    return !fault_;
   }
 
-  // To the next word; false at the end of the text.
-  bool skip() {
-    while (at_ < text_.size()) {
-      const char c = text_[at_];
-      if (c == '\n' || (isCompact_ && c == ':')) {
-        words_.push_back({":", at_, at_ + 1, true});
-        ++at_;
-      } else if (c == '#' && !isCompact_) {
-        at_ = std::min(text_.find('\n', at_), text_.size());
-      } else if (isBlank(c) || (isCompact_ && c == ',')) {
-        ++at_;
-      } else {
-        return true;
-      }
+  // To the end of the line; comments are blanks.
+  void skipBlanks() {
+    while (at_ < text_.size() && text_[at_] != '\n' && (isBlank(text_[at_]) || text_[at_] == '#')) {
+      at_ = text_[at_] == '#' ? std::min(text_.find('\n', at_), text_.size()) : at_ + 1;
     }
-    return false;
   }
 
-  bool endsWord(char c) const { return isCompact_ ? c == ',' || c == ':' : isBlank(c); }
+  bool atEnd(const char* separators) const {
+    return at_ == text_.size() || isBlank(text_[at_]) ||
+           std::string_view(separators).find(text_[at_]) != std::string_view::npos;
+  }
 
-  // Null unless something is wrong.
-  Refusal* take() {
+  // The text before a blank or a separator.
+  Word take(const char* separators) {
     Word word;
     word.begin = at_;
-    bool quoted = false;
-    while (at_ < text_.size() && !endsWord(text_[at_])) {
+    while (!atEnd(separators)) {
       const char c = text_[at_++];
-      if (!isQuote(c)) {
+      if (c != '"' && c != '\'') {
         word.text += c;
         continue;
       }
       const std::size_t end = text_.find(c, at_);
       if (end == std::string::npos) {
-        fault_ = wrongText("a quotation mark is not closed");
-        fault_.begin = at_ - 1;
-        fault_.end = text_.size();
-        fault_.step = stepNumber();
-        return &fault_;
+        fault_ = {"", at_ - 1, text_.size()};
+        at_ = text_.size();
+        break;
       }
       word.text += text_.substr(at_, end - at_);
-      quoted = true;
+      word.quoted = true;
       at_ = end + 1;
     }
     word.end = at_;
-    word.endsStep = !quoted && word.text == ":";
-    words_.push_back(std::move(word));
-    return nullptr;
+    return word;
   }
 
-  std::size_t stepNumber() const {
-    std::size_t step = 1;
-    bool isFirst = true;
-    for (const Word& word : words_) {
-      if (word.endsStep && !isFirst) ++step;
-      isFirst = word.endsStep;
-    }
-    return step;
-  }
-
-  // Commas also stand between the numbers of a value: a number belongs to the value before it.
-  void joinNumbers() {
-    std::vector<Word> joined;
-    for (Word& word : words_) {
-      if (!joined.empty() && isNumber(word.text) &&
-          joined.back().text.find('=') != std::string::npos) {
-        joined.back().text += ',' + word.text;
-        joined.back().end = word.end;
-      } else {
-        joined.push_back(std::move(word));
+  void splitWord() {
+    for (char before = ':';; before = text_[at_++]) {
+      if (before == ':' && !words_.empty()) words_.push_back({":", at_, at_});
+      const Word word = take(",:");
+      const bool isNumber = !word.quoted && !word.text.empty() && beginsNumber(word.text[0]);
+      if (isNumber && before == ',' && words_.back().text.find('=') != std::string::npos) {
+        words_.back().text += ',' + word.text;
+        words_.back().end = word.end;
+      } else if (!word.isMissing() || before == ',' || !atEnd(":")) {
+        words_.push_back(word);
       }
+      if (atEnd("")) return;
     }
-    words_ = std::move(joined);
   }
 
   const std::string& text_;
   std::size_t at_ = 0;
-  bool isCompact_ = false;
-  std::vector<Word> words_;
-  Refusal fault_ = {};
+  bool startsLine_ = true;
+  std::deque<Word> words_;  // that are read and not taken yet
+  std::optional<Word> fault_;
 };
 
 // One step, while its words come in.
@@ -170,6 +162,15 @@ class StepParser {
 
   // The presets of what was not given.
   Result<Link> end() {
+    if (operation_.needsParameter && std::ranges::none_of(given_, std::identity())) {
+      std::string names;
+      for (const Parameter& p : operation_.parameters) {
+        const bool isLast = &p == &operation_.parameters.back();
+        names += join(names.empty() ? "" : isLast ? " or " : ", ", optionName(p));
+      }
+      return wrongText("nothing is given for ", name(), " to do; expected ", names,
+                       "; see 'rast help ", name(), "'");
+    }
     for (std::size_t i = 0; i < values_.size(); ++i) {
       const Parameter& parameter = operation_.parameters[i];
       if (given_[i]) continue;
@@ -203,6 +204,10 @@ class StepParser {
 };
 
 Result<const Operation*> operationOf(const std::string& name) {
+  if (name.find(',') != std::string::npos) {
+    return wrongText("unknown operation ", quoted(name),
+                     "; commas stand between words only in a chain without blanks");
+  }
   if (name.find(':') != std::string::npos) {
     return wrongText("unknown operation ", quoted(name), "; a colon between steps stands alone");
   }
@@ -218,18 +223,22 @@ class ChainParser {
  public:
   explicit ChainParser(Files files) : files_(files) {}
 
-  Result<Chain> parse(const std::vector<Word>& words) {
-    for (const Word& word : words) {
-      if (std::optional<Refusal> refused = take(word)) return placed(std::move(*refused), word);
+  Result<Chain> parse(const std::string& text) {
+    Words words(text);
+    while (std::optional<Word> word = words.next()) {
+      if (std::optional<Refusal> refused = take(*word)) return placed(std::move(*refused), *word);
     }
-    if (std::optional<Refusal> refused = endStep()) return placed(std::move(*refused), Word());
+    if (words.fault()) return placed(wrongText("a quotation mark is not closed"), *words.fault());
+    const Word end = {"", text.size(), text.size()};
+    if (std::optional<Refusal> refused = endStep()) return placed(std::move(*refused), end);
     return std::move(chain_);
   }
 
  private:
   std::optional<Refusal> take(const Word& word) {
     constexpr std::size_t mostSteps = 100;  // each takes room on the stack
-    if (word.endsStep) return endStep();
+    if (word.endsStep()) return endStep();
+    if (word.isMissing()) return wrongText("a word is missing beside a comma");
     if (step_) return step_->take(word.text);
     if (chain_.size() == mostSteps) return wrongText("there are more than ", mostSteps, " steps");
     Result<const Operation*> operation = operationOf(word.text);
@@ -251,7 +260,7 @@ class ChainParser {
     refused.step = chain_.size() + 1;
     if (step_) refused.operation = step_->name();
     refused.begin = word.begin;
-    refused.end = word.endsStep ? word.begin : word.end;
+    refused.end = word.endsStep() ? word.begin : word.end;
     return refused;
   }
 
@@ -263,9 +272,7 @@ class ChainParser {
 }  // namespace
 
 Result<Chain> parseChain(const std::string& text, Files files) {
-  Result<std::vector<Word>> words = Words(text).all();
-  if (!words) return std::move(words.refusal());
-  return ChainParser(files).parse(*words);
+  return ChainParser(files).parse(text);
 }
 
 }  // namespace rast::chain

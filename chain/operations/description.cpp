@@ -84,6 +84,7 @@ std::string operationJson(const Operation& operation) {
       .add("details", operation.details)
       .add("example", operation.example)
       .addRaw("pages", pages.text())
+      .add("needs_parameter", operation.needsParameter)
       .addRaw("parameters", parameters.text())
       .text();
 }

@@ -106,9 +106,7 @@ constexpr Parameter kHueAdjustParameters[] = {
      "effects recommendation (weights 0.213, 0.715, 0.072), in 1/256\n"
      "./sepia: the file of that name"},
     {"reverse", Kind::flag, nullptr, 0, 1, "0", "invert the result: 255 - v"},
-    {"mirror", Kind::flag, nullptr, 0, 1, "0",
-     "mirror lines left to right; the library then prints trace lines,\n"
-     "which go to standard error"},
+    {"mirror", Kind::flag, nullptr, 0, 1, "0", "mirror lines left to right"},
 };
 
 void mirrorLines(const RastArea& area, const Planes& planes) {
@@ -278,6 +276,9 @@ std::unique_ptr<Step> makeShift(const Values& values, const ReadImage&) {
 
 std::unique_ptr<Step> makeGray(const Values&, const ReadImage&) { return grayStep(); }
 
+constexpr bool kKeepsPages = true;
+constexpr bool kNeedsParameter = true;
+
 constexpr Takes kEachGray = {true, false, true};  // the planes of CMYK pages are gray to it
 constexpr Takes kColorOnly = {false, true, false};
 constexpr Takes kGrayAndColor = {true, true, false};
@@ -288,7 +289,7 @@ constexpr Operation kTable[] = {
      "A sample x up to the threshold becomes 0; any other becomes\n"
      "((x - threshold) * gain >> 8) + offset, at most 255.",
      kExpGammaParameters, "rast expgamma --threshold 16 --offset 8 --gain 320 in.pgm out.pgm",
-     makeExpGamma, kEachGray},
+     makeExpGamma, kEachGray, !kKeepsPages, kNeedsParameter},
     {"colgamma", "tone curve",
      "Every sample x, in all components alike, becomes entry x of the curve.", kColGammaParameters,
      "rast colgamma --curve gamma=2.2 in.ppm out.ppm", makeColGamma, kEachPlane},
@@ -309,13 +310,13 @@ constexpr Operation kTable[] = {
      "and clamped to 0..255: the weights are in 1/256, 256 is 1.0. A gray sample x becomes\n"
      "m[0][0] * (x + m[0][3]) / 256 + m[0][4], so only few matrices suit gray pages.",
      kHueAdjustParameters, "rast hueadjust --matrix rotate=30 in.ppm out.ppm", makeHueAdjust,
-     kGrayAndColor},
+     kGrayAndColor, !kKeepsPages, kNeedsParameter},
     {"colbalance", "colour balance",
      "A pixel is split into its grey part, the smallest component, and what each component has\n"
      "above it, scaled to the room left. Each passes through the tone curve, then through its\n"
      "level; then the pixel is put together again.",
      kColBalanceParameters, "rast colbalance --level 6,5,4,5 in.ppm out.ppm", makeColBalance,
-     kColorOnly},
+     kColorOnly, !kKeepsPages, kNeedsParameter},
     {"overlay", "an image over the page",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Overlay samples v are first weakened to (v * ((density * 256 + 50) / 100)) >> 8. Where the\n"
@@ -328,7 +329,7 @@ constexpr Operation kTable[] = {
      "The overlay must be gray for gray pages and colour for colour pages.",
      kOverlayParameters,
      "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", makeOverlay,
-     kEachPlane, true},
+     kEachPlane, kKeepsPages},
     {"overlayrgb", "an image over the page, pixel by pixel",
      "The page and the overlay are placed in an output page; what lies in neither is background.\n"
      "Each is consumed as one run of pixels, and they cross: where the page lies alone the\n"
@@ -338,22 +339,24 @@ constexpr Operation kTable[] = {
      "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
      "above it all is background; with --base 0,Y it is line 0.",
      kOverlayRgbParameters, "rast overlayrgb --with logo.ppm --at 4,2 --white in.ppm out.ppm",
-     makeOverlayRgb, kColorOnly, true},
+     makeOverlayRgb, kColorOnly, kKeepsPages},
     {"rotate", "quarter turn", "Lines become columns; the direction is given before IN.",
-     kRotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, kEachPlane, true},
+     kRotateParameters, "rast rotate cw in.ppm out.ppm", makeRotate, kEachPlane, kKeepsPages},
     {"zoom", "reduction by averaging",
      "Lines, and the samples of a line, are gathered into groups by an accumulator that grows by\n"
      "the ratio and completes a group at 1000; what is left at the end is a group too. A group\n"
      "becomes its mean, truncated. A group of one adds what the group before it had before its\n"
      "last sample, in 8 bits, deliberately: ratios of 501 to 999 have such groups, others do not.\n"
      "Bands are extended to multiples of 1000 / gcd(1000, vertical ratio) lines.",
-     kZoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom, kEachPlane},
+     kZoomParameters, "rast zoom --percent 50 in.ppm out.ppm", makeZoom, kEachPlane, !kKeepsPages,
+     kNeedsParameter},
     {"shift", "the page moved within an output page",
      "What reaches past the right or lower edge is left out. With a negative offset the first\n"
      "columns or lines are kept, from column or line 0 on, and as many of the last ones are\n"
      "dropped. Not possible: a negative --y without a negative --x, a positive --y with one, an\n"
      "offset beyond the page, and with a negative --x more columns or lines than --size has.",
-     kShiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift, kEachPlane},
+     kShiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift, kEachPlane, !kKeepsPages,
+     kNeedsParameter},
     {"gray",
      "colour to gray",
      "A pixel becomes its ITU-R BT.601 luma, 0.299 R + 0.587 G + 0.114 B, rounded to nearest. "

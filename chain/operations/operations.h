@@ -33,7 +33,8 @@ struct Operation {
   const char* example;
   std::unique_ptr<Step> (*makeStep)(const Values& values, const ReadImage& readImage);
   Takes takes;
-  bool keepsPages = false;  // whole, in temporary files
+  bool keepsPages = false;      // whole, in temporary files
+  bool needsParameter = false;  // any: without one it has nothing to do
 };
 
 std::span<const Operation> operations();

@@ -160,11 +160,14 @@ bool takesFile(const Parameter& parameter) {
          parameter.kind == Kind::matrix;
 }
 
+bool isKnownWord(const Parameter& parameter, const std::string& text) {
+  return std::ranges::any_of(knownWords(parameter), [&text](const std::string& word) {
+    return word.ends_with('=') ? text.starts_with(word) : text == word;
+  });
+}
+
 bool namesFile(const Parameter& parameter, const std::string& text) {
-  return takesFile(parameter) &&
-         std::ranges::none_of(knownWords(parameter), [&text](const std::string& word) {
-           return word.ends_with('=') ? text.starts_with(word) : text == word;
-         });
+  return takesFile(parameter) && !isKnownWord(parameter, text);
 }
 
 }  // namespace rast::chain

@@ -81,6 +81,9 @@ std::vector<Preset> presetsOf(const Parameter& parameter);
 // The words that a parameter knows; a word that ends with '=' continues with a number.
 std::vector<std::string> knownWords(const Parameter& parameter);
 
+// Whether the text is one of these words, with its number.
+bool isKnownWord(const Parameter& parameter, const std::string& text);
+
 // Whether the parameter may be given as the name of a file.
 bool takesFile(const Parameter& parameter);
 // Whether this text is the name of a file.

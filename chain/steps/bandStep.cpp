@@ -27,7 +27,8 @@ class FilteredPage : public LineSource {
 
  protected:
   bool apply(const Planes& in, const Planes& out, std::uint32_t lines) {
-    return succeeds([&] { return filter_.apply(wholeArea(before_.page().nWidth, lines), in, out); });
+    return succeeds(
+        [&] { return filter_.apply(wholeArea(before_.page().nWidth, lines), in, out); });
   }
 
   LineSource& before_;

@@ -200,7 +200,7 @@ def check_filter(system):
             # The queue inverts pages, if the job does not ask for something else.
             check_print(system, "page.ppm", "lp -d queue")
             command = re.search(r"    (lp -d queue .*) document.pdf\n", GUIDE)[1]
-            chain = re.search("rast-chain='(.*)'", command)[1]
+            chain = re.search(r"rast-chain=(\S+)", command)[1]
             system.run("rast", "chain", chain, "/tmp/inverted.cups", "/tmp/chained.pnm")
             check_print(system, "chained.pnm", command)
         finally:

@@ -24,7 +24,7 @@ FORMAT = "".join("64s" * count if kind == "64s" else f"{count}{kind}" for _, kin
 HEADER, HEADER_1 = 1796, 420
 assert struct.calcsize(">" + FORMAT) == HEADER
 
-W, RGB, RGBA, K, CMYK, RGBW, SW, SRGB, ADOBERGB = 0, 1, 2, 3, 6, 17, 18, 19, 20
+W, RGB, RGBA, K, CMYK, KCMY, RGBW, SW, SRGB, ADOBERGB = 0, 1, 2, 3, 6, 8, 17, 18, 19, 20
 GRAY_SPACES, RGB_SPACES = (W, K, SW), (RGB, SRGB, ADOBERGB)
 
 
@@ -138,7 +138,7 @@ def pages_of(data):
         else:
             samples, data = unpacked(
                 data, fields["cupsHeight"], fields["cupsBytesPerLine"],
-                fields["cupsBitsPerPixel"] // 8,
+                max(fields["cupsBitsPerPixel"] // 8, 1),
             )
         pages.append((fields, samples))
     return pages

@@ -104,14 +104,18 @@ class Writer:
             return f"{word[:cut]}'{word[cut:]}'"
         return word
 
-    def step(self, operation, pairs):
+    def words(self, operation, pairs):
         words = [p if v is None else f"{p}={v}" for p, v in pairs]
         for k, (name, value) in enumerate(pairs):
             if FIRST.get(operation) == name and self.source.random() < 0.6:
                 words[k] = str(value)
         self.source.shuffle(words)
+        return [operation, *words]
+
+    def step(self, operation, pairs):
         gap = lambda: self.source.choice((" ", "\t", "   "))
-        return self.quoted(operation) + "".join(gap() + self.quoted(word) for word in words)
+        words = self.words(operation, pairs)
+        return "".join(self.quoted(word) + gap() for word in words).rstrip()
 
     def write(self, steps):
         out = self.source.choice(("", "# first\n", "\n \n", ": ", " "))
@@ -120,6 +124,16 @@ class Writer:
             out += self.source.choice(
                 (" : ", " :\n", "\n", "\n\n", "\t:\t", " # note : rotat 'cw\n", "\n: : ", "\n#\n")
             )
+        return out
+
+
+    def write_without_blanks(self, steps):
+        out = self.source.choice(("", "# first\n", "\n \n", ":", " "))
+        for operation, pairs in steps:
+            words = self.words(operation, pairs)
+            # Partly in quotation marks, a list of numbers is no longer one.
+            words = [word if "," in word else self.quoted(word) for word in words]
+            out += ",".join(words) + self.source.choice((":", "::", "\n", ":\n", " # note\n"))
         return out
 
 
@@ -239,8 +253,12 @@ class SameBytes(ChainTest):
             )
             text = Writer(source).write(steps)
             path = self.file("steps", text.encode())
-            for chain in ([text_of(steps)], [text], ["--chain", path]):
-                with self.subTest(seed=seed, chain=text_of(steps), text=text):
+            short = Writer(source).write_without_blanks(steps)
+            short_path = self.file("short", short.encode())
+            for chain in (
+                [text_of(steps)], [text], ["--chain", path], [short], ["--chain", short_path]
+            ):
+                with self.subTest(seed=seed, chain=text_of(steps), text=chain[-1]):
                     band = source.choice(BANDS)
                     made = self.out("chain", *chain, "--band", band, input=given)
                     self.assert_same(made, expected)
@@ -355,10 +373,11 @@ class SameBytes(ChainTest):
         turned = lambda one: self.out("chain", "rotate ccw : rotate ccw", input=one)
         self.assertEqual(made, turned(pages[1]) + turned(pages[3]))
 
-    def test_trace_stays_out_of_the_pixels(self):
+    def test_mirror(self):
         given = pgm(2, 1, b"ab") * 2
         done = self.run_rast("chain", "hueadjust mirror : colgamma invert", input=given)
-        self.assertEqual((done.returncode, done.stdout), (DONE, pgm(2, 1, b"\x9d\x9e") * 2))
+        expected = (DONE, pgm(2, 1, b"\x9d\x9e") * 2, b"")
+        self.assertEqual((done.returncode, done.stdout, done.stderr), expected)
 
 
 def reduced_rows(samples, width):
@@ -380,12 +399,32 @@ class Writing(ChainTest):
             "'gray' : \"rotate\" 'cw'", "gray : rotate turn='cw'", "gray : rotate 'turn=cw'",
             "gray : rotate tu'rn=c'w", "gray :\n: rotate cw :", ": gray : : rotate cw : :",
             "rotate cw : gray", "gray : gray : rotate cw : gray",
+            "gray:rotate,cw", "gray:rotate,turn=cw", "gray\nrotate,cw", ":gray::rotate,cw:",
+            " gray:rotate,cw \n", "gray:rotate,'cw' # , :", "'gray':\"rotate\",'cw'",
+            "gray:rotate,tu'rn=c'w", "# a b\ngray # c\nrotate,cw", "gray : rotate cw\ngray:gray",
         ):
             with self.subTest(text):
                 self.assertEqual(self.out("chain", text, input=self.GIVEN), turned)
                 path = self.file("steps", text.encode())
                 for option in (["--chain", path], [f"--chain={path}"], ["-c", path], [f"-c{path}"]):
                     self.assertEqual(self.out("chain", *option, input=self.GIVEN), turned)
+
+    def test_lists_without_blanks(self):
+        """A number goes on with the value before it."""
+        logo = self.file("logo.ppm", ppm(1, 1, b"rgb"))
+        named = self.file("1,2.ppm", ppm(1, 1, b"abc"))
+        for short, text in (
+            ("colbalance,level=6,5,4,5,curve=2", "colbalance level=6,5,4,5 curve=2"),
+            (f"overlay,{logo},at=2,1,white:shift,x=-1,y=-1",
+             f"overlay {logo} at=2,1 white : shift x=-1 y=-1"),
+            (f"overlay,with='{named}',at=0,1", f"overlay '{named}' at=0,1"),
+            ("shift,size=7x5,x=2,y=1", "shift size=7x5 x=2 y=1"),
+            ("hueadjust,matrix=rotate=-90,reverse", "hueadjust rotate=-90 reverse"),
+            ("zoom,percent=33.3", "zoom percent=33.3"),
+        ):
+            with self.subTest(short):
+                made = self.out("chain", short, input=self.GIVEN)
+                self.assertEqual(made, self.out("chain", text, input=self.GIVEN))
 
     def test_no_end_of_line(self):
         path = self.file("steps", b"gray\nrotate cw")
@@ -418,7 +457,7 @@ class Writing(ChainTest):
             ("hueadjust sepia reverse mirror", ["--matrix=sepia", "--mirror", "--reverse"]),
             ("hueadjust mirror sepia", ["--mirror", "--matrix", "sepia"]),
             ("hueadjust rotate=30 reverse", ["--matrix", "rotate=30", "--reverse"]),
-            ("hueadjust", []), ("hueadjust matrix=identity", []),
+            ("hueadjust matrix=identity", ["--matrix=identity"]),
         ):
             with self.subTest(text):
                 self.assertEqual(
@@ -458,7 +497,7 @@ class Refused(ChainTest):
     def test_too_many_steps(self):
         page = pgm(1, 1, b"a")
         self.assertEqual(self.out("chain", " : ".join(["gray"] * 100), input=page), page)
-        done = self.run_rast("chain", " : ".join(["shift"] * 101), input=page)
+        done = self.run_rast("chain", " : ".join(["shift x=0"] * 101), input=page)
         self.assert_fails(done, USAGE, "step 101", "100")
 
     def test_the_step_is_named(self):
@@ -491,7 +530,14 @@ class Malformed(ChainTest):
             ("gray : colgama invert", "step 2", "'colgama'", "did you mean 'colgamma'?"),
             ("gray\ngray\n\nsift x=1", "step 3", "'sift'", "did you mean 'shift'?"),
             ("gray : sharpen", "step 2", "'sharpen'", "rast help"),
-            ("gray:rotate cw", "step 1", "'gray:rotate'"),
+            ("gray:rotate cw", "step 1", "'gray:rotate'", "stands alone"),
+            ("shift,x=1 y=2", "step 1", "'shift,x=1'", "a chain without blanks"),
+            ("gray : shift,x=1", "step 2", "'shift,x=1'", "a chain without blanks"),
+            ("shift,x=1,", "step 1, shift", "beside a comma"), (",gray", "step 1", "comma"),
+            ("shift,,x=1", "step 1", "comma"), ("gray,:gray", "step 1, gray", "comma"), (",", "comma"),
+            ("gray:shift,,x=1", "step 2, shift", "beside a comma"),
+            ("gray:shift,x=1,2", "step 2, shift", "'1,2'"), ("gray:rotat,cw", "step 2", "'rotate'"),
+            ("binconv,3", "step 1, binconv", "'3'"), ("rotate,'cw", "step 1", "quotation mark"),
             ("gray : rotate cw: gray", "step 2, rotate", "'cw:'"),
             ("chain gray", "step 1", "'chain'"), ("info", "step 1", "'info'"),
             ("compare a b", "step 1"), ("help", "step 1"), ("x=1", "step 1"), ("''", "step 1"),
@@ -534,6 +580,27 @@ class Malformed(ChainTest):
                                      input=pgm(1, 1, b"a"))
                 self.assert_fails(done, USAGE, *words)
         self.assertEqual(os.listdir(self.folder), ["out.pgm"])
+
+    def test_nothing_is_given(self):
+        """A step that has nothing to do for that."""
+        needy = {"expgamma": "gain=256", "hueadjust": "identity", "colbalance": "level=5,5,5,5",
+                 "zoom": "percent=100", "shift": "fill=white"}
+        known = json.loads(self.out("ops", "--json"))
+        needs = [operation["name"] for operation in known if operation["needs_parameter"]]
+        self.assertEqual(needs, list(needy))
+        pages = {"gray": pgm(3, 2, ramp(6)), "colour": ppm(3, 2, ramp(18))}
+        for operation in known:
+            name = operation["name"]
+            if name not in needy:
+                continue
+            names = [f"--{parameter['name']}" for parameter in operation["parameters"]]
+            words = f"expected {', '.join(names[:-1])} or {names[-1]};"
+            page = pages[operation["pages"][-1]]
+            done = self.run_rast(name, input=page)
+            self.assert_fails(done, USAGE, f"nothing is given for {name} to do", words, f"rast help {name}")
+            for chain in (f"{name}", f"gray : {name}", f"{name}:gray", f"rotate,cw\n{name}"):
+                self.refuse_chain(chain, f"nothing is given for {name} to do", words)
+            self.out("chain", f"{name} {needy[name]}", input=page)
 
     def test_given_twice(self):
         for text in ("rotate cw ccw", "rotate turn=cw turn=ccw", "rotate cw turn=ccw",
@@ -617,7 +684,7 @@ class Kinds(ChainTest):
 
     def test_colour_operations_after_gray(self):
         logo = self.aside("logo", ppm(1, 1, b"rgb"))
-        for name, more in (("binconv", ""), ("satadjust", "raise"), ("colbalance", ""),
+        for name, more in (("binconv", ""), ("satadjust", "raise"), ("colbalance", "curve=4"),
                            ("overlayrgb", logo)):
             with self.subTest(name):
                 for text, arguments in (
@@ -633,11 +700,11 @@ class Kinds(ChainTest):
 
     def test_gray_operations(self):
         self.refuse(self.RGB, UNSUPPORTED, "page 1", "expgamma", "colour", operation="chain",
-                    arguments=["rotate cw : expgamma"])
+                    arguments=["rotate cw : expgamma gain=256"])
         self.refuse(self.ONE + self.RGB, UNSUPPORTED, "page 2", "expgamma", operation="chain",
-                    arguments=["rotate cw : expgamma"])
-        self.out("chain", "rotate cw : gray : expgamma", input=self.ONE + self.RGB)
-        self.out("chain", "-g", "rotate cw : expgamma", input=self.ONE + self.RGB)
+                    arguments=["rotate cw : expgamma gain=256"])
+        self.out("chain", "rotate cw : gray : expgamma gain=256", input=self.ONE + self.RGB)
+        self.out("chain", "-g", "rotate cw : expgamma gain=256", input=self.ONE + self.RGB)
 
     def test_overlays(self):
         gray, colour = self.aside("gray", self.ONE), self.aside("colour", self.RGB)
@@ -738,8 +805,8 @@ class Memory(ChainTest):
         for text, components, memory in (
             ("colgamma gamma=2 : hueadjust sepia : satadjust raise", COLOUR, 24),
             ("shift x=9 y=9 : zoom x=901 y=500 : colgamma invert : gray", COLOUR, 24),
-            ("zoom percent=50 : shift x=-5 y=-5 : colbalance", COLOUR, 20),
-            ("expgamma : zoom y=900 : expgamma", GRAY, 24),
+            ("zoom percent=50 : shift x=-5 y=-5 : colbalance curve=4", COLOUR, 20),
+            ("expgamma gain=256 : zoom y=900 : expgamma gain=256", GRAY, 24),
         ):
             for band in (64, 65536):
                 with self.subTest(text=text, band=band):
@@ -766,7 +833,7 @@ class Memory(ChainTest):
     def test_operations_by_themselves(self):
         for arguments in (["colgamma", "--curve=invert"], ["satadjust", "--mode=raise"],
                           ["zoom", "--y=300"], ["shift", "--x=-1"], ["gray"],
-                          ["hueadjust", "--format=png"]):
+                          ["hueadjust", "--matrix=identity", "--format=png"]):
             with self.subTest(arguments):
                 blocks = self.wide(COLOUR, 30_000, 150)
                 self.assertLess(self.done([*arguments, "-m24M"], blocks), 24 * 1024)
@@ -827,7 +894,7 @@ class Memory(ChainTest):
 
     def test_flat_over_lines(self):
         for text in ("colgamma invert : zoom x=500 y=900 : satadjust raise : gray",
-                     "shift x=5 y=90 : hueadjust sepia", "colbalance : shift x=-5 y=-9"):
+                     "shift x=5 y=90 : hueadjust sepia", "colbalance curve=4 : shift x=-5 y=-9"):
             with self.subTest(text):
                 # enough lines that all bands are full
                 alone = self.done(("chain", text), self.wide(COLOUR, 200, 2_000))
@@ -952,7 +1019,7 @@ class Jobs(ChainTest):
         for text, second, code, words in (
             (self.CHAIN, good[:-1], DAMAGED, ["page 2, line 300:"]),
             ("gray : zoom percent=50", b"P5 3", DAMAGED, ["page 2"]),
-            ("rotate cw : expgamma", colour, UNSUPPORTED, ["page 2", "expgamma"]),
+            ("rotate cw : expgamma gain=256", colour, UNSUPPORTED, ["page 2", "expgamma"]),
             ("shift x=8 : rotate cw", pgm(8, 1, ramp(8)), USAGE, ["page 2", "8"]),
             ("gray : rotate cw", pgm(9, 300, ramp(2700)) + b"x", DAMAGED, ["page 2"]),
         ):
@@ -1070,7 +1137,7 @@ class Formats(ChainTest):
 
     def test_pbm_of_colour(self):
         for given in (ppm(2, 1, bytes(6)), pgm(1, 1, b"\0") + ppm(2, 1, b"\xff" * 6)):
-            self.refuse_output(given, "colour", arguments=["shift"])
+            self.refuse_output(given, "colour", arguments=["shift", "--x=0"])
             self.refuse_output(given, "colour", arguments=["chain", "rotate cw : colgamma invert"])
         made = self.out("chain", "-f", "pbm", "gray", input=ppm(2, 1, b"\xff" * 3 + bytes(3)))
         self.assertEqual(made, b"P4\n2 1\n\x40")
@@ -1104,7 +1171,7 @@ class Formats(ChainTest):
                 self.assertEqual(self.out("gray", input=self.header(*lines) + b"#\n 9ab"), expected)
         rgb = ("WIDTH 1", "HEIGHT 2", "DEPTH 3", "MAXVAL 255")
         for lines in (rgb, (*rgb, "TUPLTYPE RGB"), ("TUPLTYPE RGB", *rgb[::-1])):
-            made = self.out("shift", input=self.header(*lines) + b"abcdef")
+            made = self.out("shift", "--x=0", input=self.header(*lines) + b"abcdef")
             self.assertEqual(made, ppm(1, 2, b"abcdef"))
 
     def test_pam_of_two_levels(self):
@@ -1168,10 +1235,10 @@ class Formats(ChainTest):
             (pbm(5, 1, b"\0\xff\0\0\xff"), pam(5, 1, b"\0\xff\0\0\xff")),
         ):
             for band in (1, 64):
-                made = self.out("shift", "-f", "pam", "-b", band, input=image * 2)
+                made = self.out("shift", "--x=0", "-f", "pam", "-b", band, input=image * 2)
                 self.assert_same(made, expected * 2)
-            back = self.out("shift", input=expected * 2)
-            self.assert_same(self.out("shift", "-f", "pam", input=back), expected * 2)
+            back = self.out("shift", "--x=0", input=expected * 2)
+            self.assert_same(self.out("shift", "--x=0", "-f", "pam", input=back), expected * 2)
 
     def test_truncated_everywhere(self):
         """No part of a stream is taken for the whole."""
@@ -1219,7 +1286,7 @@ class Formats(ChainTest):
         for band in (1, 64):
             made = self.out("chain", "-b", band, "colgamma invert : colgamma invert", input=stream)
             self.assertEqual(made, b"".join(expected))
-        self.assertEqual(self.out("shift", "-P", "1,3,7-8", input=stream),
+        self.assertEqual(self.out("shift", "--x=0", "-P", "1,3,7-8", input=stream),
                          b"".join(expected[k] for k in (0, 2, 6, 7)))
         lines = self.out("info", input=stream).decode().splitlines()
         told = [line.split()[2].strip(",") for line in lines[:-1]]

@@ -1,6 +1,7 @@
 """The rast command against direct calls of the shared library, which LIBRAST names."""
 
 import ctypes
+import itertools
 import math
 import os
 import random
@@ -269,8 +270,8 @@ class Color(Direct):
 
     def test_hueadjust_without_a_buffer(self):
         for components in (MONO, COLOUR):
-            for mirror, reverse in ((0, 0), (0, 1), (1, 0), (1, 1)):
-                hue, path = self.matrix(400)
+            for mirror, reverse, span in itertools.product((0, 1), (0, 1), (400, 32767)):
+                hue, path = self.matrix(span)
                 hue.nReverse, hue.nMirror = reverse, mirror
                 more = ["--reverse"] * reverse + ["--mirror"] * mirror
                 with silence():

@@ -27,6 +27,7 @@ RAST = os.path.abspath(os.environ.get("RAST", "rast"))
 DONE, RUN_TIME, USAGE, DAMAGED, OUTPUT, UNSUPPORTED, MEMORY = range(7)
 TROUBLE = 2  # every failure of compare
 PARAMETERS = ("--threshold", "30", "--offset", "9", "--gain", "300")
+SAME = ("--gain", "256")  # what expgamma does by itself, which is nothing
 
 
 def curve(samples, threshold=30, offset=9, gain=300):
@@ -183,7 +184,8 @@ class RastTest(unittest.TestCase):
         """Refused with the code, the words in its message, and an existing output left alone; the
         message."""
         source, target = self.file("in", content), self.file("out.pgm", b"before")
-        done = self.run_rast(operation, *arguments, source, target)
+        more = SAME if operation == "expgamma" else ()
+        done = self.run_rast(operation, *more, *arguments, source, target)
         self.assert_fails(done, code, str(source), *words)
         self.assertEqual(target.read_bytes(), b"before")
         self.assertEqual(sorted(os.listdir(self.folder)), ["in", "out.pgm"])
@@ -251,7 +253,7 @@ class Usage(RastTest):
             (["expgamma", "-b"], ["-b", "needs a value"]),
             (["expgamma", "--format", "gif"], ["gif", "pnm, pbm, pam, png"]),
             (["expgamma", "a", "b", "c"], ["'c'"]),
-            (["expgamma", "a", "b.jpg"], ["b.jpg", ".pgm"]),
+            (["gray", "a", "b.jpg"], ["b.jpg", ".pgm"]),
         ):
             with self.subTest(arguments):
                 self.assert_fails(self.run_rast(*arguments), USAGE, *words)
@@ -260,7 +262,7 @@ class Usage(RastTest):
         for option, high in (("threshold", 255), ("offset", 255), ("gain", 65535), ("band", 65536)):
             low = 1 if option == "band" else 0
             for value in (low, high):
-                done = self.run_rast("expgamma", f"--{option}={value}", input=pgm(1, 1, b"a"))
+                done = self.run_rast("expgamma", *SAME, f"--{option}={value}", input=pgm(1, 1, b"a"))
                 self.assertEqual(done.returncode, DONE, done.stderr)
             for value in (low - 1, high + 1, 2**64, "", "1x", "0x1", " 1", "1.0", "+1", "many"):
                 with self.subTest(option=option, value=value):
@@ -268,7 +270,7 @@ class Usage(RastTest):
                     self.assert_fails(done, USAGE, f"--{option}", f"'{value}'", f"{low}..{high}")
 
     def test_message_stays_one_line(self):
-        self.assert_fails(self.run_rast("expgamma", "a\nb\x1b[31m"), RUN_TIME, "a?b?[31m")
+        self.assert_fails(self.run_rast("expgamma", *SAME, "a\nb\x1b[31m"), RUN_TIME, "a?b?[31m")
 
 
 class Curve(RastTest):
@@ -284,9 +286,10 @@ class Curve(RastTest):
                 expected = pgm(256, 1, curve(range(256), threshold, offset, gain))
                 self.assertEqual((done.returncode, done.stdout), (DONE, expected))
 
-    def test_defaults_change_nothing(self):
+    def test_neutral_values_change_nothing(self):
         page = pgm(16, 16, bytes(range(256)))
-        self.assertEqual(self.run_rast("expgamma", input=page).stdout, page)
+        for value in ("--threshold=0", "--offset=0", "--gain=256"):
+            self.assertEqual(self.run_rast("expgamma", value, input=page).stdout, page)
 
     def test_bands(self):
         gray, rgb = ramp(13 * 150), ramp(3 * 13 * 150)
@@ -301,7 +304,7 @@ class Curve(RastTest):
 
     def test_gray_weights(self):
         colours = bytes.fromhex("000000 ffffff ff0000 00ff00 0000ff 010101 7f8081 fe0102")
-        done = self.run_rast("expgamma", "--gray", input=ppm(8, 1, colours))
+        done = self.run_rast("expgamma", *SAME, "--gray", input=ppm(8, 1, colours))
         self.assertEqual(done.stdout, pgm(8, 1, luma(colours)))
         self.assertEqual(luma(colours)[:5], bytes((0, 255, 76, 150, 29)))
 
@@ -395,7 +398,7 @@ class Pnm(RastTest):
 
     def test_empty(self):
         self.refuse(b"", DAMAGED, "empty")
-        self.assert_fails(self.run_rast("expgamma"), DAMAGED, "standard input", "empty")
+        self.assert_fails(self.run_rast("expgamma", *SAME), DAMAGED, "standard input", "empty")
 
 
 class Png(RastTest):
@@ -465,7 +468,7 @@ class Png(RastTest):
 
     def test_holds_one_page(self):
         source, target = self.file("in.pgm", pgm(1, 1, b"a") * 2), self.folder / "out.png"
-        done = self.run_rast("expgamma", source, target)
+        done = self.run_rast("expgamma", *SAME, source, target)
         self.assert_fails(done, UNSUPPORTED, str(target), "one page")
         self.assertEqual(os.listdir(self.folder), ["in.pgm"])
 
@@ -566,12 +569,12 @@ class Files(RastTest):
     def test_closed_descriptors(self):
         """A descriptor closed by the caller never becomes the output file."""
         target = self.folder / "out.pgm"
-        command = f"'{RAST}' expgamma {' '.join(PARAMETERS)} '{self.source}'"
+        command = f"'{RAST}' expgamma --gain=256 {' '.join(PARAMETERS)} '{self.source}'"
         shell = lambda line: subprocess.run(["sh", "-c", line], check=False).returncode
         self.assertEqual(shell(f"{command} '{target}' <&- >&- 2>&-"), DONE)
         self.assert_same(target.read_bytes(), self.expected)
         self.assertEqual(shell(f"{command} >&- 2>/dev/null"), OUTPUT)
-        self.assertEqual(shell(f"'{RAST}' expgamma <&- 2>/dev/null"), RUN_TIME)
+        self.assertEqual(shell(f"'{RAST}' expgamma --gain=256 <&- 2>/dev/null"), RUN_TIME)
 
     def test_pipes_are_written_straight(self):
         fifo = self.folder / "fifo"
@@ -585,7 +588,7 @@ class Files(RastTest):
 
     def test_file_size_limit(self):
         done = subprocess.run(
-            ["sh", "-c", f"ulimit -f 1; exec '{RAST}' expgamma in.pgm out.pgm"],
+            ["sh", "-c", f"ulimit -f 1; exec '{RAST}' expgamma --gain=256 in.pgm out.pgm"],
             cwd=self.folder, stderr=subprocess.PIPE, check=False,
         )
         self.assert_fails(done, OUTPUT, "out.pgm", "File too large")
@@ -727,7 +730,7 @@ class Files(RastTest):
         for k, percent in ((1, 25), (2, 50), (3, 75), (4, 100)):
             shown = rb"page %d: +%d%%, \d+ MB/s, \d+ s left *" % (k, percent)
             self.assertTrue(any(re.fullmatch(shown, line) for line in lines), lines)
-        done = self.run_rast("expgamma", "--gray", "-p", "-P", "2-3", job, "/dev/null")
+        done = self.run_rast("expgamma", *SAME, "--gray", "-p", "-P", "2-3", job, "/dev/null")
         self.assertIn(b"\rpage 2 of 2:  75%, ", done.stderr)
         self.assertTrue(done.stderr.endswith(b"2 pages done\n"))
 
@@ -859,7 +862,7 @@ class Operation(RastTest):
     def check(self, model, *arguments, **more):
         self.check_pages(lambda lines: [model(line) for line in lines], *arguments, **more)
 
-    def check_pages(self, model, *arguments, kinds=(1, 3), stderr=rb"\A\Z", bands=(1, 7, 64)):
+    def check_pages(self, model, *arguments, kinds=(1, 3), bands=(1, 7, 64)):
         """The model makes lines of lines."""
         for components in kinds:
             stream, expected = b"", b""
@@ -870,8 +873,7 @@ class Operation(RastTest):
             for band in bands:
                 with self.subTest(arguments=arguments, components=components, band=band):
                     done = self.run_rast(*arguments, "--band", band, input=stream)
-                    self.assertEqual(done.returncode, DONE, done.stderr)
-                    self.assertRegex(done.stderr, stderr)
+                    self.assertEqual((done.returncode, done.stderr), (DONE, b""))
                     self.assert_same(done.stdout, expected)
 
     def refuse_values(self, operation, option, *values):
@@ -925,7 +927,8 @@ class EveryOperation(Operation):
         for name, takes in self.operations():
             if takes != "colour":
                 continue
-            more = {"satadjust": ["--mode", "raise"], "overlayrgb": ["--with", logo]}.get(name, [])
+            more = {"satadjust": ["--mode", "raise"], "overlayrgb": ["--with", logo],
+                    "colbalance": ["--curve", "4"]}.get(name, [])
             gray, words = pgm(1, 1, b"a"), (name, "colour pages only", "is gray")
             for content, page in ((gray, 1), (ppm(1, 1, b"rgb") + gray, 2)):
                 self.refuse(
@@ -958,9 +961,9 @@ class EveryOperation(Operation):
     def test_colour_png(self):
         for width, height, samples in self.pages(3):
             page = ppm(width, height, samples)
-            packed = self.apply("hueadjust", "--format", "png", page=page)
+            packed = self.apply("hueadjust", "--matrix=identity", "--format", "png", page=page)
             self.assertEqual(packed[:4], b"\x89PNG")
-            self.assert_same(self.apply("hueadjust", page=packed), page)
+            self.assert_same(self.apply("hueadjust", "--matrix=identity", page=packed), page)
 
 
 class ColGamma(Operation):
@@ -1074,14 +1077,12 @@ class HueAdjust(Operation):
     def test_flags(self):
         numbers = [200, 30, -50, 3, -9, 17, 300, -90, -20, 11, -40, 55, 222, 5, 0]
         path = self.matrix_file(numbers)
-        trace = rb"\A(   Case [^\n]+\n[^\n]+\n *Mirror effect (on|ON)[^\n]+\n)+\Z"
         for arguments, reverse, mirror in (
             ([], False, False), (["--reverse"], True, False), (["--mirror"], False, True),
             (["--mirror", "--reverse"], True, True),
         ):
             model = matrix_model(numbers, reverse, mirror)
-            stderr = trace if mirror else rb"\A\Z"
-            self.check(model, "hueadjust", "--matrix", path, *arguments, stderr=stderr)
+            self.check(model, "hueadjust", "--matrix", path, *arguments)
 
     def test_wild_matrices(self):
         source = random.Random(2)
@@ -1091,7 +1092,6 @@ class HueAdjust(Operation):
             self.check(matrix_model(numbers), "hueadjust", "--matrix", path)
 
     def test_presets(self):
-        self.check(matrix_model(self.IDENTITY), "hueadjust")
         self.check(matrix_model(self.IDENTITY, reverse=True), "hueadjust", "--reverse")
         for name, rows in (
             ("identity", [[1, 0, 0], [0, 1, 0], [0, 0, 1]]),
@@ -1117,14 +1117,16 @@ class HueAdjust(Operation):
             self.assert_same(out, greys)
         self.check(matrix_model(self.IDENTITY), "hueadjust", "--matrix", "rotate=0")
 
-    def test_trace_never_reaches_the_pixels(self):
-        page, trace = pgm(3, 2, b"abcdef"), [b"Case", b"Reverse", b"Mirror"] * 2
-        for target in ("-", "/dev/stdout"):
-            done = self.run_rast("hueadjust", "--mirror", "-b1", "-", target, input=page)
-            self.assertEqual((done.returncode, done.stdout), (DONE, pgm(3, 2, b"cbafed")))
-            self.assertEqual([line.split()[0] for line in done.stderr.splitlines()], trace)
-        done = self.run_rast("hueadjust", "--mirror", "-", self.folder / "out.pgm", input=page)
-        self.assertEqual((done.returncode, done.stdout), (DONE, b""))
+    def test_nothing_is_printed(self):
+        """No trace lines of the library's."""
+        page = pgm(3, 2, b"abcdef")
+        for arguments in ([], ["--mirror"], ["--mirror", "--reverse"], ["-q", "--mirror"]):
+            done = self.run_rast("hueadjust", "--matrix=identity", *arguments, "-b1", input=page)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+        done = self.run_rast("hueadjust", "--mirror", "--progress=json", "-b1", input=page)
+        self.assertEqual(done.stdout, pgm(3, 2, b"cbafed"))
+        for line in done.stderr.splitlines():
+            json.loads(line)
 
     def test_values(self):
         for numbers, *words in (
@@ -1158,7 +1160,7 @@ class ColBalance(Operation):
         self.assertEqual(self.curve_of(4, 11), self.curve_of(4, 10))
 
     def test_pages(self):
-        self.check(balance_model([range(256)] * 4), "colbalance", kinds=[3])
+        self.check(balance_model([range(256)] * 4), "colbalance", "--curve=4", kinds=[3])
         for tone, levels in (
             (0, (5, 5, 5, 5)), (1, (0, 3, 6, 10)), (2, (11, 9, 8, 7)), (3, (4, 2, 1, 0)),
             (4, (10, 5, 0, 6)),
@@ -1511,7 +1513,7 @@ class Zoom(Operation):
             self.check_pages(zoom_model(ratio, ratio), "zoom", "--percent", percent, bands=[64])
         model = zoom_model(250, 500)
         self.check_pages(model, "zoom", "--percent", "50", "--x", "250", bands=[64])
-        self.check_pages(zoom_model(1000, 1000), "zoom", bands=[64])
+        self.check_pages(zoom_model(1000, 1000), "zoom", "--percent=100", bands=[64])
 
     def test_values(self):
         for option in "xy":
@@ -1624,15 +1626,15 @@ class Pages(RastTest):
 
     def test_kinds_are_those_of_chosen_pages(self):
         stream = pgm(2, 1, b"ab") + ppm(1, 1, b"rgb")
-        done = self.run_rast("expgamma", "--pages", "1", input=stream)
+        done = self.run_rast("expgamma", *SAME, "--pages", "1", input=stream)
         self.assertEqual((done.returncode, done.stdout), (DONE, pgm(2, 1, b"ab")))
         self.refuse(stream, UNSUPPORTED, "page 2", "colour", arguments=["--pages", "2"])
 
     def test_png_of_one(self):
         source, target = self.file("in.pgm", b"".join(self.PAGES)), self.folder / "out.png"
-        done = self.run_rast("expgamma", source, target)
+        done = self.run_rast("expgamma", *SAME, source, target)
         self.assert_fails(done, UNSUPPORTED, "one page", "--pages")
-        self.assertEqual(self.run_rast("expgamma", "-P4", source, target).returncode, DONE)
+        self.assertEqual(self.run_rast("expgamma", *SAME, "-P4", source, target).returncode, DONE)
         self.assertEqual(decode_gray_png(target.read_bytes()), (3, 1, b"fgh"))
 
     def test_others_have_to_be_sound(self):
@@ -1656,7 +1658,7 @@ class Pages(RastTest):
             with self.subTest(text):
                 words = ["page 4:", "the last", f"--pages names page {missing}\n"]
                 self.refuse(stream, USAGE, *words, arguments=["--pages", text])
-        done = self.run_rast("expgamma", "--pages", "4,5", input=stream)
+        done = self.run_rast("expgamma", *SAME, "--pages", "4,5", input=stream)
         self.assert_fails(done, USAGE, "standard input", "page 4", "page 5")
         self.assertEqual(done.stdout, self.PAGES[3])
 
@@ -1695,7 +1697,7 @@ class Pages(RastTest):
         self.assert_fails(self.run_rast("expgamma", "--page"), USAGE, "--page", "needs a value")
 
     def test_progress(self):
-        done = self.run_rast("expgamma", "-pP2", input=pgm(1, 1, b"a") * 3)
+        done = self.run_rast("expgamma", *SAME, "-pP2", input=pgm(1, 1, b"a") * 3)
         self.assertIn(b"\rpage 1 of 1: 100%, ", done.stderr)
 
 
@@ -2085,6 +2087,7 @@ class Ops(RastTest):
         self.assertEqual(
             known["expgamma"],
             {"name": "expgamma", "summary": "threshold-gain curve", "pages": ["gray"],
+             "needs_parameter": True,
              "parameters": [
                  {"name": "threshold", "high": 255, "default": "0"} | number,
                  {"name": "offset", "high": 255, "default": "0"} | number,
@@ -2158,7 +2161,7 @@ class Library(RastTest):
         subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)
         front = {"LD_PRELOAD": str(library), "ASAN_OPTIONS": "verify_asan_link_order=0"}
         page = self.file("in.pgm", pgm(2, 2, b"page"))
-        return self.run_rast("expgamma", page, *arguments, env=os.environ | front)
+        return self.run_rast("expgamma", *SAME, page, *arguments, env=os.environ | front)
 
     def test_output_stays_out_of_the_pixels(self):
         body = 'printf("printed\\n"); memcpy(planes[7], planes[3], 4);'

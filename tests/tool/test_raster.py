@@ -543,13 +543,13 @@ class Derived(Raster):
     def test_boxes_do_not_survive_a_turn(self):
         fields = full_page(4, 4, SW, Margins=(7, 9), cupsImagingBBox=(1.0, 2.0, 3.0, 4.0))
         content = stream((fields, ramp(16)))
-        for chain in ("rotate cw", "rotate cw : rotate cw", "rotate cw : shift : gray"):
+        for chain in ("rotate cw", "rotate cw : rotate cw", "rotate cw : shift x=0 : gray"):
             done = self.run_rast("chain", chain, "-f", "cups", input=content)
             ((written, _),) = raster.pages_of(done.stdout)
             self.assertEqual(written["Margins"], (0, 0))
             self.assertEqual(written["cupsImagingBBox"][:2], (0, 0))
         ((written, _),) = raster.pages_of(
-            self.run_rast("chain", "shift : gray", "-f", "cups", input=content).stdout
+            self.run_rast("chain", "shift x=0 : gray", "-f", "cups", input=content).stdout
         )
         self.assertEqual(written["Margins"], (7, 9))
 

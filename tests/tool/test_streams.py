@@ -236,7 +236,7 @@ class Slow(StreamsTest):
     def test_inputs(self):
         page = noise(ppm, 50, 300)
         for input_format in FORMATS:
-            content = self.out("shift", "-q", "-f", input_format, input=page)
+            content = self.out("shift", "--x=0", "-q", "-f", input_format, input=page)
             self.check(inverted(page), (*INVERT, "-b", 7, "-f", "pnm"), content)
 
     def test_turned(self):
@@ -319,7 +319,7 @@ class Many(StreamsTest):
                     target = self.folder / "out"
                     self.out(*INVERT, "-b", band, "-f", output_format, "-", target, input=content)
                     # From the file, and from a pipe.
-                    back = ("shift", "-b", band, "-f", "pnm")
+                    back = ("shift", "--x=0", "-b", band, "-f", "pnm")
                     self.assert_same(self.out(*back, target), expected)
                     stored = target.read_bytes()
                     self.assert_same(self.out(*back, input=stored), expected)
@@ -367,7 +367,7 @@ class Offsets(StreamsTest):
         page = noise(pgm, 300, 200)
         for input_format in FORMATS:
             with self.subTest(input_format):
-                stored = self.out("shift", "-q", "-f", input_format, input=page)
+                stored = self.out("shift", "--x=0", "-q", "-f", input_format, input=page)
                 for before in (b"x", b"P5\n", bytes(70_000)):
                     with open(self.file("in", before + stored), "rb", buffering=0) as source:
                         source.read(len(before))
@@ -422,7 +422,7 @@ class Libraries(StreamsTest):
     def test_damaged(self):
         page = noise(pgm, 30, 20)
         for name in LIBRARIES:
-            stored = self.out("shift", "-q", "-f", name, input=page)
+            stored = self.out("shift", "--x=0", "-q", "-f", name, input=page)
             source = self.file("in", stored)
             for content in self.CONTENTS:
                 with self.subTest(name, content=content[:5]):

@@ -56,7 +56,9 @@ constexpr Command commandTable[] = {
      "first\n"
      "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
      "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"
-     "line. Lines pass from step to step: no page is stored but by the operations that say so.",
+     "line. Without blanks, commas separate words and colons end steps; a number continues the\n"
+     "value before it: 'satadjust,raise:colbalance,level=6,5,4,5:shift,x=2,y=1'.\n"
+     "Lines pass from step to step: no page is stored but by the operations that say so.",
      "gcfbmPrpqsh",
      "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm", run,
      chainPaths, 1},

@@ -23,10 +23,12 @@ struct Job {
   std::uint32_t bandLines = 0;  // 0: as many as are quick
   std::uint64_t memory = defaultMemory;
   PageList pages;
-  Resolution resolution;  // of the pages that come in; where it is not known, their own
+  Resolution resolution;    // of the pages that come in; where it is not known, their own
+  bool mayBeEmpty = false;  // no pages at all
   bool json = false;
   bool stats = false;
   ProgressMode progress = ProgressMode::whenTerminal;
+  std::string printOptions;  // of a job in a print queue, as the scheduler gives them
 };
 
 #endif

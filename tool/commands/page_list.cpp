@@ -60,6 +60,7 @@ std::optional<std::uint64_t> PageList::count() const {
 }
 
 void PageList::checkEnd(const Input& in) const {
+  if (in.page() == 0) return;
   for (const Range& range : ranges_) {
     const std::uint64_t named = range.last == open ? range.first : range.last;
     if (named <= in.page()) continue;

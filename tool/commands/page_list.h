@@ -22,7 +22,7 @@ class PageList {
   // None where that depends on the stream.
   std::optional<std::uint64_t> count() const;
 
-  // At the end of the stream: refuses a list that names pages beyond.
+  // At the end of the stream: refuses a list that names pages beyond. Without pages it names none.
   void checkEnd(const Input& in) const;
 
  private:

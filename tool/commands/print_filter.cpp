@@ -3,14 +3,20 @@
 #include <cups/cups.h>
 #include <cups/ppd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "commands/run.h"
 #include "formats/error.h"
+#include "formats/raster_page.h"
 #include "formats/shared_library.h"
+#include "commands/command.h"
 #include "progress/progress.h"
 
 namespace {
@@ -18,19 +24,26 @@ namespace {
 constexpr SharedLibrary libcups(RAST_CUPS_SONAME, "the print filter");
 RAST_LIBRARY_FUNCTION(libcups, cupsFreeOptions);
 RAST_LIBRARY_FUNCTION(libcups, cupsGetOption);
+RAST_LIBRARY_FUNCTION(libcups, cupsMarkOptions);
 RAST_LIBRARY_FUNCTION(libcups, cupsParseOptions);
+RAST_LIBRARY_FUNCTION(libcups, cupsRasterInterpretPPD);
 RAST_LIBRARY_FUNCTION(libcups, ppdClose);
 RAST_LIBRARY_FUNCTION(libcups, ppdErrorString);
 RAST_LIBRARY_FUNCTION(libcups, ppdFindChoice);
 RAST_LIBRARY_FUNCTION(libcups, ppdFindOption);
+RAST_LIBRARY_FUNCTION(libcups, ppdFirstOption);
 RAST_LIBRARY_FUNCTION(libcups, ppdLastError);
+RAST_LIBRARY_FUNCTION(libcups, ppdMarkDefaults);
+RAST_LIBRARY_FUNCTION(libcups, ppdMarkOption);
+RAST_LIBRARY_FUNCTION(libcups, ppdNextOption);
 RAST_LIBRARY_FUNCTION(libcups, ppdOpenFile);
 
 constexpr char chainOption[] = "rast-chain";
 
 class Options {
  public:
-  explicit Options(const char* text) : count_(cupsParseOptions(text, 0, &options_)) {}
+  explicit Options(const std::string& text)
+      : text_(text), count_(cupsParseOptions(text_.c_str(), 0, &options_)) {}
   ~Options() { cupsFreeOptions(count_, options_); }
   Options(const Options&) = delete;
   Options& operator=(const Options&) = delete;
@@ -41,7 +54,39 @@ class Options {
     return value != nullptr ? value : "";
   }
 
+  // As a job gives them: "name=value", or "name" where that is enough.
+  std::vector<std::string> words() const {
+    std::vector<std::string> words;
+    for (const cups_option_t& option : std::span(options_, static_cast<std::size_t>(count_))) {
+      const bool isSwitch = std::string_view(option.value) == "true";
+      words.push_back(isSwitch ? option.name : join(option.name, '=', option.value));
+    }
+    return words;
+  }
+
+  // The words that follow the option where it stands with such a value, unquoted.
+  std::vector<std::string> wordsAfter(const char* name, const std::string& value) const {
+    std::string text = join(' ', text_, ' ');
+    std::ranges::replace_if(
+        text, [](char c) { return c >= '\t' && c <= '\r'; }, ' ');
+    const std::string option = join(' ', name, '=', value, ' ');
+    const std::size_t place = text.rfind(option);
+    return place != std::string::npos ? split(text.substr(place + option.size()), ' ')
+                                      : std::vector<std::string>();
+  }
+
+  void mark(ppd_file_t* ppd) const {
+    ppdMarkDefaults(ppd);
+    cupsMarkOptions(ppd, count_, options_);
+  }
+
+  // The page that interpreters get from what is marked. False where they fail.
+  bool interpret(ppd_file_t* ppd, cups_page_header2_t& page) const {
+    return cupsRasterInterpretPPD(&page, ppd, count_, options_, nullptr) == 0;
+  }
+
  private:
+  std::string text_;
   cups_option_t* options_ = nullptr;
   int count_;
 };
@@ -51,10 +96,15 @@ struct ClosesPpd {
 };
 using Ppd = std::unique_ptr<ppd_file_t, ClosesPpd>;
 
+const char* environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
 // Null where the queue has none.
 Ppd openPpd() {
-  const char* path = std::getenv("PPD");
-  if (path == nullptr || *path == '\0') return nullptr;
+  const char* const path = environment("PPD");
+  if (*path == '\0') return nullptr;
   Ppd ppd(ppdOpenFile(path));
   if (!ppd) {
     int line = 0;
@@ -62,6 +112,76 @@ Ppd openPpd() {
     fail(ExitCode::runTime, path, ", line ", line, ": ", ppdErrorString(status));
   }
   return ppd;
+}
+
+// The codes of choices are page-device code for interpreters. At a chain they fail, and drop what
+// the PPD file says of the page.
+void requireComments(ppd_file_t* ppd, const Options& options) {
+  cups_page_header2_t page;
+  options.mark(ppd);
+  if (options.interpret(ppd, page)) return;
+  fail(ExitCode::runTime, environment("PPD"),
+       ": interpreters fail at the code of a choice and make other pages than the queue asks for; "
+       "expected chains as comments, such as *",
+       chainOption, " Gray: \"% gray\"");
+}
+
+// The chain in the code of a choice, where % begins lines.
+std::string withoutComments(const char* code) {
+  std::string chain;
+  for (const std::string& line : split(code, '\n')) {
+    const std::size_t begin = std::min(line.find_first_not_of("% "), line.size());
+    chain += join(chain.empty() ? "" : "\n", line.substr(begin));
+  }
+  return chain;
+}
+
+bool mayBeOf(const Operation& operation, const std::string& word) {
+  const auto& parameters = operation.parameters;
+  const std::string name = word.substr(0, word.find('='));
+  return std::ranges::find(parameters, name, &Parameter::name) != parameters.end() ||
+         (!parameters.empty() && parameters[0].mayBeUnnamed() &&
+          rast::chain::isKnownWord(parameters[0], word));
+}
+
+// The chain that begins with an operation and goes on with words, up to one that is of no chain.
+// Spelled without blanks.
+std::string joinedChain(const Operation& first, const std::vector<std::string>& words) {
+  std::string chain = first.name;
+  const Operation* operation = &first;
+  for (const std::string& word : words) {
+    if (word == ":") {
+      operation = nullptr;
+    } else if (operation != nullptr && mayBeOf(*operation, word)) {
+      chain += ',' + word;
+    } else if ((operation = findOperation(word)) != nullptr) {
+      chain += ':' + word;
+    } else {
+      break;
+    }
+  }
+  return chain;
+}
+
+// A chain that was split at blanks begins with an operation alone, and goes on as options: mostly
+// right behind it, otherwise as some that the PPD file does not have.
+void refuseSplit(const std::string& chain, const Options& options, ppd_file_t* ppd) {
+  const Operation* const operation = findOperation(chain);
+  if (operation == nullptr) return;
+  const auto isStray = [&](const std::string& word) {
+    if (word == ":") return true;
+    const std::string name = word.substr(0, word.find('='));
+    return mayBeOf(*operation, word) && !(ppd != nullptr && ppdFindOption(ppd, name.c_str()));
+  };
+  std::vector<std::string> words = options.wordsAfter(chainOption, chain);
+  if (words.empty() || (!isStray(words[0]) && findOperation(words[0]) == nullptr)) {
+    words = options.words();
+    std::erase_if(words, [&](const std::string& word) { return !isStray(word); });
+    if (words.empty()) return;
+  }
+  fail(ExitCode::usage, "the chain was split at blanks on its way, and '", words[0],
+       "' came as an option of its own; without blanks it is ", chainOption, '=',
+       joinedChain(*operation, words));
 }
 
 struct Given {
@@ -73,13 +193,72 @@ struct Given {
 Given chainText(const Options& options) {
   const std::string given = options.get(chainOption);
   const Ppd ppd = openPpd();
-  ppd_option_t* const option = ppd ? ppdFindOption(ppd.get(), chainOption) : nullptr;
-  if (option == nullptr) return {given, true};
-  const ppd_choice_t* choice =
-      ppdFindChoice(option, given.empty() ? option->defchoice : given.c_str());
-  // Libcups takes a chain that begins like a custom value for that.
-  if (choice == nullptr || std::string_view(choice->choice) == "Custom") return {given, true};
-  return {choice->code != nullptr ? choice->code : "", false};
+  if (ppd_option_t* const option = ppd ? ppdFindOption(ppd.get(), chainOption) : nullptr) {
+    requireComments(ppd.get(), options);
+    const ppd_choice_t* choice =
+        ppdFindChoice(option, given.empty() ? option->defchoice : given.c_str());
+    // Libcups takes a chain that begins like a custom value for that.
+    if (choice != nullptr && std::string_view(choice->choice) != "Custom") {
+      return {withoutComments(choice->code != nullptr ? choice->code : ""), false};
+    }
+  }
+  refuseSplit(given, options, ppd.get());
+  return {given, true};
+}
+
+// The type that the queue says it ends with, or what the pages come in.
+const Format& rasterFormat() {
+  static constexpr Format asItComes = {"raster", "", makeRasterWriter};
+  const std::string_view type = environment("FINAL_CONTENT_TYPE");
+  if (type == "image/pwg-raster") return *findFormat("pwg");
+  if (type == "application/vnd.cups-raster") return *findFormat("cups");
+  return asItComes;
+}
+
+bool setsRaster(const ppd_choice_t& choice) {
+  const std::string_view code = choice.code != nullptr ? choice.code : "";
+  return std::ranges::any_of(
+      std::to_array<std::string_view>({"cupsBitsPerColor", "cupsColorOrder", "cupsColorSpace"}),
+      [code](std::string_view name) { return code.find(name) != std::string_view::npos; });
+}
+
+std::vector<ppd_option_t*> optionsOf(ppd_file_t* ppd) {
+  std::vector<ppd_option_t*> options;  // because marking moves the place of ppdNextOption
+  for (ppd_option_t* option = ppdFirstOption(ppd); option != nullptr; option = ppdNextOption(ppd)) {
+    options.push_back(option);
+  }
+  return options;
+}
+
+// A choice of the PPD file that makes interpreters give raster which is read, in color if there is
+// the choice: "ColorModel=RGB". Empty if none does.
+std::string choiceFor(bool colour, const Options& options) {
+  std::string found;
+  const Ppd ppd = openPpd();
+  if (!ppd) return found;
+  for (const ppd_option_t* option : optionsOf(ppd.get())) {
+    for (const ppd_choice_t& choice :
+         std::span(option->choices, static_cast<std::size_t>(option->num_choices))) {
+      if (!setsRaster(choice)) continue;
+      cups_page_header2_t page;
+      options.mark(ppd.get());
+      ppdMarkOption(ppd.get(), option->keyword, choice.choice);
+      if (!options.interpret(ppd.get(), page) || !unsupportedIn(page).empty()) continue;
+      const bool isBest = hasColour(page) == colour;
+      if (found.empty() || isBest) found = join(option->keyword, '=', choice.choice);
+      if (isBest) return found;
+    }
+  }
+  return found;
+}
+
+ExitCode printPages(const Job& job) {
+  try {
+    return run(job);
+  } catch (const UnsupportedRaster& failure) {
+    const std::string choice = choiceFor(failure.colour, Options(job.printOptions));
+    fail(failure.code, failure.text, choice.empty() ? "" : join(": -o ", choice));
+  }
 }
 
 }  // namespace
@@ -89,9 +268,10 @@ Job printJob(int argc, char** argv) {
   if (argc != withFile && argc != withFile - 1) {
     fail(ExitCode::usage, "expected the arguments job user title copies options [file]");
   }
-  const Options options(argv[5]);
   Job job;
-  job.carryOut = run;
+  job.carryOut = printPages;
+  job.printOptions = argv[5];
+  const Options options(job.printOptions);
   const Given given = chainText(options);
   EngineSettings settings;
   settings.text = given.text;
@@ -99,9 +279,11 @@ Job printJob(int argc, char** argv) {
   settings.mayNameFiles = !given.byJob;
   job.engine = std::make_shared<Engine>(settings);
   if (argc == withFile) job.inPath = argv[6];
-  job.format = findFormat("cups");
-  job.progress = options.get("page-logging") == "off" ? ProgressMode::printQueueUncounted
-                                                      : ProgressMode::printQueue;
+  job.mayBeEmpty = true;
+  job.format = &rasterFormat();
+  // Otherwise pdftopdf or the driver counts pages, and they would be counted twice.
+  job.progress = options.get("page-logging") == "on" ? ProgressMode::printQueue
+                                                     : ProgressMode::printQueueUncounted;
   printError(join("DEBUG: chain: ", given.text.empty() ? "none" : printable(given.text), '\n'));
   return job;
 }

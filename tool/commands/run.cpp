@@ -125,7 +125,7 @@ class Pipeline {
 
 ExitCode run(const Job& job) {
   Input in(job.inPath, job.memory);
-  const std::unique_ptr<PageStream> pages = openPages(in);
+  const std::unique_ptr<PageStream> pages = openPages(in, {}, job.mayBeEmpty);
   Output out(job.outPath);
   const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
   // Where pixels may be going, no library prints.

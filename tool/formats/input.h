@@ -49,7 +49,9 @@ class Input {
   std::uint64_t page() const { return page_; }
   void startPage() { ++page_; }
 
-  // Line 0 stands for the page as a whole.
+  // Of a line, for messages. Line 0 stands for the page as a whole.
+  std::string place(std::uint64_t line) const;
+
   template <class... Parts>
   [[noreturn]] void fail(ExitCode code, std::uint64_t line, const Parts&... parts) const {
     ::fail(code, place(line), ": ", parts...);
@@ -59,7 +61,6 @@ class Input {
   [[noreturn]] void failShort(std::uint64_t line, const std::string& expected) const;
 
  private:
-  std::string place(std::uint64_t line) const;
   void measure();
   std::size_t readFile(std::uint8_t* data, std::size_t size) noexcept;
   // False at the end.

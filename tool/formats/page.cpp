@@ -81,14 +81,18 @@ std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wan
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));
 }
 
-std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency) {
+std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency,
+                                      bool mayBeEmpty) {
   const int first = in.peek();
-  if (first == EOF) in.fail(ExitCode::damaged, 0, "empty; expected a page image");
+  if (first == EOF) {
+    if (mayBeEmpty) return std::make_unique<ImageStream>(in, transparency);
+    in.fail(ExitCode::damaged, 0, "empty; expected a page image");
+  }
 #ifdef RAST_HAS_TIFF
   if (isTiffFirstByte(first)) return openTiff(in);
 #endif
 #ifdef RAST_HAS_RASTER
-  if (isRasterFirstByte(first)) return openRaster(in);
+  if (isRasterFirstByte(first)) return openRaster(in, mayBeEmpty);
 #endif
   if (first != pnmFirstByte && first != pngFirstByte) {
     in.fail(ExitCode::unsupported, 0, "no known kind of page image; expected ", readableFormats);

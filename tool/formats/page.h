@@ -85,8 +85,9 @@ class PageStream {
   virtual std::unique_ptr<PageReader> next() = 0;
 };
 
-// A stream without pages is an error.
-std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {});
+// A stream without pages is an error, unless it may be empty.
+std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {},
+                                      bool mayBeEmpty = false);
 
 // Reads a page that nothing is wanted of but that it is sound.
 void readPast(const Input& in, PageReader& page,

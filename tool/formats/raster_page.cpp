@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -107,19 +108,12 @@ PageHead judged(const Input& in, const Page& page) {
     in.fail(ExitCode::damaged, 0, "no page header: ", bits, " bits a colour, order ", order,
             " and colour space ", space, "; expected 8 bits, order 0 and gray or RGB");
   }
-  const auto refuse = [&in](const std::string& what, const char* hint) {
-    in.fail(ExitCode::unsupported, 0, what, " is not supported; ", hint);
-  };
-  if (!isGraySpace(space) && !isRgbSpace(space)) {
-    refuse(join("raster in colour space ", space, " (", name, ")"), "render it in gray or RGB");
-  }
-  if (bits != 8) refuse(join(bits, "-bit raster"), "render it with 8 bits a colour");
-  const bool colour = isRgbSpace(space);
-  if (colour && order != CUPS_ORDER_CHUNKED) {
-    refuse(order == CUPS_ORDER_BANDED ? "banded raster" : "planar raster",
-           "render it in chunky order");
+  if (const std::string reason = unsupportedIn(page); !reason.empty()) {
+    throw UnsupportedRaster{{ExitCode::unsupported, join(in.place(0), ": ", reason)},
+                            hasColour(page)};
   }
 
+  const bool colour = isRgbSpace(space);
   PageHead head = checkedHead(in, page.cupsWidth, page.cupsHeight, colour);
   head.resolution = {double(page.HWResolution[0]), double(page.HWResolution[1])};
   const unsigned colours = colour ? 3 : 1;
@@ -205,7 +199,7 @@ class RasterReader final : public PageReader {
 
 class RasterStream final : public PageStream {
  public:
-  explicit RasterStream(Input& in) : source_{in} {
+  RasterStream(Input& in, bool mayBeEmpty) : source_{in}, mayBeEmpty_(mayBeEmpty) {
     std::array<std::uint8_t, 4> sync = {};
     readAhead(sync, "a raster stream");
     switch (numberIn(sync)) {
@@ -239,7 +233,7 @@ class RasterStream final : public PageStream {
   std::unique_ptr<PageReader> next() override {
     Input& in = source_.in;
     if (in.peek() == EOF) {
-      if (in.page() == 0) in.failShort(0, "at least one page");
+      if (in.page() == 0 && !mayBeEmpty_) in.failShort(0, "at least one page");
       return nullptr;
     }
     in.startPage();
@@ -264,6 +258,7 @@ class RasterStream final : public PageStream {
   }
 
   Source source_;
+  bool mayBeEmpty_;
   Raster raster_;
   bool swapped_ = false;
   std::size_t headerBytes_ = sizeof(Page);
@@ -398,12 +393,8 @@ Page headerFor(const PageHead& head, const RasterHeader* from, bool pwg, bool& a
 
 class RasterWriter final : public PageWriter {
  public:
-  RasterWriter(Output& out, bool pwg) : sink_{out}, pwg_(pwg) {
-    raster_.reset(
-        cupsRasterOpenIO(onWrite, &sink_, pwg ? CUPS_RASTER_WRITE_PWG : CUPS_RASTER_WRITE));
-    if (sink_.failed) out.failWrite();
-    if (!raster_) throw std::bad_alloc();
-  }
+  // PWG or CUPS raster, or what the first page was in.
+  RasterWriter(Output& out, std::optional<bool> pwg) : sink_{out}, pwg_(pwg) {}
   RasterWriter(const RasterWriter&) = delete;
   RasterWriter& operator=(const RasterWriter&) = delete;
 
@@ -413,10 +404,14 @@ class RasterWriter final : public PageWriter {
                      " bytes and a page has ", head.lineBytes());
     }
     assumes_ = false;
-    Page page = headerFor(head, header, pwg_, assumes_);
+    if (!raster_) {
+      if (!pwg_) pwg_ = header != nullptr && isPwg(header->page);
+      begin();
+    }
+    Page page = headerFor(head, header, *pwg_, assumes_);
     inversion_ = inversionOf(page);
     line_.resize(head.lineBytes());
-    if (pwg_) sink_.pwgPage = &page;
+    if (*pwg_) sink_.pwgPage = &page;
     const bool written = cupsRasterWriteHeader2(raster_.get(), &page) != 0;
     sink_.pwgPage = nullptr;
     check(written);
@@ -433,7 +428,9 @@ class RasterWriter final : public PageWriter {
     }
   }
 
+  // A stream without pages is no more than its beginning.
   void finish() override {
+    if (!raster_) begin();
     raster_.reset();
     check(true);
   }
@@ -441,13 +438,21 @@ class RasterWriter final : public PageWriter {
   unsigned assumedResolution() const override { return assumes_ ? usualResolution : 0; }
 
  private:
+  void begin() {
+    const bool pwg = pwg_.value_or(false);
+    raster_.reset(
+        cupsRasterOpenIO(onWrite, &sink_, pwg ? CUPS_RASTER_WRITE_PWG : CUPS_RASTER_WRITE));
+    if (sink_.failed) sink_.out.failWrite();
+    if (!raster_) throw std::bad_alloc();
+  }
+
   void check(bool written) const {
     if (sink_.failed) sink_.out.failWrite();
     if (!written) sink_.out.fail(ExitCode::runTime, "the raster encoder failed: ", libraryError());
   }
 
   Sink sink_;
-  bool pwg_;
+  std::optional<bool> pwg_;
   bool assumes_ = false;
   Raster raster_;
   std::uint8_t inversion_ = 0;
@@ -456,7 +461,32 @@ class RasterWriter final : public PageWriter {
 
 }  // namespace
 
-std::unique_ptr<PageStream> openRaster(Input& in) { return std::make_unique<RasterStream>(in); }
+bool hasColour(const cups_page_header2_t& page) {
+  return !isGraySpace(numberIn(page.cupsColorSpace));
+}
+
+std::string unsupportedIn(const cups_page_header2_t& page) {
+  const unsigned bits = page.cupsBitsPerColor;
+  const unsigned order = numberIn(page.cupsColorOrder);
+  const unsigned space = numberIn(page.cupsColorSpace);
+  const auto because = [](const std::string& what, const char* hint) {
+    return join(what, " is not supported; ", hint);
+  };
+  if (!isGraySpace(space) && !isRgbSpace(space)) {
+    return because(join("raster in colour space ", space, " (", nameOfSpace(space), ")"),
+                   "render it in gray or RGB");
+  }
+  if (bits != 8) return because(join(bits, "-bit raster"), "render it with 8 bits a colour");
+  if (isRgbSpace(space) && order != CUPS_ORDER_CHUNKED) {
+    return because(order == CUPS_ORDER_BANDED ? "banded raster" : "planar raster",
+                   "render it in chunky order");
+  }
+  return "";
+}
+
+std::unique_ptr<PageStream> openRaster(Input& in, bool mayBeEmpty) {
+  return std::make_unique<RasterStream>(in, mayBeEmpty);
+}
 
 std::unique_ptr<PageWriter> makeCupsWriter(Output& out) {
   return std::make_unique<RasterWriter>(out, false);
@@ -464,4 +494,8 @@ std::unique_ptr<PageWriter> makeCupsWriter(Output& out) {
 
 std::unique_ptr<PageWriter> makePwgWriter(Output& out) {
   return std::make_unique<RasterWriter>(out, true);
+}
+
+std::unique_ptr<PageWriter> makeRasterWriter(Output& out) {
+  return std::make_unique<RasterWriter>(out, std::nullopt);
 }

@@ -5,7 +5,9 @@
 #include <cups/raster.h>
 
 #include <memory>
+#include <string>
 
+#include "formats/error.h"
 #include "formats/page.h"
 
 struct RasterHeader {
@@ -17,8 +19,19 @@ constexpr bool isRasterFirstByte(int byte) {
   return byte == 'R' || byte == 't' || (byte >= '1' && byte <= '3');
 }
 
-std::unique_ptr<PageStream> openRaster(Input& in);
+// Of a page that is sound, but of a kind that is not read.
+struct UnsupportedRaster : Failure {
+  bool colour;
+};
+
+bool hasColour(const cups_page_header2_t& page);
+// Why pages with such a header are not read, and what is; empty if they are.
+std::string unsupportedIn(const cups_page_header2_t& page);
+
+std::unique_ptr<PageStream> openRaster(Input& in, bool mayBeEmpty);
 std::unique_ptr<PageWriter> makeCupsWriter(Output& out);
 std::unique_ptr<PageWriter> makePwgWriter(Output& out);
+// Of the two, what the pages were in; CUPS raster where they were in neither.
+std::unique_ptr<PageWriter> makeRasterWriter(Output& out);
 
 #endif

@@ -81,7 +81,10 @@ class QueueMessages final : public Progress {
   void note(const std::string& text, const std::string& /*advice*/) override {
     printError(join("WARNING: ", text, '\n'));
   }
-  void end(std::uint64_t pages) override { printError(join("DEBUG: pages done: ", pages, '\n')); }
+  void end(std::uint64_t pages) override {
+    printError(pages == 0 ? "INFO: the job has no pages\n"
+                          : join("DEBUG: pages done: ", pages, '\n'));
+  }
 
  private:
   bool logsPages_;

@@ -123,6 +123,12 @@ const readers = {
 
 // By name; null for what is neither given nor has a default.
 function read(operation, texts, files) {
+  const names = operation.parameters.map(({name}) => `--${name}`);
+  if (operation.needs_parameter && !names.some((name) => name.slice(2) in texts)) {
+    const expected = `${names.slice(0, -1).join(", ")} or ${names.at(-1)}`;
+    const {name} = operation;
+    refuse(`nothing is given for ${name} to do; expected ${expected}; see 'rast help ${name}'`);
+  }
   const values = {};
   for (const parameter of operation.parameters) {
     const text = texts[parameter.name] ?? parameter.default;

@@ -341,7 +341,9 @@ function stepElement(step, place) {
   item.append(element("div", {className: "heading"}, title, ...Object.values(buttons)));
   for (const parameter of operation.parameters) {
     const control = controls[parameter.kind](parameter, step, (text) => {
-      if (text === undefined || text === parameter.default) delete step.values[parameter.name];
+      // An operation that needs a parameter takes its default for one too.
+      const isUsual = text === parameter.default && !operation.needs_parameter;
+      if (text === undefined || isUsual) delete step.values[parameter.name];
       else step.values[parameter.name] = text;
       refresh();
     });
@@ -384,8 +386,12 @@ function first(parameter) {
 
 function addStep(operation, values = {}) {
   const step = {operation, values: {...values}, texts: new Map(), number: ++numbered};
-  for (const parameter of known.get(operation).parameters) {
+  const {parameters, needs_parameter: needsParameter} = known.get(operation);
+  for (const parameter of parameters) {
     if (parameter.required) step.values[parameter.name] ??= first(parameter);
+  }
+  if (needsParameter && Object.keys(step.values).length === 0) {
+    step.values[parameters[0].name] = parameters[0].default;
   }
   steps.push(step);
   return step;

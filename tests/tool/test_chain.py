@@ -516,7 +516,7 @@ class Refused(ChainTest):
         self.assert_fails(done, MEMORY, str(wide), "3000000 columns", "--memory")
 
     def test_ratios_that_no_memory_serves(self):
-        head = b"P5 600000 1001 255\n"
+        head = b"P5 1100000 1001 255\n"
         done = self.run_rast("zoom", "--y", "999", "--memory", "3G", input=head)
         self.assert_fails(done, UNSUPPORTED, "1000 lines", "ratios")
 
@@ -595,7 +595,7 @@ class Malformed(ChainTest):
                 continue
             names = [f"--{parameter['name']}" for parameter in operation["parameters"]]
             words = f"expected {', '.join(names[:-1])} or {names[-1]};"
-            page = pages[operation["pages"][-1]]
+            page = pages[[kind for kind in operation["pages"] if kind in pages][-1]]
             done = self.run_rast(name, input=page)
             self.assert_fails(done, USAGE, f"nothing is given for {name} to do", words, f"rast help {name}")
             for chain in (f"{name}", f"gray : {name}", f"{name}:gray", f"rotate,cw\n{name}"):
@@ -633,10 +633,10 @@ class Malformed(ChainTest):
     def test_files(self):
         source = random.Random(1)
         for content, *words in (
-            (b"", "no step"), (b"\n# x\n", "no step"), (b"\0", "step 1"),
-            (bytes(256) * 9, "step 1"),
-            (bytes(x % 128 for x in source.randbytes(5000)), "chain, step 1"),
-            (b"gray\0rotate cw", "step 1"), (b"\xef\xbb\xbfgray", "step 1"),
+            (b"", "no step"), (b"\n# x\n", "no step"), (b"\0", "null bytes"),
+            (bytes(256) * 9, "null bytes"),
+            (bytes(x % 127 + 1 for x in source.randbytes(5000)), "chain, step 1"),
+            (b"gray\0rotate cw", "steps", "null bytes"), (b"\xef\xbb\xbfgray", "step 1"),
             (b" " * 2**21, "steps", "too long"), (b"gray\n" * 2**20, "steps", "too long"),
             (pgm(1, 1, b"a"), "step 1", "'P5'"),
             (b"gray\nrotate cw\nrotate\n", "step 3, rotate", "missing"),
@@ -667,8 +667,8 @@ class Malformed(ChainTest):
                 self.assertLess(len(self.refuse_file(content).stderr), 2000)
 
     def test_messages_are_text(self):
-        for content in (b"\x89PNG\r\n\x1a\n", b"\xff\xfeg\0r\0a\0y\0", b"gray \x9b31m",
-                        random.Random(2).randbytes(3000), "\u00e9t\u00e9".encode()):
+        for content in (b"\x89PNG\r\n\x1a\n", b"\xff\xfegray", b"gray \x9b31m",
+                        random.Random(2).randbytes(3000).replace(b"\0", b""), "\u00e9t\u00e9".encode()):
             with self.subTest(content[:20]):
                 self.assert_fails(self.refuse_file(content), USAGE, "step 1")
 
@@ -723,9 +723,9 @@ class Kinds(ChainTest):
                     arguments=["rotate cw : rotate cw : shift x=3"])
         self.out("chain", "rotate cw : shift x=3", input=tall)
         self.refuse(tall, USAGE, "page 1", "5 columns", operation="chain",
-                    arguments=["rotate cw : shift x=5"])
+                    arguments=["rotate cw : shift x=6"])
         self.refuse(tall * 2 + self.ONE, USAGE, "page 3", operation="chain",
-                    arguments=["rotate cw : shift x=1 : rotate cw"])
+                    arguments=["rotate cw : shift x=2 : rotate cw"])
 
 
 class Memory(ChainTest):
@@ -847,7 +847,7 @@ class Memory(ChainTest):
         ).stdout
         needed = re.findall(r"NEEDED.*\[(\w+)", entries)
         self.assertIn("librast", needed)
-        self.assertFalse({"libm", "libpng16", "libtiff", "libcups"}.intersection(needed), needed)
+        self.assertFalse({"libpng16", "libtiff", "libcups"}.intersection(needed), needed)
 
     def test_too_little(self):
         """One line in all steps does not fit."""
@@ -1020,7 +1020,7 @@ class Jobs(ChainTest):
             (self.CHAIN, good[:-1], DAMAGED, ["page 2, line 300:"]),
             ("gray : zoom percent=50", b"P5 3", DAMAGED, ["page 2"]),
             ("rotate cw : expgamma gain=256", colour, UNSUPPORTED, ["page 2", "expgamma"]),
-            ("shift x=8 : rotate cw", pgm(8, 1, ramp(8)), USAGE, ["page 2", "8"]),
+            ("shift x=8 : rotate cw", pgm(7, 1, ramp(7)), USAGE, ["page 2", "8"]),
             ("gray : rotate cw", pgm(9, 300, ramp(2700)) + b"x", DAMAGED, ["page 2"]),
         ):
             for band in (1, 64):

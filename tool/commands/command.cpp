@@ -64,9 +64,8 @@ constexpr Command commandTable[] = {
      chainPaths, 1},
     {"info", " [IN]", "the pages of a stream",
      "Each page is read to its end before a line tells its number, format, size, kind and, where\n"
-     "it is known, resolution; a last line tells how many pages there were. An error leaves the "
-     "JSON array without its end. IN is\n"
-     "a file; '-', or leaving it out, means standard input.",
+     "it is known, resolution; a last line tells how many pages there were. An error leaves the\n"
+     "JSON array without its end. IN is a file; '-', or leaving it out, means standard input.",
      "mPpqjh", "rast info in.ppm", info, infoPaths},
     {"compare", " A B [DIFFERENCE]", "the differences between two streams",
      "For each page a line tells that it is equal in both; or its first sample that differs, with\n"

@@ -74,7 +74,7 @@ build() { # PRESET [TARGET...]
 # The built levels that the tests in the log have skipped, because this processor does not run them.
 lacking() {
   grep -E '\(Skipped\)|^\[  SKIPPED ' "$log" | grep -oE '/(avx2|avx512|neon)\b' | sort -u |
-    paste -sd ' ' | sed 's/./ (not on this processor: /; s|/||g; s/$/)/'
+    paste -sd ' ' | sed -E '/./{s/^/ (not on this processor: /; s|/||g; s/$/)/}'
 }
 
 tests() { # PRESET [CTEST OPTION...]

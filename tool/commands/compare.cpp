@@ -63,15 +63,16 @@ class Difference {
 // The picture of differences, if one is wanted.
 class Picture {
  public:
-  explicit Picture(const Job& job) {
+  explicit Picture(const Job& job) : pages_(job.pages) {
     if (job.outPath.empty()) return;
     out_.emplace(job.outPath);
     writer_ = job.format->makeWriter(*out_);
   }
 
-  void beginPage(const PageHead& head) {
+  void beginPage(const PageReader& page) {
     if (!writer_) return;
-    writer_->beginPage(head, nullptr);
+    if (!drawn_) writer_->expectPages(pages_.count(page));
+    writer_->beginPage(page.head(), nullptr);
     drawn_ = true;
   }
   void writeLines(const std::uint8_t* lines, std::uint32_t count) {
@@ -85,6 +86,7 @@ class Picture {
   }
 
  private:
+  const PageList& pages_;
   std::optional<Output> out_;
   std::unique_ptr<PageWriter> writer_;
   bool drawn_ = false;
@@ -97,7 +99,7 @@ Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::ui
   const Bytes linesOfA = makeBytes(most * head.lineBytes());
   const Bytes linesOfB = makeBytes(most * head.lineBytes());
   Difference found(head);
-  picture.beginPage(head);
+  picture.beginPage(a);
   for (std::uint32_t done = 0; done < head.height;) {
     const std::uint32_t count = std::min(most, head.height - done);
     a.readLines(linesOfA.get(), count);

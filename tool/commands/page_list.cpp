@@ -59,6 +59,11 @@ std::optional<std::uint64_t> PageList::count() const {
   return count;
 }
 
+std::optional<std::uint64_t> PageList::count(const PageReader& page) const {
+  const std::optional<std::uint64_t> listed = count();
+  return listed ? listed : page.pagesAhead();
+}
+
 void PageList::checkEnd(const Input& in) const {
   for (const Range& range : ranges_) {
     const std::uint64_t named = range.last == open ? range.first : range.last;

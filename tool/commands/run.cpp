@@ -30,6 +30,8 @@ class Pipeline {
   }
 
   void runPage(PageReader& reader) {
+    if (isFirst_) writer_.expectPages(job_.pages.count(reader));
+    isFirst_ = false;
     if (job_.resolution.isKnown()) reader.setResolution(job_.resolution);
     meter_.beginPage(reader.head().height);
     std::unique_ptr<PageSource> page =
@@ -85,6 +87,7 @@ class Pipeline {
   PageWriter& writer_;
   Meter& meter_;
   std::vector<Station> stations_;
+  bool isFirst_ = true;
   bool hasNoted_ = false;
 };
 

@@ -5,7 +5,7 @@ set -euo pipefail
 declare -A sets=(
   [build]="gcc g++ libc6-dev binutils cmake ninja-build"
   [tool]="pkg-config libcups2-dev libpng-dev libtiff-dev lowdown"
-  [test]="libgtest-dev libgmock-dev bash-completion mandoc parallel python3 python3-pil pkg-config zsh"
+  [test]="libgtest-dev libgmock-dev bash-completion libtiff-tools mandoc netpbm parallel python3 python3-pil pkg-config zsh"
   [reference]="doxygen"
   [bench]="libbenchmark-dev python3"
   [peers]="graphicsmagick libvips-tools netpbm time libopencv-imgproc-dev libopencv-core-dev libyuv-dev libpixman-1-dev"

@@ -52,7 +52,7 @@ class Examples(RastTest):
     def test_command_line(self):
         (block,) = examples(section("README.md", "Use from the command line"))
         lines = block.splitlines()
-        self.assertEqual(len(lines), 10)
+        self.assertEqual(len(lines), 11)
         for line in lines:
             with self.subTest(line):
                 if "pdftoppm" in line and not shutil.which("pdftoppm"):

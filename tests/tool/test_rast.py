@@ -154,12 +154,12 @@ class RastTest(unittest.TestCase):
         return done.stdout
 
     def temporaries(self, process, folder=None):
-        """The sizes of the temporary files in the folder that the process has open."""
-        folder, sizes = str(folder or self.folder), []
+        """Temporary files in the folder that the process has open, and their sizes."""
+        folder, sizes = str(folder or self.folder), {}
         for link in Path(f"/proc/{process.pid}/fd").iterdir():
             parent, name = os.path.split(os.readlink(link))
             if parent == folder and (name.endswith(" (deleted)") or name.startswith(".rast-")):
-                sizes.append(link.stat().st_size)
+                sizes[link] = link.stat().st_size
         return sizes
 
     def wait_for(self, condition):

@@ -229,9 +229,11 @@ class Slow(StreamsTest):
     def test_outputs(self):
         page = noise(pgm, 150, 300)
         for output_format in FORMATS:
-            expected = self.out(*INVERT, "-f", output_format, input=page)
+            # Of a pipe without a number of pages, TIFF is another than of a file.
+            command = (*INVERT, "--pages", "1", "-f", output_format)
+            expected = self.out(*command, input=page)
             for band in (1, 64):
-                self.check(expected, (*INVERT, "-b", band, "-f", output_format), page)
+                self.check(expected, (*command, "-b", band), page)
 
     def test_inputs(self):
         page = noise(ppm, 50, 300)
@@ -257,7 +259,7 @@ class Signals(StreamsTest):
                 process.stdin.write(half)
                 process.stdin.flush()
                 self.wait_for(
-                    lambda: any(size >= written for size in self.temporaries(process))
+                    lambda: any(size >= written for size in self.temporaries(process).values())
                 )
                 process.send_signal(signal.SIGTERM)
                 self.assertEqual(process.wait(10), -signal.SIGTERM)

@@ -1,14 +1,22 @@
 """End-to-end tests of TIFF pages; the environment variable RAST names the binary."""
 
 import io
+import itertools
 import os
 import random
+import shutil
+import signal
 import struct
 import subprocess
 import unittest
 import zlib
 
-from test_rast import DAMAGED, DONE, MEMORY, OUTPUT, RAST, UNSUPPORTED, RastTest, pgm, ppm, ramp
+from raster import page as raster_page
+from raster import stream
+from test_rast import (
+    DAMAGED, DONE, MEMORY, OUTPUT, RAST, UNSUPPORTED, RastTest, gray_png, pgm, ppm, ramp,
+)
+from test_streams import LIBRARIES
 
 try:
     from PIL import Image
@@ -20,6 +28,7 @@ NONE, GROUP4, OLD_JPEG, JPEG, PACKBITS, DEFLATE = 1, 4, 6, 7, 32773, 8
 WIDTH, HEIGHT, BITS, COMPRESSION, PHOTOMETRIC, FILL_ORDER = 256, 257, 258, 259, 262, 266
 ORIENTATION, SAMPLES, ROWS, X_RESOLUTION, Y_RESOLUTION = 274, 277, 278, 282, 283
 PLANAR, UNIT, MAP, EXTRA, FORMAT, KIND, SUBSAMPLING = 284, 296, 320, 338, 339, 254, 530
+SUB = 330
 OFFSETS, COUNTS = 273, 279
 TILE_WIDTH, TILE_HEIGHT, TILE_OFFSETS, TILE_COUNTS = 322, 323, 324, 325
 
@@ -62,7 +71,7 @@ def tiff(*pages, order="<", big=False, last=0):
                 kind, count, data = 5, 1, struct.pack(order + "II", *value)
             else:
                 value = value if isinstance(value, list) else [value]
-                short = tag not in (OFFSETS, COUNTS, WIDTH, HEIGHT, ROWS, KIND)
+                short = tag not in (OFFSETS, COUNTS, WIDTH, HEIGHT, ROWS, KIND, SUB)
                 kind, count = 3 if short else 16 if big else 4, len(value)
                 data = struct.pack(f"{order}{count}{'H' if short else size}", *value)
             if len(data) > inline:
@@ -80,20 +89,30 @@ def tiff(*pages, order="<", big=False, last=0):
     return bytes(out)
 
 
+def is_big(data):
+    assert data[:4] in (b"II*\0", b"II+\0"), data[:4]
+    return data[2:3] == b"+"
+
+
 def decode(data):
     """The pages of a little-endian file in strips without compression: tags with their samples."""
-    assert data[:4] == b"II*\0"
-    at, pages = struct.unpack_from("<I", data, 4)[0], []
+    big = is_big(data)
+    word, count_bytes, entry, inline = ("<Q", 8, 20, 8) if big else ("<I", 2, 12, 4)
+    if big:
+        assert data[4:8] == b"\x08\0\0\0"
+    at, pages = struct.unpack_from(word, data, inline)[0], []
     while at:
         tags = {}
-        for i in range(struct.unpack_from("<H", data, at)[0]):
-            tag, kind, count = struct.unpack_from("<HHI", data, at + 2 + 12 * i)
-            code = {1: "B", 3: "H", 4: "I", 5: "Q"}[kind]
-            place = at + 10 + 12 * i
-            if struct.calcsize(f"<{count}{code}") > 4:
-                place = struct.unpack_from("<I", data, place)[0]
+        for i in range(int.from_bytes(data[at : at + count_bytes], "little")):
+            place = at + count_bytes + entry * i
+            tag, kind = struct.unpack_from("<HH", data, place)
+            count = struct.unpack_from(word, data, place + 4)[0]
+            code = {1: "B", 3: "H", 4: "I", 5: "Q", 16: "Q"}[kind]
+            place += 4 + inline
+            if struct.calcsize(f"<{count}{code}") > inline:
+                place = struct.unpack_from(word, data, place)[0]
             tags[tag] = struct.unpack_from(f"<{count}{code}", data, place)
-        at = struct.unpack_from("<I", data, at + 2 + 12 * len(tags))[0]
+        at = struct.unpack_from(word, data, at + count_bytes + entry * len(tags))[0]
         strips = [data[o : o + n] for o, n in zip(tags[OFFSETS], tags[COUNTS])]
         pages.append((tags, b"".join(strips)))
     return pages
@@ -380,6 +399,134 @@ class Refusals(TiffTest):
                 self.assertRegex(done.stderr.decode(), r"\Arast: [^\n]+\n\Z")
 
 
+class Ends(TiffTest):
+    """Where a file ends, whatever the order of what is in it."""
+
+    def refuses_rest(self, content, number, rest=None):
+        size = r"\d+" if rest is None else len(rest)
+        for command in (("info",), ("colgamma", "--curve", self.curve, "-", self.folder / "new")):
+            done = self.run_rast(*command, input=content + (rest or b""))
+            self.assert_fails(done, DAMAGED, f"page {number}: followed by ", "; expected the end")
+            self.assertRegex(done.stderr, rb"by %s bytes that nothing in the TIFF" % str(size).encode())
+        self.assertFalse((self.folder / "new").exists())
+
+    def test_data_behind_the_last_page(self):
+        two = tiff(page(4, 3, [GRAY]), page(4, 3, [COLOUR], RGB, samples=3))
+        for content in (tiff(page(4, 3, [GRAY])), two, tiff(page(4, 3, [GRAY]), big=True),
+                        tiff(page(4, 3, [GRAY], X_RESOLUTION=Ratio((300, 1))), order=">"),
+                        tiff(page(4, 3, [GRAY[:4], GRAY[4:8], GRAY[8:]], ROWS=1)),
+                        tiff(page(4, 3, [zlib.compress(GRAY)], COMPRESSION=DEFLATE))):
+            pages = 2 if content is two else 1
+            whole = self.samples_of(content)
+            for rest in (content, pgm(4, 3, GRAY), b"x" * 8, bytes(4096) + b"x", b"\0" * 7 + b"x"):
+                self.refuses_rest(content, pages, rest)
+            for padding in (b"", b"\0", b"\n", b"x" * 7, bytes(8), bytes(5000)):
+                self.assert_same(self.samples_of(content + padding), whole)
+
+    def test_data_that_is_referred_to(self):
+        """Holes are no matter, and nothing that any directory names is left over."""
+        def file(entries, rest, order="<"):
+            """Samples at 8, then the directory, then whatever entries refer to."""
+            tags = {WIDTH: (4, 1, 4), HEIGHT: (4, 1, 3), BITS: (3, 1, 8), COMPRESSION: (3, 1, 1),
+                    PHOTOMETRIC: (3, 1, 1), OFFSETS: (4, 1, 8), SAMPLES: (3, 1, 1),
+                    ROWS: (4, 1, 3), COUNTS: (4, 1, 12), **entries}
+            directory = struct.pack(order + "H", len(tags))
+            for tag, (kind, count, value) in sorted(tags.items()):
+                code = "HH" if kind == 3 and count == 1 else "I"
+                values = (value, 0) if code == "HH" else (value,)
+                directory += struct.pack(order + "HHI" + code, tag, kind, count, *values)
+            directory += bytes(4)
+            content = {"<": b"II*\0", ">": b"MM\0*"}[order] + struct.pack(order + "I", 20) + GRAY
+            content += directory
+            content += b"hole" * ((400 - len(content)) // 4)
+            return content.ljust(400, b"h") + rest
+
+        for order in "<>":
+            empty = struct.pack(order + "H", 0) + bytes(4)
+            text = b"x" * 40
+            exif = struct.pack(order + "HHHII", 1, 37510, 7, 40, 418) + bytes(4) + text
+            thumbnail = struct.pack(order + "H", 2)
+            for tag, value in ((OFFSETS, 430), (COUNTS, 40)):
+                thumbnail += struct.pack(order + "HHII", tag, 4, 1, value)
+            thumbnail += bytes(4) + text
+            old_jpeg = thumbnail.replace(
+                struct.pack(order + "H", OFFSETS), struct.pack(order + "H", 513)
+            ).replace(struct.pack(order + "H", COUNTS), struct.pack(order + "H", 514))
+            chained = struct.pack(order + "HI", 0, 406) + thumbnail.replace(
+                struct.pack(order + "I", 430), struct.pack(order + "I", 436))
+            for entries, rest in (
+                ({34675: (7, 40, 400)}, text), ({700: (1, 40, 400)}, text),
+                ({270: (2, 40, 400)}, text), ({34665: (4, 1, 400)}, exif),
+                ({330: (4, 1, 400)}, thumbnail), ({330: (13, 1, 400)}, thumbnail),
+                ({330: (4, 1, 400)}, old_jpeg), ({65000: (13, 1, 400)}, thumbnail),
+                ({330: (4, 1, 400)}, chained),
+                ({330: (4, 2, 400)}, struct.pack(order + "II", 408, 408) + empty),
+            ):
+                with self.subTest(order=order, entries=entries):
+                    content = file(entries, rest, order)
+                    self.assertEqual(self.samples_of(content), pgm(4, 3, GRAY))
+                    self.refuses_rest(content, 1, b"x" * 8)
+            # The same bytes, with nothing that names them.
+            self.refuses_rest(file({}, b"", order), 1)
+
+    def test_circles(self):
+        """Directories of metadata that lead back, or to nowhere, are nobody's concern."""
+        for value in (8, 20, 21, 100, 2**32 - 1):
+            content = tiff(page(4, 3, [GRAY], SUB=value))
+            self.assertEqual(self.samples_of(content), pgm(4, 3, GRAY))
+
+    @unittest.skipUnless(Image, "needs the Python Imaging Library")
+    def test_files_of_the_imaging_library(self):
+        image = Image.effect_noise((61, 47), 90)
+        exif = Image.Exif()
+        exif[0x010E] = "a description that is longer than four bytes"
+        exif.get_ifd(0x8769)[0x9286] = b"a comment that is longer than four bytes"
+        exif.get_ifd(0x8825)[0x001D] = "2020:01:01"
+        profile = random.Random(1).randbytes(3001)
+        for mode, more in itertools.product(("1", "L", "P", "RGB"), (
+            {}, {"exif": exif}, {"icc_profile": profile}, {"dpi": (300, 300)},
+            {"exif": exif, "icc_profile": profile, "compression": "tiff_lzw"},
+            {"save_all": True, "append_images": [image, image.convert("RGB")]},
+            {"description": "x" * 99, "software": "y" * 99},
+        )):
+            encoded = io.BytesIO()
+            image.convert(mode).save(encoded, "TIFF", **more)
+            with self.subTest(mode=mode, more=list(more)):
+                whole = self.samples_of(encoded.getvalue())
+                self.refuses_rest(encoded.getvalue() * 2, whole.count(b"\n255\n"))
+
+    @unittest.skipUnless(shutil.which("tiffcp"), "needs the tools of libtiff")
+    def test_files_of_libtiff(self):
+        source = self.file("in.tif", tiff(page(40, 30, [ramp(1200)]), page(4, 3, [GRAY])))
+        expected = pgm(40, 30, ramp(1200)) + pgm(4, 3, GRAY)
+        for options in ([], ["-c", "lzw"], ["-c", "packbits"], ["-c", "zip"], ["-8"], ["-B"],
+                        ["-r", "1"], ["-8", "-B", "-r", "7"]):
+            with self.subTest(options):
+                target = self.folder / "out.tif"
+                subprocess.run(["tiffcp", *options, source, target], check=True)
+                self.assert_same(self.samples_of(target.read_bytes()), expected)
+                # A directory that is made longer is written anew, and leaves a hole.
+                subprocess.run(["tiffset", "-s", "270", "x" * 99, target], check=True)
+                self.assert_same(self.samples_of(target.read_bytes()), expected)
+                subprocess.run(["tiffcp", "-a", source, target], check=True)
+                self.assert_same(self.samples_of(target.read_bytes()), expected * 2)
+                self.refuses_rest(target.read_bytes(), 4, source.read_bytes())
+
+    @unittest.skipUnless(shutil.which("pamtotiff"), "needs netpbm")
+    def test_files_of_netpbm(self):
+        for options in ([], ["-lzw"], ["-packbits"], ["-flate"], ["-rowsperstrip=1"],
+                        ["-xresolution=300", "-yresolution=300", "-resolutionunit=inch"]):
+            for source in (pgm(40, 30, ramp(1200)), ppm(40, 30, ramp(3600))):
+                # Its own standard output has to be a file that it can go back in.
+                with self.subTest(options), open(self.folder / "out.tif", "w+b") as target:
+                    subprocess.run(["pamtotiff", "-truecolor", *options], input=source,
+                                   stdout=target, stderr=subprocess.DEVNULL, check=True)
+                    target.seek(0)
+                    content = target.read()
+                    self.assertEqual(len(self.samples_of(content)), len(source))
+                    self.refuses_rest(content, 1, content)
+
+
 class Writing(TiffTest):
     def test_pages(self):
         source = pgm(4, 3, GRAY) + ppm(4, 3, COLOUR) + pgm(4, 3, GRAY)
@@ -455,12 +602,92 @@ class Writing(TiffTest):
                     value = tags[tag][0]
                     self.assertAlmostEqual((value & 0xFFFFFFFF) / (value >> 32), dpi, 4)
 
+    def test_bigtiff(self):
+        source = pgm(4, 3, GRAY) + ppm(4, 3, COLOUR) + pgm(1000, 300, ramp(300000))
+        path = self.file("in.pnm", source)
+        for name, more in (("out.btf", ()), ("out.TF8", ()), ("out", ("-f", "bigtiff"))):
+            target = self.folder / name
+            done = self.run_rast("colgamma", "--curve", self.curve, *more, path, target)
+            self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+            content = target.read_bytes()
+            self.assertTrue(is_big(content))
+            pages = decode(content)
+            self.assertEqual([tags[WIDTH] for tags, _ in pages], [(4,), (4,), (1000,)])
+            self.assertEqual([samples for _, samples in pages], [GRAY, COLOUR, ramp(300000)])
+            self.assert_same(self.samples_of(content), source)
+        if Image:
+            with Image.open(target) as image:
+                self.assertEqual((image.n_frames, image.mode, image.tobytes()), (3, "L", GRAY))
+        if shutil.which("tiffcp"):
+            subprocess.run(["tiffcp", target, self.folder / "plain.tif"], check=True)
+            content = (self.folder / "plain.tif").read_bytes()
+            self.assert_same(self.samples_of(content), source)
+
+    def test_bigtiff_where_it_may_be_needed(self):
+        """By the number of pages, as far as anything tells, and the size of the first."""
+        gray = pgm(4, 3, GRAY)
+        raw = stream((raster_page(4, 3), GRAY), (raster_page(4, 3), GRAY))
+        packed = stream((raster_page(4, 3), GRAY), version="2")
+        two = tiff(page(4, 3, [zlib.compress(GRAY)], COMPRESSION=DEFLATE), page(4, 3, [GRAY]))
+        cases = [(gray, (), False), (gray * 3, (), False), (two, (), False),
+                 (gray_png(4, 3, GRAY), (), False), (gray * 3, ("--pages", "2-"), False)]
+        if "cups" in LIBRARIES:
+            cases += [(raw, (), False), (packed, (), True), (packed, ("-P", "1"), False)]
+        for content, more, big in cases:
+            with self.subTest(content=content[:9], more=more):
+                path, target = self.file("in", content), self.folder / "out.tif"
+                done = self.run_rast("colgamma", "--curve", self.curve, *more, path, target)
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                self.assertEqual(is_big(target.read_bytes()), big)
+        for content, more, big in (
+            (gray, (), True), (gray * 3, ("-P", "2-"), True), (gray, ("-P", "1"), False),
+            (gray * 3, ("-P", "1,3"), False), (two, (), False),
+        ):
+            with self.subTest(content=content[:9], more=more, piped=True):
+                out = self.samples_of(content, *more, "-f", "tiff")
+                self.assertEqual(is_big(out), big)
+        a, b = self.file("a", gray), self.file("b", pgm(4, 3, GRAY[::-1]))
+        self.assertEqual(self.run_rast("compare", a, b, target).returncode, 1)
+        self.assertFalse(is_big(target.read_bytes()))
+
+    def first_bytes(self, path, *more):
+        """Of what a job writes, which is not let come to its end."""
+        target = self.folder / "out.tif"
+        command = [RAST, "colgamma", "--curve", self.curve, *more, path, target]
+        with subprocess.Popen(command, stderr=subprocess.PIPE) as process:
+            self.wait_for(lambda: any(size >= 8 for size in self.temporaries(process).values()))
+            process.send_signal(signal.SIGSTOP)
+            (link,) = self.temporaries(process)
+            with link.open("rb") as file:
+                content = file.read(4)
+            process.kill()
+        return content
+
+    def test_pages_that_may_exceed_the_limit(self):
+        """Before the first byte is written."""
+        head = b"P5\n70000 700\n255\n"
+        size = len(head) + 70000 * 700
+        path = self.file("in.pgm", head)
+        for pages, big in ((3, False), (87, False), (88, True), (300, True)):
+            with path.open("r+b") as file:
+                file.truncate(pages * size)
+                for number in range(pages):
+                    file.seek(number * size)
+                    file.write(head)
+            with self.subTest(pages=pages):
+                self.assertEqual(is_big(self.first_bytes(path)), big)
+        self.assertTrue(is_big(self.first_bytes(path)))
+        self.assertFalse(is_big(self.first_bytes(path, "-P", "1-87")))
+        # By far more than a number of 64 bits counts.
+        self.assertTrue(is_big(self.first_bytes(path, "-P", f"1-{2**63 - 1}")))
+
     def test_too_much(self):
-        path = self.file("in.pgm", b"P5\n70000 70000\n255\n")
-        os.truncate(path, 70000 * 70000 + 100)
+        """Pages that are more than could be known."""
+        path = self.file("in.pnm", gray_png(4, 3, GRAY) + b"P5\n70000 70000\n255\n")
+        os.truncate(path, 70000 * 70000 + 1000)
         target = self.folder / "out.tif"
         done = self.run_rast("colgamma", "--curve", self.curve, path, target)
-        self.assert_fails(done, UNSUPPORTED, str(target), "4 GiB", "--format pnm")
+        self.assert_fails(done, UNSUPPORTED, str(target), "4 GiB", "--format bigtiff")
         self.assertFalse(target.exists())
 
     @unittest.skipUnless(Image, "needs the Python Imaging Library")

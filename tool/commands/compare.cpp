@@ -62,15 +62,16 @@ class Difference {
 // The picture of differences, if one is wanted.
 class Picture {
  public:
-  explicit Picture(const Job& job) {
+  explicit Picture(const Job& job) : pages_(job.pages) {
     if (job.outPath.empty()) return;
     out_.emplace(job.outPath);
     writer_ = job.format->makeWriter(*out_);
   }
 
-  void beginPage(const PageHead& head) {
+  void beginPage(const PageReader& page) {
     if (!writer_) return;
-    writer_->beginPage(head, nullptr);
+    if (!drawn_) writer_->expectPages(pages_.count(page));
+    writer_->beginPage(page.head(), nullptr);
     drawn_ = true;
   }
   void writeLines(const std::uint8_t* lines, std::uint32_t count) {
@@ -84,6 +85,7 @@ class Picture {
   }
 
  private:
+  const PageList& pages_;
   std::optional<Output> out_;
   std::unique_ptr<PageWriter> writer_;
   bool drawn_ = false;
@@ -96,7 +98,7 @@ Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::ui
   const auto linesOfA = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
   const auto linesOfB = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
   Difference found(head);
-  picture.beginPage(head);
+  picture.beginPage(a);
   for (std::uint32_t done = 0; done < head.height;) {
     const std::uint32_t count = std::min(most, head.height - done);
     a.readLines(linesOfA.get(), count);

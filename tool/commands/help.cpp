@@ -23,8 +23,13 @@ const char filesText[] =
     "CUPS and PWG raster, gray or RGB of 8 bits"
 #endif
     ".\n"
-    "Palettes become RGB. PNG output holds one page, PBM output black and white only. Colour\n"
-    "profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
+    "Palettes become RGB. PNG output holds one page, PBM output black and white only.\n"
+#ifdef RAST_HAS_TIFF
+    "TIFF output becomes BigTIFF where the pages may exceed 4 GiB, as those of a pipe or of "
+    "compressed\n"
+    "raster may unless --pages counts them; --format bigtiff writes nothing else.\n"
+#endif
+    "Colour profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
     "replaced only once its new content is complete.";
 
 const char storedPagesText[] =

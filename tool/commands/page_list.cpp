@@ -59,6 +59,11 @@ std::optional<std::uint64_t> PageList::count() const {
   return count;
 }
 
+std::optional<std::uint64_t> PageList::count(const PageReader& page) const {
+  const std::optional<std::uint64_t> listed = count();
+  return listed ? listed : page.pagesAhead();
+}
+
 void PageList::checkEnd(const Input& in) const {
   if (in.page() == 0) return;
   for (const Range& range : ranges_) {

@@ -21,6 +21,8 @@ class PageList {
   bool holds(std::uint64_t page) const;
   // None where that depends on the stream.
   std::optional<std::uint64_t> count() const;
+  // As far as the list tells, or else a page of the stream.
+  std::optional<std::uint64_t> count(const PageReader& page) const;
 
   // At the end of the stream: refuses a list that names pages beyond. Without pages it names none.
   void checkEnd(const Input& in) const;

@@ -47,6 +47,8 @@ class Pipeline {
       : job_(job), engine_(*job.engine), in_(in), writer_(writer), meter_(meter) {}
 
   void runPage(PageReader& reader) {
+    if (isFirst_) writer_.expectPages(job_.pages.count(reader));
+    isFirst_ = false;
     if (job_.resolution.isKnown()) reader.setResolution(job_.resolution);
     const PageHead& head = reader.head();
     meter_.beginPage(head.height);
@@ -118,6 +120,7 @@ class Pipeline {
   Input& in_;
   PageWriter& writer_;
   Meter& meter_;
+  bool isFirst_ = true;
   bool hasNoted_ = false;
 };
 

@@ -19,7 +19,7 @@ constexpr Format table[] = {
     {"pnm", ".pnm .pgm .ppm", makePnmWriter}, {"pbm", ".pbm", makePbmWriter},
     {"pam", ".pam", makePamWriter},           {"png", ".png", makePngWriter},
 #ifdef RAST_HAS_TIFF
-    {"tiff", ".tif .tiff", makeTiffWriter},
+    {"tiff", ".tif .tiff", makeTiffWriter},   {"bigtiff", ".btf .tf8", makeBigTiffWriter},
 #endif
 #ifdef RAST_HAS_RASTER
     {"cups", ".ras .cups", makeCupsWriter},   {"pwg", ".pwg", makePwgWriter},

@@ -107,6 +107,12 @@ bool Input::seek(std::uint64_t offset) noexcept {
   return true;
 }
 
+std::optional<std::uint64_t> Input::partsAhead(std::uint64_t bytes) const {
+  if (!size_) return {};
+  const std::uint64_t ahead = *size_ - std::min(*size_, position());
+  return ahead / bytes + (ahead % bytes != 0 ? 1 : 0);
+}
+
 std::optional<double> Input::portion() const noexcept {
   if (sought_ || !size_ || *size_ == 0) return {};
   return std::min(1.0, static_cast<double>(position()) / static_cast<double>(*size_));

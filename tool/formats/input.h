@@ -34,6 +34,10 @@ class Input {
   std::uint64_t position() const noexcept { return read_ - (end_ - next_); }
   std::uint64_t size() const { return size_.value_or(0); }
 
+  // How many parts of so many bytes are still to be read, with one that is cut short; none where the
+  // size is not known.
+  std::optional<std::uint64_t> partsAhead(std::uint64_t bytes) const;
+
   // The part of the stream that is read, 0 to 1; none where its size is not known, or reading goes
   // back and forth.
   std::optional<double> portion() const noexcept;

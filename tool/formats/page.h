@@ -68,6 +68,9 @@ class PageReader {
   virtual const char* formatName() const = 0;
   // The next count lines; the last line also reads what closes the image.
   virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
+  // How many pages there are from this one on, or would be if all were as this one; none where
+  // nothing tells. To be asked before lines are read.
+  virtual std::optional<std::uint64_t> pagesAhead() const { return {}; }
   // How many of it are to be printed.
   virtual std::uint32_t copies() const { return 1; }
   // What a raster stream says of the page besides; null in other formats.
@@ -96,6 +99,8 @@ void readPast(const Input& in, PageReader& page,
 class PageWriter {
  public:
   virtual ~PageWriter() = default;
+  // Before the first page: how many there will be, as far as anything tells.
+  virtual void expectPages(std::optional<std::uint64_t> /*pages*/) {}
   // The raster header is that of the page which this one was made of, if it had one.
   virtual void beginPage(const PageHead& head, const RasterHeader* header) = 0;
   // The next count lines; the last line also writes what closes the image.

@@ -121,6 +121,7 @@ class PngReader final : public PageReader {
 
   void readHead();
   const char* formatName() const override { return "PNG"; }
+  std::optional<std::uint64_t> pagesAhead() const override { return 1; }
   void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
  private:

@@ -177,12 +177,17 @@ class PnmReader final : public PageReader {
  public:
   explicit PnmReader(Input& in)
       : in_(in),
+        start_(in.position()),
         image_(readHead(in)),
+        headerBytes_(in.position() - start_),
         packed_(image_.storage == Storage::bits ? image_.storedLineBytes() : 0) {
     head_ = image_.page;
   }
 
   const char* formatName() const override { return image_.format; }
+  std::optional<std::uint64_t> pagesAhead() const override {
+    return in_.partsAhead(headerBytes_ + image_.storedLineBytes() * std::uint64_t{head_.height});
+  }
 
   void readLines(std::uint8_t* lines, std::uint32_t count) override {
     if (image_.storage == Storage::bits) {
@@ -227,7 +232,9 @@ class PnmReader final : public PageReader {
   }
 
   Input& in_;
+  std::uint64_t start_;
   ImageHead image_;
+  std::uint64_t headerBytes_;
   std::vector<std::uint8_t> packed_;  // one line of bits
   std::uint64_t done_ = 0;
 };

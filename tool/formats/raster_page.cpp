@@ -138,6 +138,7 @@ struct Source {
   std::span<const std::uint8_t> ahead = {};
   bool compressed = false;
   bool ended = false;
+  std::size_t headerBytes = sizeof(Page);
 };
 
 ssize_t onRead(void* context, unsigned char* data, std::size_t size) noexcept {
@@ -166,6 +167,11 @@ class RasterReader final : public PageReader {
 
   const char* formatName() const override {
     return isPwg(header_.page) ? "PWG raster" : "CUPS raster";
+  }
+  std::optional<std::uint64_t> pagesAhead() const override {
+    if (source_.compressed) return {};
+    return source_.in.partsAhead(source_.headerBytes +
+                                 std::uint64_t{header_.page.cupsBytesPerLine} * head_.height);
   }
   std::uint32_t copies() const override { return std::max(header_.page.NumCopies, 1U); }
   const RasterHeader* rasterHeader() const override { return &header_; }
@@ -207,7 +213,7 @@ class RasterStream final : public PageStream {
         swapped_ = true;
         [[fallthrough]];
       case CUPS_RASTER_SYNCv1:
-        headerBytes_ = sizeof(cups_page_header_t);
+        source_.headerBytes = sizeof(cups_page_header_t);
         break;
       case CUPS_RASTER_REVSYNCv2:
         swapped_ = true;
@@ -238,8 +244,8 @@ class RasterStream final : public PageStream {
     }
     in.startPage();
     std::array<std::uint8_t, sizeof(Page)> buffer;
-    const auto raw = std::span(buffer).first(headerBytes_);
-    readAhead(raw, join("a page header of ", headerBytes_, " bytes"));
+    const auto raw = std::span(buffer).first(source_.headerBytes);
+    readAhead(raw, join("a page header of ", source_.headerBytes, " bytes"));
     // Before libcups sees it, which allocates what it says.
     Page page = decoded(raw, swapped_);
     const PageHead head = judged(in, page);
@@ -261,7 +267,6 @@ class RasterStream final : public PageStream {
   bool mayBeEmpty_;
   Raster raster_;
   bool swapped_ = false;
-  std::size_t headerBytes_ = sizeof(Page);
 };
 
 struct Sink {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "formats/shared_library.h"
+#include "formats/tiff_extent.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ RAST_LIBRARY_FUNCTION(libtiff, TIFFGetStrileOffset);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFIsCODECConfigured);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFIsTiled);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFLastDirectory);
+RAST_LIBRARY_FUNCTION(libtiff, TIFFNumberOfDirectories);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsAlloc);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsFree);
 RAST_LIBRARY_FUNCTION(libtiff, TIFFOpenOptionsSetErrorHandlerExtR);
@@ -178,6 +180,7 @@ class TiffReader final : public PageReader {
   TiffReader(Source& source, TIFF* tiff);
 
   const char* formatName() const override { return "TIFF"; }
+  std::optional<std::uint64_t> pagesAhead() const override;
   void readLines(std::uint8_t* lines, std::uint32_t count) override;
 
  private:
@@ -350,6 +353,14 @@ void TiffReader::readLines(std::uint8_t* lines, std::uint32_t count) {
   }
 }
 
+std::optional<std::uint64_t> TiffReader::pagesAhead() const {
+  // Apart from the reading of pages, so that what is wrong with one shows when it is read.
+  Source again = {source_.in};
+  const Tiff tiff = again.open();
+  const std::uint64_t before = source_.in.page() - 1;
+  return std::max<std::uint64_t>(tiff ? TIFFNumberOfDirectories(tiff.get()) : 0, before) - before;
+}
+
 void TiffReader::readPlane(std::uint16_t plane, std::uint8_t* stored) {
   if (compression_ == COMPRESSION_NONE) return readPlain(plane, stored);
   const std::uint64_t line = std::uint64_t{done_} + 1;
@@ -407,7 +418,10 @@ class TiffStream final : public PageStream {
   explicit TiffStream(Input& in) : source_{in} { in.makeSeekable(); }
 
   std::unique_ptr<PageReader> next() override {
-    if (tiff_ && TIFFLastDirectory(tiff_.get()) != 0) return nullptr;
+    if (tiff_ && TIFFLastDirectory(tiff_.get()) != 0) {
+      checkEnd();
+      return nullptr;
+    }
     source_.in.startPage();
     const bool first = tiff_ == nullptr;
     if (first) tiff_ = source_.open();
@@ -417,6 +431,19 @@ class TiffStream final : public PageStream {
   }
 
  private:
+  // Zeros fill blocks up, and what is shorter than a header is no file of its own.
+  void checkEnd() {
+    constexpr std::uint64_t headerBytes = 8;
+    Input& in = source_.in;
+    const std::uint64_t end = tiffExtent(in).value_or(in.size());
+    if (in.size() - end < headerBytes || !in.seek(end)) return;
+    int byte = 0;
+    while (byte == 0) byte = in.get();
+    if (byte == EOF) return;
+    in.fail(ExitCode::damaged, 0, "followed by ", in.size() - end,
+            " bytes that nothing in the TIFF refers to; expected the end");
+  }
+
   Source source_;
   Tiff tiff_;
 };
@@ -442,14 +469,13 @@ struct Sink {
   std::uint64_t size() const noexcept { return end; }
 };
 
+constexpr std::uint64_t mostBytes = UINT32_MAX;  // of a TIFF that is not big
+
 class TiffWriter final : public PageWriter {
  public:
-  explicit TiffWriter(Output& out) : sink_{out} {
-    out.makeSeekable();
-    tiff_ = openWith(sink_, "wl", 0);
-    check(tiff_ != nullptr);
-  }
+  TiffWriter(Output& out, bool big) : sink_{out}, big_(big) { out.makeSeekable(); }
 
+  void expectPages(std::optional<std::uint64_t> pages) override { expected_ = pages; }
   void beginPage(const PageHead& head, const RasterHeader* header) override;
   void writeLines(const std::uint8_t* lines, std::uint32_t count) override;
   void finish() override {
@@ -458,27 +484,40 @@ class TiffWriter final : public PageWriter {
   }
 
  private:
+  void open(std::uint64_t pageBytes);
   void check(bool written) const;
 
   Sink sink_;
-  Tiff tiff_;
+  bool big_;
+  std::optional<std::uint64_t> expected_;
+  Tiff tiff_;  // from the first page on
   PageHead head_ = {};
   std::uint32_t done_ = 0;
   std::uint64_t total_ = 0;  // bytes of the file, at most
 };
 
+void TiffWriter::open(std::uint64_t pageBytes) {
+  big_ = big_ || !expected_ || *expected_ > mostBytes / pageBytes;
+  tiff_ = openWith(sink_, big_ ? "wl8" : "wl", 0);
+  check(tiff_ != nullptr);
+}
+
 void TiffWriter::beginPage(const PageHead& head, const RasterHeader*) {
   constexpr std::uint64_t stripBytes = 1 << 16;
   constexpr std::uint64_t directoryBytes = 512;
+  constexpr std::uint64_t tableBytes = 8;  // for each line, if it were a strip
   head_ = head;
   done_ = 0;
   const auto stripLines =
       static_cast<std::uint32_t>(std::max<std::uint64_t>(stripBytes / head.lineBytes(), 1));
-  total_ += head.height * (std::uint64_t{head.lineBytes()} + 8) + directoryBytes;
-  if (total_ > UINT32_MAX) {
+  const std::uint64_t pageBytes =
+      head.height * (std::uint64_t{head.lineBytes()} + tableBytes) + directoryBytes;
+  if (!tiff_) open(pageBytes);
+  total_ += pageBytes;
+  if (!big_ && total_ > mostBytes) {
     sink_.out.fail(ExitCode::unsupported,
-                   "TIFF holds 4 GiB at most and the pages are more; use --format pnm, or choose "
-                   "fewer by --pages");
+                   "TIFF holds 4 GiB at most and the pages are more; use --format bigtiff, or "
+                   "choose fewer by --pages");
   }
   bool set = true;
   const auto setTag = [&](std::uint32_t tag, auto value) {
@@ -520,5 +559,9 @@ void TiffWriter::check(bool written) const {
 std::unique_ptr<PageStream> openTiff(Input& in) { return std::make_unique<TiffStream>(in); }
 
 std::unique_ptr<PageWriter> makeTiffWriter(Output& out) {
-  return std::make_unique<TiffWriter>(out);
+  return std::make_unique<TiffWriter>(out, false);
+}
+
+std::unique_ptr<PageWriter> makeBigTiffWriter(Output& out) {
+  return std::make_unique<TiffWriter>(out, true);
 }

@@ -10,6 +10,8 @@
 constexpr bool isTiffFirstByte(int byte) { return byte == 'I' || byte == 'M'; }
 
 std::unique_ptr<PageStream> openTiff(Input& in);
+// BigTIFF where the pages may be more than TIFF can hold.
 std::unique_ptr<PageWriter> makeTiffWriter(Output& out);
+std::unique_ptr<PageWriter> makeBigTiffWriter(Output& out);
 
 #endif

@@ -309,8 +309,18 @@ std::uint32_t report(const Refusal& refused, RastChainError* error) {
   return refused.code;
 }
 
+// Without allocations.
+std::uint32_t report(std::uint32_t code, const char* message, RastChainError* error) {
+  if (error != nullptr) {
+    *error = {};
+    error->nCode = code;
+    std::strcpy(error->sMessage, message);
+  }
+  return code;
+}
+
 std::uint32_t reportUse(const char* message, RastChainError* error) {
-  return report(rast::chain::refusal(RAST_CHAIN_ERR_USE, message), error);
+  return report(RAST_CHAIN_ERR_USE, message, error);
 }
 
 // Nothing but a lack of memory is thrown by the engine.
@@ -320,12 +330,7 @@ std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
   try {
     return call();
   } catch (const std::bad_alloc&) {
-    if (error != nullptr) {
-      *error = {};
-      error->nCode = RAST_CHAIN_ERR_MEMORY;
-      std::strcpy(error->sMessage, "not enough memory");
-    }
-    return RAST_CHAIN_ERR_MEMORY;
+    return report(RAST_CHAIN_ERR_MEMORY, "not enough memory", error);
   }
 #else
   (void)error;
@@ -333,11 +338,19 @@ std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
 #endif
 }
 
-// Ends the page after a failure.
-std::uint32_t failPage(RastChain& chain, RastChainError* error) {
-  const Refusal refused = *std::exchange(chain.context.refused, {});
-  chain.page.reset();
-  return report(refused, error);
+std::uint32_t reportFailure(RastChain& chain, RastChainError* error) {
+  return report(*std::exchange(chain.context.refused, {}), error);
+}
+
+// A call that begins the page or belongs to it. The page ends with its last line and with any error.
+template <class Call>
+std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& call) {
+  const std::uint32_t result = withoutExceptions(error, call);
+  if (result != RAST_CHAIN_OK) {
+    chain.page.reset();
+    chain.context.refused.reset();
+  }
+  return result;
 }
 
 std::string temporaryFolder(const char* folder) {
@@ -376,7 +389,7 @@ std::uint32_t run(RastChain& chain, RastChainLines* in, RastChainLines* out,
       (out != nullptr && !rast::chain::fits(*out, page.output()))) {
     return reportUse("a plane is missing, or the pitch is shorter than a line", error);
   }
-  if (!page.run(in, out)) return failPage(chain, error);
+  if (!page.run(in, out)) return reportFailure(chain, error);
   return page.isDone() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
 }
 
@@ -389,11 +402,8 @@ std::uint32_t write(RastChain& chain, const RastChainLines& lines, RastChainErro
     if (result != RAST_CHAIN_OK && result != RAST_CHAIN_DONE) return result;
     made.nCount -= room.nCount;
     if (made.nCount > 0 && chain.settings.pWriteLines(chain.settings.pUser, &made) != 0) {
-      chain.page.reset();
-      return report(rast::chain::refusal(RAST_CHAIN_ERR_CALLER, "the lines cannot be written"),
-                    error);
+      return report(RAST_CHAIN_ERR_CALLER, "the lines cannot be written", error);
     }
-    if (result == RAST_CHAIN_DONE) chain.page.reset();
     if (result == RAST_CHAIN_DONE || room.nCount > 0) return result;
   }
 }
@@ -439,9 +449,8 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
                         RastChainError* pError) {
   if (pChain == nullptr || pIn == nullptr) return reportUse("a pointer is null", pError);
   pChain->page.reset();
-  pChain->context.refused.reset();
   if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
-  return withoutExceptions(pError, [&]() -> std::uint32_t {
+  return insidePage(*pChain, pError, [&]() -> std::uint32_t {
     const RastChainSettings& settings = pChain->settings;
     const std::uint64_t memory = pIn->nMemory != 0       ? pIn->nMemory
                                  : settings.nMemory != 0 ? settings.nMemory
@@ -449,7 +458,7 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
     rast::chain::PageRun& page = pChain->page.emplace(*pIn, pChain->context);
     if (!page.plan(pChain->stages, settings.pWriteLines != nullptr) ||
         !page.open(pChain->stages, memory)) {
-      return failPage(*pChain, pError);
+      return reportFailure(*pChain, pError);
     }
     if (pOut != nullptr) {
       *pOut = page.output();
@@ -462,21 +471,18 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
 uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pOut,
                       RastChainError* pError) {
   if (pChain == nullptr || !pChain->page) return reportUse("there is no page", pError);
-  return withoutExceptions(pError, [&] {
-    const std::uint32_t result = run(*pChain, pIn, pOut, pError);
-    if (result == RAST_CHAIN_DONE) pChain->page.reset();
-    return result;
-  });
+  return insidePage(*pChain, pError, [&] { return run(*pChain, pIn, pOut, pError); });
 }
 
 uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainError* pError) {
-  if (pChain == nullptr || !pChain->page || pIn == nullptr) {
-    return reportUse("there is no page, or there are no lines", pError);
-  }
-  if (pChain->settings.pWriteLines == nullptr) {
-    return reportUse("the settings name no function that receives lines", pError);
-  }
-  return withoutExceptions(pError, [&] { return write(*pChain, *pIn, pError); });
+  if (pChain == nullptr || !pChain->page) return reportUse("there is no page", pError);
+  return insidePage(*pChain, pError, [&] {
+    if (pIn == nullptr) return reportUse("a pointer is null", pError);
+    if (pChain->settings.pWriteLines == nullptr) {
+      return reportUse("the settings name no function that receives lines", pError);
+    }
+    return write(*pChain, *pIn, pError);
+  });
 }
 
 void rastChainAbandon(RastChain* pChain) {
@@ -522,6 +528,7 @@ uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLine
 
 size_t rastChainDescribe(char* pBuffer, size_t nSize) {
   std::size_t length = 0;
+  if (pBuffer != nullptr && nSize > 0) *pBuffer = '\0';
   withoutExceptions(nullptr, [&]() -> std::uint32_t {
     const std::string text = rast::chain::describeOperations();
     length = text.size();

@@ -27,9 +27,14 @@ std::size_t pixelStep(const RastChainLines& lines, std::uint32_t components) {
   return lines.nPlanar != 0 ? 1 : components;
 }
 
-void advance(RastChainLines& lines, std::uint32_t count) {
-  for (std::uint8_t*& plane : lines.pPlane) {
-    if (plane != nullptr) plane += static_cast<std::ptrdiff_t>(count) * lines.nPitch;
+std::size_t planesOf(const RastChainLines& lines, std::uint32_t components) {
+  return lines.nPlanar != 0 ? components : 1;
+}
+
+void advance(RastChainLines& lines, std::uint32_t components, std::uint32_t count) {
+  if (count == 0) return;
+  for (std::size_t c = 0; c < planesOf(lines, components); ++c) {
+    lines.pPlane[c] += static_cast<std::ptrdiff_t>(count) * lines.nPitch;
   }
   lines.nCount -= count;
 }
@@ -99,7 +104,7 @@ class EnteringLines final : public LineSource {
     if (lines_ == nullptr) return 0;
     const std::uint32_t count = std::min(lines, lines_->nCount);
     if (count > 0 && !dropped_) moveLines(*lines_, page(), count, planes, MoveIn());
-    advance(*lines_, count);
+    advance(*lines_, page().nComponents, count);
     return count;
   }
 
@@ -116,7 +121,7 @@ bool isSound(const Page& page) {
 // Whether lines of that record can be those of the page.
 bool fits(const RastChainLines& lines, const Page& page) {
   if (lines.nCount == 0) return true;
-  const std::size_t planes = lines.nPlanar != 0 ? page.nComponents : 1;
+  const std::size_t planes = planesOf(lines, page.nComponents);
   const std::size_t bytes = std::size_t{page.nWidth} * pixelStep(lines, page.nComponents);
   const auto distance = static_cast<std::size_t>(lines.nPitch < 0 ? -lines.nPitch : lines.nPitch);
   return std::all_of(lines.pPlane, lines.pPlane + planes,
@@ -266,7 +271,7 @@ bool PageRun::run(RastChainLines* in, RastChainLines* out) {
     const std::uint32_t count = drawTo(*out);
     if (count == 0) break;
     made_ += count;
-    advance(*out, count);
+    advance(*out, output().nComponents, count);
   }
   if (!needsRoom()) entering_.drop();
   entering_.lend(nullptr);
@@ -520,7 +525,7 @@ uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLine
       if (!pImage->stored.append(planes.planes(), count, pImage->context)) {
         return pImage->context.refused->code;
       }
-      advance(lines, count);
+      advance(lines, page.nComponents, count);
     }
     return pImage->stored.isComplete() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
   });

@@ -167,7 +167,7 @@ class PageRun {
   std::vector<Plan> plans_;  // of the steps, and of what comes out
   std::vector<std::unique_ptr<LineSource>> sources_;
   LineSource* last_ = &entering_;
-  std::optional<Lines> joined_;  // planes of interleaved lines that come out
+  std::optional<Lines> joined_;  // planes of lines that come out interleaved or with gaps
   bool writes_ = false;
   Bytes leaving_;
   std::uint32_t made_ = 0;
@@ -193,8 +193,7 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   Plan output;
   output.page = page;
   output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : quickLines(page);
-  if (page.nComponents != 1) output.lineBytes = lineSamples(page);
-  if (writes) output.lineBytes += lineSamples(page);
+  output.lineBytes = lineSamples(page) * (writes ? 2 : 1);
   plans_.push_back(output);
   return !context_.failed();
 }

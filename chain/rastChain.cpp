@@ -293,9 +293,12 @@ struct RastChain {
 
 namespace {
 
+// Cut between characters of UTF-8.
 template <std::size_t size>
 void copyText(const std::string& text, char (&to)[size]) {
-  to[text.copy(to, size - 1)] = '\0';
+  std::size_t length = std::min(text.size(), size - 1);
+  while (length > 0 && length < text.size() && (text[length] & 0xC0) == 0x80) --length;
+  to[text.copy(to, length)] = '\0';
 }
 
 std::uint32_t report(const Refusal& refused, RastChainError* error) {

@@ -166,6 +166,8 @@ class OverlayStep final : public Step {
     const Size size = settings_.size.value_or(Size{page.nWidth, page.nHeight});
     plan.page = resized(page, size.width, size.height, context);
     check(page, plan.page, context);
+    checkStorable(page, context);
+    checkStorable(plan.page, context);
     plan.fixedBytes = quickLines(page) * lineSamples(page) * (settings_.interleaved ? 2 : 1);
     return plan;
   }

@@ -121,12 +121,14 @@ bool PageStore::write(std::uint64_t offset, const std::uint8_t* samples, std::si
   return true;
 }
 
-bool StoredPage::open(const Page& page, bool interleaved, Context& context) {
+void checkStorable(const Page& page, Context& context) {
   if (std::uint64_t{page.nWidth} * page.nHeight > INT32_MAX) {
     context.refuse(RAST_CHAIN_ERR_UNSUPPORTED, "a page of ", page.nWidth, " x ", page.nHeight,
                    " pixels is too large for this operation, which takes up to ", INT32_MAX);
-    return false;
   }
+}
+
+bool StoredPage::open(const Page& page, bool interleaved, Context& context) {
   page_ = page;
   pixelBytes_ = interleaved ? page.nComponents : 1;
   return store_.open(planeBytes() * planeCount(), context);

@@ -210,7 +210,8 @@ void PageRun::share(std::uint64_t memory) {
   for (Plan& plan : plans_) {
     const std::uint64_t more = plan.lineBytes == 0 ? UINT32_MAX : share / plan.lineBytes;
     const std::uint64_t lines = std::min<std::uint64_t>(plan.leastLines + more, plan.wantedLines);
-    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / plan.page.nWidth, 1);
+    const std::uint32_t columns = std::max(plan.page.nWidth, plan.columnsIn);
+    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / columns, 1);
     const std::uint64_t whole = std::min(lines, reach) / plan.unitLines * plan.unitLines;
     plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(whole, plan.leastLines));
   }

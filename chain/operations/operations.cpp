@@ -253,6 +253,7 @@ std::unique_ptr<Step> makeZoom(const Values& values, const ReadImage&) {
     return static_cast<std::uint32_t>(numberOf(values[isGiven(values[i]) ? i : 0]));
   };
   const RastZoomParam given{1, ratio(1), ratio(2)};
+  constexpr std::uint32_t workingBytes = 3;  // a line of samples, and one of 16-bit sums
   return bandStep({[given](const RastArea& area, const Planes& in, const Planes& out) {
                      RastZoomParam param = given;
                      if (in.count == 3) param.nPlaneNum = 3;
@@ -260,7 +261,7 @@ std::unique_ptr<Step> makeZoom(const Values& values, const ReadImage&) {
                        return rastZoom(&area, &planes, &param);
                      });
                    },
-                   false, given.nRatioX, given.nRatioY});
+                   false, given.nRatioX, given.nRatioY, workingBytes});
 }
 
 constexpr Parameter kShiftParameters[] = {

@@ -83,6 +83,7 @@ struct Plan {
   Page page;                     // that comes out
   std::uint64_t fixedBytes = 0;  // besides the band
   std::uint64_t lineBytes = 0;   // for each line of the band; 0: no band
+  std::uint32_t columnsIn = 0;   // of the band, where it has more than the page
   std::uint32_t leastLines = 1;
   std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
   std::uint32_t wantedLines = 1;
@@ -124,6 +125,7 @@ struct Filter {
   // Columns and lines that come out, in thousandths of those that go in.
   std::uint32_t ratioX = kWholeRatio;
   std::uint32_t ratioY = kWholeRatio;
+  std::uint32_t workingBytes = 0;  // that the library takes for each sample of a line
 };
 
 std::unique_ptr<Step> bandStep(const Filter& filter);

@@ -177,8 +177,7 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   writes_ = writes;
   Page page = entering_.page();
   for (const Stage& stage : stages) {
-    context_.step = static_cast<std::size_t>(&stage - stages.data()) + 1;
-    context_.operation = stage.operation.c_str();
+    context_.work = {static_cast<std::size_t>(&stage - stages.data()) + 1, stage.operation.c_str()};
     if (!stage.takes.holds(page.nComponents)) {
       context_.refuse(RAST_CHAIN_ERR_UNSUPPORTED, stage.operation, " works on ",
                       stage.takes.gray ? "gray" : "colour", " pages only and this page is ",
@@ -188,8 +187,7 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
     plans_.push_back(stage.step->plan(page, context_));
     page = plans_.back().page;
   }
-  context_.step = 0;
-  context_.operation = "";
+  context_.work = {};
   Plan output;
   output.page = page;
   output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : quickLines(page);
@@ -228,15 +226,14 @@ bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory) {
   }
   share(memory);
   for (std::size_t i = 0; i < stages.size(); ++i) {
-    context_.step = i + 1;
-    context_.operation = stages[i].operation.c_str();
+    context_.work = {i + 1, stages[i].operation.c_str()};
     std::unique_ptr<LineSource> source = stages[i].step->open(*last_, plans_[i], context_);
     if (!source) return false;
+    source->belongTo(context_);
     last_ = source.get();
     sources_.push_back(std::move(source));
   }
-  context_.step = 0;
-  context_.operation = "";
+  context_.work = {};
   if (writes_) leaving_ = makeBytes(plans_.back().lines * lineSamples(output()));
   return true;
 }

@@ -358,6 +358,20 @@ std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& ca
   return result;
 }
 
+// A call of the function that reads an image. An error is kept for the page that needs the image.
+template <class Call>
+std::uint32_t insideImage(RastChainImage* image, const Call& call) {
+  if (image == nullptr) return RAST_CHAIN_ERR_USE;
+  if (image->context.failed()) return image->context.refused->code;
+  const std::uint32_t result = withoutExceptions(nullptr, [&]() -> std::uint32_t {
+    call();
+    if (image->context.failed()) return image->context.refused->code;
+    return image->stored.isComplete() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
+  });
+  image->lacksMemory |= result == RAST_CHAIN_ERR_MEMORY;
+  return result;
+}
+
 std::string temporaryFolder(const char* folder) {
   if (folder == nullptr) folder = std::getenv("TMPDIR");
   return folder != nullptr && *folder != '\0' ? folder : "/tmp";
@@ -497,37 +511,35 @@ void rastChainAbandon(RastChain* pChain) {
 void rastChainClose(RastChain* pChain) { delete pChain; }
 
 uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage) {
-  if (pImage == nullptr || pPage == nullptr || pImage->begun || !rast::chain::isSound(*pPage)) {
-    return RAST_CHAIN_ERR_USE;
-  }
-  return withoutExceptions(nullptr, [&]() -> std::uint32_t {
+  return insideImage(pImage, [&] {
+    if (pPage == nullptr || pImage->begun || !rast::chain::isSound(*pPage)) {
+      return pImage->context.refuse(RAST_CHAIN_ERR_USE, "an image has no such size, or two sizes");
+    }
     pImage->begun = true;
     const bool interleaved = pImage->interleaved && pPage->nComponents > 1;
-    if (pImage->stored.open(*pPage, interleaved, pImage->context)) return RAST_CHAIN_OK;
-    return pImage->context.refused->code;
+    rast::chain::checkStorable(*pPage, pImage->context);
+    if (!pImage->context.failed()) pImage->stored.open(*pPage, interleaved, pImage->context);
   });
 }
 
 uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLines) {
   using namespace rast::chain;
-  if (pImage == nullptr || pLines == nullptr || !pImage->begun || pImage->context.failed() ||
-      pLines->nCount > pImage->stored.missing() || !fits(*pLines, pImage->stored.page())) {
-    return RAST_CHAIN_ERR_USE;
-  }
-  return withoutExceptions(nullptr, [&]() -> std::uint32_t {
-    const Page& page = pImage->stored.page();
+  return insideImage(pImage, [&] {
+    StoredPage& stored = pImage->stored;
+    const Page& page = stored.page();
+    if (pLines == nullptr || !pImage->begun || pLines->nCount > stored.missing() ||
+        !fits(*pLines, page)) {
+      return pImage->context.refuse(RAST_CHAIN_ERR_USE, "an image has no such lines");
+    }
     RastChainLines lines = *pLines;
     const std::uint32_t most = quickLines(page);
     const Lines planes(page.nWidth, page.nComponents, most);
     while (lines.nCount > 0) {
       const std::uint32_t count = std::min(lines.nCount, most);
       moveLines(lines, page, count, planes.planes(), MoveIn());
-      if (!pImage->stored.append(planes.planes(), count, pImage->context)) {
-        return pImage->context.refused->code;
-      }
+      if (!stored.append(planes.planes(), count, pImage->context)) return;
       advance(lines, page.nComponents, count);
     }
-    return pImage->stored.isComplete() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
   });
 }
 

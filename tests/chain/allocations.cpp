@@ -1,5 +1,7 @@
 #include "allocations.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <new>
@@ -20,29 +22,21 @@ struct State {
 };
 thread_local State state = {};
 
-// In front of each block: its size, and whether it is watched.
-struct alignas(std::max_align_t) Head {
-  long size;
-  bool watched;
-};
-
 void* allocate(size_t size) {
   if (state.watched && state.count++ == state.failing) return nullptr;
-  auto* head = static_cast<Head*>(__real_malloc(sizeof(Head) + size));
-  if (head == nullptr) return nullptr;
-  *head = {static_cast<long>(size), state.watched};
-  if (state.watched) {
-    state.live += head->size;
+  void* const block = __real_malloc(size);
+  if (state.watched && block != nullptr) {
+    state.live += static_cast<long>(malloc_usable_size(block));
     state.peak = std::max(state.peak, state.live);
   }
-  return head + 1;
+  return block;
 }
 
 void release(void* block) {
-  if (block == nullptr) return;
-  Head* const head = static_cast<Head*>(block) - 1;
-  if (state.watched && head->watched) state.live -= head->size;
-  __real_free(head);
+  if (state.watched && block != nullptr) {
+    state.live -= static_cast<long>(malloc_usable_size(block));
+  }
+  __real_free(block);
 }
 
 void* allocateOrThrow(size_t size) {

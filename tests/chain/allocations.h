@@ -5,7 +5,7 @@
 
 namespace rast::test {
 
-/// Watches while it lives. One at a time in a thread.
+/// Watches while it lives. One at a time in a thread. Sizes are those of the heap, which rounds up.
 class Allocations {
  public:
   /// The allocation that fails, counted from 0; below 0: none. All later ones succeed.
@@ -15,7 +15,7 @@ class Allocations {
   ~Allocations();
 
   long count() const;
-  /// Bytes that are allocated now, less those at the beginning.
+  /// Bytes that are allocated now, less what was at the beginning.
   long live() const;
   /// The most that there were.
   long peak() const;

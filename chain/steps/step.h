@@ -40,9 +40,12 @@ struct Context {
   std::string folder;              // of temporary files
   std::optional<Refusal> refused;  // the first failure
 
-  // Of the step that is at work.
-  std::size_t step = 0;
-  const char* operation = "";
+  // The step that is at work.
+  struct Work {
+    std::size_t step = 0;
+    const char* operation = "";
+  };
+  Work work;
 
   bool failed() const { return refused.has_value(); }
   template <class... Parts>
@@ -61,25 +64,29 @@ class LineSource {
   // lines must be handed in first, at the end of the page, and after a failure.
   std::uint32_t draw(const Planes& planes, std::uint32_t lines) {
     lines = std::min(lines, left());
-    const std::uint32_t count = lines > 0 ? drawSome(planes, lines) : 0;
+    if (lines == 0) return 0;
+    const Context::Work before = std::exchange(context_.work, work_);
+    const std::uint32_t count = drawSome(planes, lines);
+    context_.work = before;
     done_ += count;
     return count;
   }
 
  protected:
+  // The lines belong to the step that is at work now.
   LineSource(const Page& page, Context& context)
-      : context_(context), page_(page), step_(context.step), operation_(context.operation) {}
+      : context_(context), page_(page), work_(context.work) {}
 
-  // Carries out a call of the library. A failure would be a mistake of a step.
+  // Carries out a call of the library. Failures other than a lack of memory are mistakes of a step.
   template <class Call>
   bool succeeds(const Call& call) {
     const std::uint32_t result = call();
     if (result == RAST_OK || result == RAST_COMPLETE) return true;
-    Refusal refused =
-        refusal(RAST_CHAIN_ERR_USE, operation_, " failed with result 0x", hexadecimal(result));
+    Refusal refused = result == RAST_ERR_NO_MEMORY
+                          ? refusal(RAST_CHAIN_ERR_MEMORY, "not enough memory")
+                          : refusal(RAST_CHAIN_ERR_USE, work_.operation, " failed with result 0x",
+                                    hexadecimal(result));
     refused.line = done_ + 1;
-    context_.step = step_;
-    context_.operation = operation_;
     context_.refuse(std::move(refused));
     return false;
   }
@@ -92,8 +99,7 @@ class LineSource {
   virtual std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) = 0;
 
   Page page_;
-  std::size_t step_;
-  const char* operation_;
+  Context::Work work_;
   std::uint32_t done_ = 0;
 };
 
@@ -102,6 +108,7 @@ struct Plan {
   Page page;                     // that comes out
   std::uint64_t fixedBytes = 0;  // besides the band
   std::uint64_t lineBytes = 0;   // for each line of the band; 0: no band
+  std::uint32_t columnsIn = 0;   // of the band, where it has more than the page
   std::uint32_t leastLines = 1;
   std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
   std::uint32_t wantedLines = 1;
@@ -134,6 +141,7 @@ struct Filter {
   // Columns and lines that come out, in thousandths of those that go in.
   std::uint32_t ratioX = kWholeRatio;
   std::uint32_t ratioY = kWholeRatio;
+  std::uint32_t workingBytes = 0;  // that the library takes for each sample of a line
 };
 
 std::unique_ptr<Step> bandStep(const Filter& filter);

@@ -12,7 +12,10 @@ std::string join(std::initializer_list<Part> parts) {
 
 std::string quoted(std::string_view text) {
   constexpr std::size_t longest = 120;
-  return join('\'', text.substr(0, longest), text.size() > longest ? "..." : "", '\'');
+  std::size_t end = std::min(text.size(), longest);
+  // Not inside a UTF-8 character.
+  while (end < text.size() && end > 0 && (text[end] & 0xC0) == 0x80) --end;
+  return join('\'', text.substr(0, end), end < text.size() ? "..." : "", '\'');
 }
 
 std::string fixed(double number, int digits) {

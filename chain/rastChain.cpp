@@ -2,7 +2,6 @@
 #include <rast_chain.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -15,6 +14,7 @@
 #include "operations/operations.h"
 #include "steps/image.h"
 #include "steps/interleave.h"
+#include "steps/pageStore.h"
 #include "steps/step.h"
 
 namespace rast::chain {
@@ -243,7 +243,9 @@ bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::
   }
   context_.step = 0;
   context_.operation = "";
-  if (writes_) leaving_ = makeBytes(plans_.back().lines * lineSamples(output()));
+  if (writes_) {
+    leaving_ = makeBytes(static_cast<std::size_t>(plans_.back().lines * lineSamples(output())));
+  }
   return true;
 }
 
@@ -336,7 +338,7 @@ std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
     if (error != nullptr) {
       *error = {};
       error->nCode = RAST_CHAIN_ERR_MEMORY;
-      std::strcpy(error->sMessage, "not enough memory");
+      std::strcpy(error->sMessage, rast::chain::kNoMemory);
     }
     return RAST_CHAIN_ERR_MEMORY;
   }
@@ -353,11 +355,6 @@ std::uint32_t failPage(RastChain& chain, RastChainError* error) {
   return report(refused, error);
 }
 
-std::string temporaryFolder(const char* folder) {
-  if (folder == nullptr) folder = std::getenv("TMPDIR");
-  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
-}
-
 std::uint32_t open(const char* text, const RastChainSettings& settings,
                    std::unique_ptr<RastChain>& chain, RastChainError* error) {
   const rast::chain::Files files = {settings.nFiles != 0, settings.pReadImage != nullptr};
@@ -366,7 +363,7 @@ std::uint32_t open(const char* text, const RastChainSettings& settings,
   chain = std::make_unique<RastChain>();
   chain->settings = settings;
   chain->context.wantedLines = settings.nLines;
-  chain->context.folder = temporaryFolder(settings.pFolder);
+  chain->context.folder = rast::chain::temporaryFolder(settings.pFolder);
   chain->settings.pFolder = nullptr;
   const rast::chain::ReadImage readImage = [settings](const std::string& name, int background,
                                                       RastChainImage* image) {

@@ -55,6 +55,7 @@ function lines(chain, {message, step}) {
   const operations = chain.split(" : ").map((words) => words.split(" ")[0]);
   const place = `step ${step}, ${operations[step - 1]}: `;
   return [
+    `rast: chain, step ${step}: ${message}\n`,
     `rast: chain, ${place}${message}\n`,
     `rast: standard input: page 1: ${operations.length > 1 ? place : ""}${message}\n`,
     `rast: ${message}\n`,

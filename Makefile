@@ -39,13 +39,10 @@ gallery:
 	@web/gallery/make.py
 
 playground:
-	@scripts/install-deps.sh build tool wasm
-	@cmake --preset demo
-	@cmake --build --preset demo --target rast_tool
+	@scripts/install-deps.sh build wasm
 	@cmake --preset wasm
 	@cmake --build --preset wasm
-	@web/playground/build.py build/demo/tool/rast build/wasm/web/playground/rast.wasm \
-	  build/playground/index.html
+	@web/playground/build.py build/wasm/web/playground/rast.wasm build/playground/index.html
 	@echo "The playground is build/playground/index.html; open it in a browser."
 
 reference:

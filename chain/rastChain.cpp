@@ -2,7 +2,6 @@
 #include <rast_chain.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -15,6 +14,7 @@
 #include "operations/operations.h"
 #include "steps/image.h"
 #include "steps/interleave.h"
+#include "steps/pageStore.h"
 #include "steps/step.h"
 
 namespace rast::chain {
@@ -244,7 +244,9 @@ bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::
     sources_.push_back(std::move(source));
   }
   context_.work = {};
-  if (writes_) leaving_ = makeBytes(plans_.back().lines * lineSamples(output()));
+  if (writes_) {
+    leaving_ = makeBytes(static_cast<std::size_t>(plans_.back().lines * lineSamples(output())));
+  }
   return true;
 }
 
@@ -347,7 +349,7 @@ std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
   try {
     return call();
   } catch (const std::bad_alloc&) {
-    return report(RAST_CHAIN_ERR_MEMORY, "not enough memory", error);
+    return report(RAST_CHAIN_ERR_MEMORY, rast::chain::kNoMemory, error);
   }
 #else
   (void)error;
@@ -384,11 +386,6 @@ std::uint32_t insideImage(RastChainImage* image, const Call& call) {
   return result;
 }
 
-std::string temporaryFolder(const char* folder) {
-  if (folder == nullptr) folder = std::getenv("TMPDIR");
-  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
-}
-
 std::uint32_t open(const char* text, const RastChainSettings& settings,
                    std::unique_ptr<RastChain>& chain, RastChainError* error) {
   const rast::chain::Files files = {settings.nFiles != 0, settings.pReadImage != nullptr};
@@ -397,7 +394,7 @@ std::uint32_t open(const char* text, const RastChainSettings& settings,
   chain = std::make_unique<RastChain>();
   chain->settings = settings;
   chain->context.wantedLines = settings.nLines;
-  chain->context.folder = temporaryFolder(settings.pFolder);
+  chain->context.folder = rast::chain::temporaryFolder(settings.pFolder);
   chain->settings.pFolder = nullptr;
   const rast::chain::ReadImage readImage = [settings](const std::string& name, int background,
                                                       RastChainImage* image) {

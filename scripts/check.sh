@@ -306,7 +306,8 @@ suite_gallery() {
 }
 
 suite_playground() {
-  deps browser
+  deps tool browser
+  build demo rast_tool
   quietly make playground
   local built=(env "RAST=$PWD/build/demo/tool/rast"
     "RAST_WASM=$PWD/build/wasm/web/playground/rast.wasm"

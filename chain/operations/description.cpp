@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "operations/operations.h"
+#include "operations/tables.h"
 #include "text/json.h"
 
 namespace rast::chain {
@@ -47,6 +48,15 @@ std::string presetsJson(const Parameter& parameter) {
   return presets.text();
 }
 
+std::string formulaJson(const Formula& formula) {
+  return JsonObject()
+      .add("name", formula.name)
+      .addRaw("low", join(formula.low))
+      .addRaw("high", join(formula.high))
+      .addRaw("neutral", join(formula.neutral))
+      .text();
+}
+
 std::string parameterJson(const Parameter& parameter) {
   JsonObject json;
   json.add("name", parameter.name).add("help", parameter.help);
@@ -64,7 +74,11 @@ std::string parameterJson(const Parameter& parameter) {
     json.addRaw("low", limit(parameter, parameter.low));
     json.addRaw("high", limit(parameter, parameter.high));
   }
-  if (!presetsOf(parameter).empty()) json.addRaw("presets", presetsJson(parameter));
+  if (isTable(parameter)) {
+    const auto& [count, formula] = tableOf(parameter);
+    json.add("count", count).addRaw("formula", formulaJson(formula));
+    json.addRaw("presets", presetsJson(parameter));
+  }
   if (parameter.hasPreset()) json.add("default", parameter.preset);
   return json.add("required", parameter.isRequired()).text();
 }

@@ -140,9 +140,8 @@ Result<Value> readValue(const Parameter& parameter, const std::string& text, Fil
     case Kind::choice:
       return readChoice(parameter, text);
     case Kind::curve:
-      return readCurve(parameter, text);
     case Kind::matrix:
-      return readMatrix(parameter, text);
+      return readTable(parameter, text);
     case Kind::image:
       break;
   }
@@ -153,14 +152,12 @@ std::vector<std::string> knownWords(const Parameter& parameter) {
   std::vector<std::string> words;
   if (parameter.kind == Kind::choice) words = wordsOf(parameter.argument);
   for (const Preset& preset : presetsOf(parameter)) words.push_back(preset.name);
-  if (parameter.kind == Kind::curve) words.emplace_back("gamma=");
-  if (parameter.kind == Kind::matrix) words.emplace_back("rotate=");
+  if (isTable(parameter)) words.push_back(join(tableOf(parameter).formula.name, '='));
   return words;
 }
 
 bool takesFile(const Parameter& parameter) {
-  return parameter.kind == Kind::image || parameter.kind == Kind::curve ||
-         parameter.kind == Kind::matrix;
+  return parameter.kind == Kind::image || isTable(parameter);
 }
 
 bool isKnownWord(const Parameter& parameter, const std::string& text) {

@@ -13,6 +13,9 @@
 
 namespace rast::chain {
 
+// The message of what no step reports: memory for its lines cannot be had.
+inline constexpr char kNoMemory[] = "not enough memory";
+
 struct Refusal {
   std::uint32_t code;
   std::string message;

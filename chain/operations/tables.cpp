@@ -17,8 +17,6 @@ namespace rast::chain {
 namespace {
 
 constexpr std::int64_t kOne = 256;  // 1.0 in a matrix
-constexpr std::size_t kCurveNumbers = 256;
-constexpr std::size_t kMatrixNumbers = 15;
 
 struct MatrixPreset {
   const char* name;
@@ -73,6 +71,9 @@ Numbers gammaCurve(double gamma) {
   }
   return curve;
 }
+
+constexpr Table kCurve = {256, {"gamma", 0.1, 10, 1, gammaCurve}};
+constexpr Table kMatrix = {15, {"rotate", -360, 360, 0, rotation}};
 
 Numbers inverted() {
   Numbers curve;
@@ -159,17 +160,6 @@ Result<Value> readNumberFile(const Parameter& parameter, const std::string& path
   return Value(std::move(numbers));
 }
 
-// The number X of a text "key=X", made into numbers by the formula; nothing for other texts.
-std::optional<Result<Value>> byFormula(const Parameter& parameter, const std::string& text,
-                                       const std::string& key, double low, double high,
-                                       Numbers (*formula)(double)) {
-  if (!text.starts_with(key + '=')) return {};
-  Result<double> number =
-      parseDecimal(join(optionName(parameter), ' ', key), text.substr(key.size() + 1), low, high);
-  if (!number) return Result<Value>(std::move(number.refusal()));
-  return Result<Value>(Value(formula(*number)));
-}
-
 std::optional<Value> presetNamed(const Parameter& parameter, const std::string& text) {
   for (Preset& preset : presetsOf(parameter)) {
     if (preset.name == text) return Value(std::move(preset.numbers));
@@ -179,20 +169,19 @@ std::optional<Value> presetNamed(const Parameter& parameter, const std::string& 
 
 }  // namespace
 
-Result<Value> readCurve(const Parameter& parameter, const std::string& text) {
-  if (auto preset = presetNamed(parameter, text)) return *std::move(preset);
-  if (auto curve = byFormula(parameter, text, "gamma", 0.1, 10, gammaCurve)) {
-    return *std::move(curve);
-  }
-  return readNumberFile(parameter, text, kCurveNumbers);
+const Table& tableOf(const Parameter& parameter) {
+  return parameter.kind == Kind::curve ? kCurve : kMatrix;
 }
 
-Result<Value> readMatrix(const Parameter& parameter, const std::string& text) {
+Result<Value> readTable(const Parameter& parameter, const std::string& text) {
   if (auto preset = presetNamed(parameter, text)) return *std::move(preset);
-  if (auto matrix = byFormula(parameter, text, "rotate", -360, 360, rotation)) {
-    return *std::move(matrix);
-  }
-  return readNumberFile(parameter, text, kMatrixNumbers);
+  const auto& [count, formula] = tableOf(parameter);
+  const std::string key = join(formula.name, '=');
+  if (!text.starts_with(key)) return readNumberFile(parameter, text, count);
+  Result<double> number = parseDecimal(join(optionName(parameter), ' ', formula.name),
+                                       text.substr(key.size()), formula.low, formula.high);
+  if (!number) return std::move(number.refusal());
+  return Value(formula.numbers(*number));
 }
 
 std::vector<Preset> presetsOf(const Parameter& parameter) {

@@ -1,13 +1,33 @@
 // Curves and matrices: from a file, by name or by formula.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "operations/parameters.h"
 
 namespace rast::chain {
 
-Result<Value> readCurve(const Parameter& parameter, const std::string& text);
-Result<Value> readMatrix(const Parameter& parameter, const std::string& text);
+// Numbers that follow from one number X, given as "name=X".
+struct Formula {
+  const char* name;
+  double low;
+  double high;
+  double neutral;  // changes no sample
+  Numbers (*numbers)(double);
+};
+
+// What a curve or a matrix is made of.
+struct Table {
+  std::size_t count;  // of numbers
+  Formula formula;
+};
+
+inline bool isTable(const Parameter& parameter) {
+  return parameter.kind == Kind::curve || parameter.kind == Kind::matrix;
+}
+const Table& tableOf(const Parameter& parameter);
+
+Result<Value> readTable(const Parameter& parameter, const std::string& text);
 
 }  // namespace rast::chain

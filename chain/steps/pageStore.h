@@ -1,12 +1,17 @@
-// Whole pages outside of memory: their samples lie in a mapped temporary file without a name.
+// Whole pages outside of the memory in work: their samples lie in a mapped temporary file without a
+// name, or in memory where the target has no files.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "steps/step.h"
 
 namespace rast::chain {
+
+// The folder of temporary files; null: that of TMPDIR, or /tmp.
+std::string temporaryFolder(const char* folder);
 
 class PageStore {
  public:

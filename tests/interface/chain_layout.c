@@ -18,17 +18,18 @@ struct Aligned {
 };
 enum { kLong = offsetof(struct Aligned, nLong) };
 
-SIZE(RastChainError, 616);
+SIZE(RastChainError, 616 + kLong);
 AT(RastChainError, nCode, 0);
 AT(RastChainError, nStep, 4);
-AT(RastChainError, nBegin, 8);
-AT(RastChainError, nEnd, 12);
-AT(RastChainError, nNeeded, 16);
-AT(RastChainError, sOperation, 24);
-AT(RastChainError, sSuggestion, 40);
-AT(RastChainError, sMessage, 104);
+AT(RastChainError, nLine, 8);
+AT(RastChainError, nBegin, 12);
+AT(RastChainError, nEnd, 16);
+AT(RastChainError, nNeeded, 16 + kLong);
+AT(RastChainError, sOperation, 24 + kLong);
+AT(RastChainError, sSuggestion, 40 + kLong);
+AT(RastChainError, sMessage, 104 + kLong);
 
-SIZE(RastChainPage, 40);
+SIZE(RastChainPage, 48 + kLong);
 AT(RastChainPage, nWidth, 0);
 AT(RastChainPage, nHeight, 4);
 AT(RastChainPage, nComponents, 8);
@@ -36,6 +37,8 @@ AT(RastChainPage, nTurns, 12);
 AT(RastChainPage, nResolutionX, 16);
 AT(RastChainPage, nResolutionY, 24);
 AT(RastChainPage, nMemory, 32);
+AT(RastChainPage, nTaken, 40);
+AT(RastChainPage, nLines, 48);
 
 SIZE(RastChainLines, 5 * kPointer + 8);
 AT(RastChainLines, pPlane, 0);
@@ -43,15 +46,16 @@ AT(RastChainLines, nPitch, 4 * kPointer);
 AT(RastChainLines, nCount, 5 * kPointer);
 AT(RastChainLines, nPlanar, 5 * kPointer + 4);
 
-SIZE(RastChainSettings, kLong + 16 + 4 * kPointer);
+SIZE(RastChainSettings, (kLong + 16 + 5 * kPointer + kLong - 1) / kLong * kLong);
 AT(RastChainSettings, nSize, 0);
 AT(RastChainSettings, nMemory, kLong);
 AT(RastChainSettings, nLines, kLong + 8);
-AT(RastChainSettings, nFiles, kLong + 12);
-AT(RastChainSettings, pFolder, kLong + 16);
-AT(RastChainSettings, pUser, kLong + 16 + kPointer);
-AT(RastChainSettings, pReadImage, kLong + 16 + 2 * kPointer);
-AT(RastChainSettings, pWriteLines, kLong + 16 + 3 * kPointer);
+AT(RastChainSettings, nGray, kLong + 12);
+AT(RastChainSettings, nFiles, kLong + 16);
+AT(RastChainSettings, pFolder, kLong + 16 + kPointer);
+AT(RastChainSettings, pUser, kLong + 16 + 2 * kPointer);
+AT(RastChainSettings, pReadImage, kLong + 16 + 3 * kPointer);
+AT(RastChainSettings, pWriteLines, kLong + 16 + 4 * kPointer);
 
 static_assert(RAST_CHAIN_OK == 0, "more lines");
 static_assert(RAST_CHAIN_DONE == 1, "the page is complete");

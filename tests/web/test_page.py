@@ -173,9 +173,6 @@ class Page(unittest.TestCase):
         )
         self.assertRegex(self.at("figures").text, r"^61 × 43 → 33 × 47, colour, [\d.]+ ms$")
         self.assert_same_as_command()
-        self.read_console()
-        printed = [m["message"] for m in self.messages if m["source"] == "worker"]
-        self.assertTrue(any("Mirror effect on" in message for message in printed), printed)
 
     def test_overlays_and_numbers_of_one_s_own(self):
         self.choose("it's a page.ppm", self.random_page(50, 40))
@@ -254,6 +251,22 @@ class Page(unittest.TestCase):
         self.assertTrue(self.at("save-png").is_enabled())
         self.save("Save page.png")
         self.assert_same_as_command("PGM")
+
+    def test_values_are_refused_in_the_command_s_words(self):
+        self.clear()
+        self.add("gray")
+        self.add("colgamma")
+        self.pick("curve", "gamma …")
+        self.write("curve", "1e0")
+        fault = self.steps()[1].find_element(By.CSS_SELECTOR, ".error")
+        words = "--curve gamma: '1e0' is no decimal number; expected 0.1..10"
+        self.assertEqual(fault.text, words)
+        self.assertFalse(self.at("save-png").is_enabled())
+        done = subprocess.run(
+            [RAST, "chain", "gray : colgamma gamma=1e0"], stdin=subprocess.DEVNULL,
+            stderr=subprocess.PIPE, check=False,
+        )
+        self.assertEqual(done.stderr.decode(), f"rast: chain, step 2, colgamma: {words}\n")
 
     def test_files_that_are_no_images(self):
         before = self.at("page-note").text

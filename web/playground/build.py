@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
-"""Puts the playground together: one HTML file with the module, what the command tells of its
-operations, and samples."""
+"""Puts the playground together: one HTML file with the module and samples."""
 import argparse
 import base64
 import json
@@ -41,13 +40,10 @@ def samples():
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("rast", help="the command")
     parser.add_argument("module", type=Path)
     parser.add_argument("out", type=Path)
     options = parser.parse_args()
-    listed = subprocess.run([options.rast, "ops", "--json"], check=True, stdout=subprocess.PIPE)
     data = {
-        "operations": json.loads(listed.stdout),
         "module": base64.b64encode(options.module.read_bytes()).decode(),
         "samples": dict(samples()),
     }

@@ -1,4 +1,5 @@
-// Files of page images, as images and back: exact, without the browser's idea of colours.
+// Files of page images, as images and back: exact, without the browser's idea of colors. An image is
+// {width, height, components, samples}, with transparency also alpha, a sample for each pixel.
 
 const ascii = (bytes) => String.fromCharCode(...bytes);
 const pngSignature = Uint8Array.of(137, 80, 78, 71, 13, 10, 26, 10);
@@ -25,32 +26,41 @@ function decodePnm(bytes) {
   if (bytes.length > found[0].length + samples.length) {
     throw new Error("more follows the first page; the playground takes files of one page");
   }
-  return {width, height, planes: apart(samples, components)};
+  return {width, height, components, samples};
 }
 
-// Interleaved samples as planes, and back.
-export function apart(samples, components) {
-  const count = samples.length / components;
-  return Array.from({length: components}, (_, c) => {
-    const plane = new Uint8Array(count);
-    for (let i = 0, from = c; i < count; ++i, from += components) plane[i] = samples[from];
-    return plane;
-  });
-}
-
-export function together({width, height, planes}) {
-  const components = planes.length;
+// From pixels whose last sample is alpha.
+export function transparent(width, height, components, pixels) {
   const samples = new Uint8Array(width * height * components);
-  planes.forEach((plane, c) => {
-    for (let i = 0, to = c; i < plane.length; ++i, to += components) samples[to] = plane[i];
-  });
-  return samples;
+  const alpha = new Uint8Array(width * height);
+  for (let i = 0, from = 0, to = 0; i < alpha.length; ++i) {
+    for (let c = 0; c < components; ++c) samples[to++] = pixels[from++];
+    alpha[i] = pixels[from++];
+  }
+  return {width, height, components, samples, alpha};
 }
 
-export function encodePnm(image) {
-  const kind = image.planes.length === 3 ? 6 : 5;
-  const header = new TextEncoder().encode(`P${kind}\n${image.width} ${image.height}\n255\n`);
-  return joined([header, together(image)]);
+// On a background, rounded to nearest.
+export function flattened({width, height, components, samples, alpha}, background) {
+  const opaque = samples.map((v, i) => {
+    const a = alpha[Math.floor(i / components)];
+    return Math.floor((v * a + background * (255 - a) + 127) / 255);
+  });
+  return {width, height, components, samples: opaque};
+}
+
+// For an overlay, on the background that the step names, or -1. Refused as by the command.
+export function opaque(name, image, background) {
+  if (!image.alpha) return image;
+  if (background >= 0) return flattened(image, background);
+  const remedy = "give --flatten black or --flatten white";
+  throw new Error(`${name}: page 1: PNG with transparency is not supported; ${remedy}`);
+}
+
+export function encodePnm({width, height, components, samples}) {
+  const kind = components === 3 ? 6 : 5;
+  const header = new TextEncoder().encode(`P${kind}\n${width} ${height}\n255\n`);
+  return joined([header, samples]);
 }
 
 function joined(parts) {
@@ -104,11 +114,11 @@ async function decodePng(bytes) {
   if (lines.length < (lineBytes + 1) * height) throw new Error("the PNG is damaged");
   const packed = unfiltered(lines, lineBytes, height, Math.ceil((depth * pngSamples[kind]) / 8));
   const samples = depth === 8 ? packed : unpacked(packed, width, height, lineBytes, depth);
-  if (isPalette) return coloured(samples, width, height, find("PLTE"), find("tRNS"));
+  if (isPalette) return colored(samples, width, height, find("PLTE"), find("tRNS"));
   if (depth < 8) samples.forEach((v, i) => (samples[i] = (v * 255) / (2 ** depth - 1)));
-  const planes = apart(samples, pngSamples[kind]);
-  const alpha = kind > 3 ? {alpha: planes.pop()} : {};
-  return {width, height, planes, ...alpha};
+  const components = pngSamples[kind];
+  if (kind > 3) return transparent(width, height, components - 1, samples);
+  return {width, height, components, samples};
 }
 
 // By the filter that begins each line.
@@ -160,10 +170,13 @@ function unpacked(packed, width, height, lineBytes, depth) {
   return samples;
 }
 
-function coloured(samples, width, height, palette, transparency) {
-  const planes = [0, 1, 2].map((c) => samples.map((v) => palette[3 * v + c]));
-  if (!transparency) return {width, height, planes};
-  return {width, height, planes, alpha: samples.map((v) => transparency[v] ?? 255)};
+function colored(indices, width, height, palette, transparency) {
+  const components = 3;
+  const samples = new Uint8Array(components * indices.length);
+  indices.forEach((v, i) => samples.set(palette.subarray(3 * v, 3 * v + 3), 3 * i));
+  if (!transparency) return {width, height, components, samples};
+  const alpha = indices.map((v) => transparency[v] ?? 255);
+  return {width, height, components, samples, alpha};
 }
 
 const crcTable = Array.from({length: 256}, (_, byte) => {
@@ -186,16 +199,15 @@ function chunk(name, data) {
   return out;
 }
 
-export async function encodePng(image) {
+export async function encodePng({width, height, components, samples}) {
   const header = new Uint8Array(13);
   const view = new DataView(header.buffer);
-  view.setUint32(0, image.width);
-  view.setUint32(4, image.height);
-  header.set([8, image.planes.length === 3 ? 2 : 0], 8);
-  const lineBytes = image.width * image.planes.length;
-  const samples = together(image);
-  const lines = new Uint8Array((lineBytes + 1) * image.height);
-  for (let y = 0; y < image.height; ++y) {
+  view.setUint32(0, width);
+  view.setUint32(4, height);
+  header.set([8, components === 3 ? 2 : 0], 8);
+  const lineBytes = width * components;
+  const lines = new Uint8Array((lineBytes + 1) * height);
+  for (let y = 0; y < height; ++y) {
     lines.set(samples.subarray(y * lineBytes, (y + 1) * lineBytes), y * (lineBytes + 1) + 1);
   }
   const data = await through(new CompressionStream("deflate"), lines);

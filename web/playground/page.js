@@ -1,8 +1,8 @@
 // The page: what the visitor chooses, and what the worker makes of it.
-import {chainText, formulas} from "./operations.js";
+import {chainText} from "./chain.js";
 
 const data = JSON.parse(document.getElementById("data").textContent);
-const known = new Map(data.operations.map((operation) => [operation.name, operation]));
+const known = new Map(); // operations by name, as the library describes them
 
 const at = (id) => document.getElementById(id);
 
@@ -73,7 +73,7 @@ async function byBrowser(name, bytes) {
   return {width, height, pixels};
 }
 
-const pnmName = (name, {colour}) => `${name.replace(/\.[^.]*$/, "")}.${colour ? "ppm" : "pgm"}`;
+const pnmName = (name, {isColor}) => `${name.replace(/\.[^.]*$/, "")}.${isColor ? "ppm" : "pgm"}`;
 
 // The name under which it is known from now on.
 async function load(name, bytes, isSample = false) {
@@ -84,7 +84,7 @@ async function load(name, bytes, isSample = false) {
     files.set(name, {...read, save: isSample ? () => bytes : null});
     return name;
   }
-  const taken = pnmName(name, {colour: true});
+  const taken = pnmName(name, {isColor: true});
   const image = await ask("take", {name: taken, ...(await byBrowser(name, bytes))});
   files.set(taken, {...image, save: () => ask("save", {name: taken, format: "pnm"})});
   return taken;
@@ -93,8 +93,8 @@ async function load(name, bytes, isSample = false) {
 async function choosePage(loading) {
   try {
     let name = await loading;
-    const {transparent} = files.get(name);
-    if (transparent) {
+    const {isTransparent} = files.get(name);
+    if (isTransparent) {
       const as = pnmName(name, files.get(name)).replace(/(?=\.p.m$)/, "-on-white");
       files.set(as, {
         ...(await ask("flatten", {name, as})),
@@ -104,10 +104,10 @@ async function choosePage(loading) {
     }
     page = name;
     failPage("");
-    const {width, height, colour} = files.get(name);
+    const {width, height, isColor} = files.get(name);
     at("page-note").textContent =
-      `${name}: ${width} × ${height}, ${colour ? "colour" : "gray"}` +
-      `${transparent ? "; transparent parts are laid on white" : ""}. Or drop an image anywhere.`;
+      `${name}: ${width} × ${height}, ${isColor ? "colour" : "gray"}` +
+      `${isTransparent ? "; transparent parts are laid on white" : ""}. Or drop an image anywhere.`;
     draw("before", await ask("show", {name}));
     showSteps();
     refresh();
@@ -171,10 +171,15 @@ function numberText(numbers, kind) {
   return `${lines.join("\n")}\n`;
 }
 
-// The presets, the formula, or numbers in a text that stands for a file.
+// Fine enough for the range.
+function formulaLimits({low, high, neutral}) {
+  return {low, high, initial: neutral, step: high - low < 100 ? 0.01 : 1};
+}
+
+// The presets, the formula, or numbers in a text that stands for a file, which begins with those of
+// a preset.
 function tableControl(parameter, step, set) {
-  const {name, kind, presets} = parameter;
-  const formula = formulas[kind];
+  const {name, kind, count, formula, presets} = parameter;
   const ownName = `${name}${step.number}.txt`;
   const isFormula = (text) => text.startsWith(`${formula.name}=`);
   const below = element("div");
@@ -183,11 +188,11 @@ function tableControl(parameter, step, set) {
     if (isFormula(text)) {
       const value = text.slice(formula.name.length + 1);
       const setValue = (number) => set(`${formula.name}=${number}`);
-      below.append(slider(formula.name, value, formula, setValue));
+      below.append(slider(formula.name, value, formulaLimits(formula), setValue));
     } else if (text === ownName) {
       const numbers = element("textarea", {
         rows: 5, spellcheck: false, value: step.texts.get(ownName),
-        ariaLabel: `${formula.count} whole numbers, ${parameter.low} to ${parameter.high}`,
+        ariaLabel: `${count} whole numbers, ${parameter.low} to ${parameter.high}`,
       });
       numbers.oninput = () => {
         step.texts.set(ownName, numbers.value);
@@ -197,13 +202,14 @@ function tableControl(parameter, step, set) {
     }
   };
   const text = step.values[name] ?? parameter.default;
-  const byFormula = `${formula.name}=${formula.initial}`;
+  const byFormula = `${formula.name}=${formula.neutral}`;
   const options = Object.keys(presets).map((preset) => [preset, preset]);
   options.push([byFormula, `${formula.name} …`], [ownName, "own numbers …"]);
   const chosen = isFormula(text) ? byFormula : text;
   const select = choices("kind", options, chosen, (value) => {
     if (!step.texts.has(ownName)) {
-      step.texts.set(ownName, numberText(formula.of(formula.initial), kind));
+      const numbers = presets[step.values[name] ?? parameter.default] ?? Object.values(presets)[0];
+      step.texts.set(ownName, numberText(numbers, kind));
     }
     set(value);
     show(value);
@@ -397,6 +403,14 @@ function addStep(operation, values = {}) {
   return step;
 }
 
+// One whose effect is seen at once.
+function addFirstStep() {
+  const isMatrix = ({kind}) => kind === "matrix";
+  const operation = [...known.values()].find(({parameters}) => parameters.some(isMatrix));
+  const {name, formula} = operation.parameters.find(isMatrix);
+  addStep(operation.name, {[name]: `${formula.name}=${formula.high / 4}`});
+}
+
 function draw(id, {width, height, bitmap}) {
   const canvas = Object.assign(at(id), {width, height});
   canvas.getContext("bitmaprenderer").transferFromImageBitmap(bitmap);
@@ -430,7 +444,7 @@ function showCommand(result) {
   const shown = steps.length > 0 && page !== null;
   at("as-command").hidden = !shown;
   if (!shown) return;
-  const out = `${page.startsWith("out.") ? "new" : "out"}.${result?.colour === false ? "pgm" : "ppm"}`;
+  const out = `${page.startsWith("out.") ? "new" : "out"}.${result?.isColor === false ? "pgm" : "ppm"}`;
   const chain = chainText(steps).replaceAll("'", "'\\''");
   at("command").textContent = `rast chain '${chain}' ${shellWord(page)} ${out}`;
   const used = new Set([page]);
@@ -453,26 +467,25 @@ function allTexts() {
 }
 
 async function run() {
-  const sent = steps.map(({operation, values}) => ({operation, values: {...values}}));
   const ran = [...steps];
   const {width, height} = files.get(page);
   try {
-    const result = await ask("run", {page, steps: sent, texts: allTexts()});
+    const result = await ask("run", {page, chain: chainText(steps), texts: allTexts()});
     showFault(null);
     failPage("");
     draw("after", result);
     at("figures").textContent =
       `${width} × ${height} → ${result.width} × ${result.height}, ` +
-      `${result.colour ? "colour" : "gray"}, ${result.milliseconds.toFixed(1)} ms`;
-    at("save-pnm").textContent = `Save as ${result.colour ? "PPM" : "PGM"}`;
+      `${result.isColor ? "colour" : "gray"}, ${result.milliseconds.toFixed(1)} ms`;
+    at("save-pnm").textContent = `Save as ${result.isColor ? "PPM" : "PGM"}`;
     showCommand(result);
     return true;
   } catch (fault) {
-    showFault(ran[fault.step], fault.message);
-    if (!ran[fault.step]) failPage(fault.message);
-    const {operation} = ran[fault.step] ?? {};
-    at("figures").textContent = operation
-      ? `Step ${fault.step + 1}, ${operation}, refuses the page.`
+    const step = ran[fault.step - 1];
+    showFault(step, fault.message);
+    if (!step) failPage(fault.message);
+    at("figures").textContent = step
+      ? `Step ${fault.step}, ${step.operation}, refuses the page.`
       : "There is no result.";
     showCommand();
     return false;
@@ -498,9 +511,6 @@ async function refresh() {
   at("result").ariaBusy = "false";
 }
 
-for (const {name, summary} of known.values()) {
-  at("operation").add(new Option(`${name}: ${summary}`, name));
-}
 at("add").onclick = () => {
   const step = addStep(at("operation").value);
   showSteps();
@@ -540,12 +550,16 @@ document.ondrop = (event) => {
 };
 
 try {
-  await ask("start", {module: bytesOf(data.module), operations: data.operations});
+  for (const operation of await ask("start", {module: bytesOf(data.module)})) {
+    const {name, summary} = operation;
+    known.set(name, operation);
+    at("operation").add(new Option(`${name}: ${summary}`, name));
+  }
   for (const [name, base64] of Object.entries(data.samples)) {
     await load(name, bytesOf(base64), true);
     at("sample").add(new Option(name, name));
   }
-  addStep("hueadjust", {matrix: `${formulas.matrix.name}=90`});
+  addFirstStep();
   choosePage(at("sample").value);
 } catch (fault) {
   failPage(`This browser cannot run the library: ${fault.message}`);

@@ -1,39 +1,38 @@
 // Works on images away from the page, which stays at hand meanwhile. Each message asks for one kind
 // of work and is answered by one with its number.
-import {apart, decode, encodePng, encodePnm} from "./images.js";
-import {apply, flattened} from "./operations.js";
-import {Rast} from "./rast.js";
+import {describe, run} from "./engine.js";
+import {decode, encodePng, encodePnm, flattened, opaque, transparent} from "./images.js";
 
-let rast;
-let known;
+let engine; // module
 const images = new Map(); // by name
-let finished = []; // by the steps of the last chain: {key, image, milliseconds}
 let result; // of the last chain
 
+const isColor = ({components}) => components === 3;
+
 // As a browser shows it.
-async function shown({width, height, planes}) {
+async function shown(image) {
+  const {width, height, components, samples} = image;
+  const [green, blue] = isColor(image) ? [1, 2] : [0, 0];
   const pixels = new Uint8ClampedArray(4 * width * height).fill(255);
-  const [red, green, blue] = planes.length === 3 ? planes : [planes[0], planes[0], planes[0]];
-  for (let i = 0; i < red.length; ++i) {
-    pixels[4 * i] = red[i];
-    pixels[4 * i + 1] = green[i];
-    pixels[4 * i + 2] = blue[i];
+  for (let to = 0, from = 0; to < pixels.length; to += 4, from += components) {
+    pixels[to] = samples[from];
+    pixels[to + 1] = samples[from + green];
+    pixels[to + 2] = samples[from + blue];
   }
   const bitmap = await createImageBitmap(new ImageData(pixels, width, height));
-  return {width, height, colour: planes.length === 3, bitmap};
+  return {width, height, isColor: isColor(image), bitmap};
 }
 
 function keep(name, image) {
   images.set(name, image);
-  finished = [];
-  const {width, height, planes, alpha} = image;
-  return {width, height, colour: planes.length === 3, transparent: alpha !== undefined};
+  const {width, height, alpha} = image;
+  return {width, height, isColor: isColor(image), isTransparent: alpha !== undefined};
 }
 
 const work = {
-  async start({module, operations}) {
-    known = operations;
-    rast = await Rast.load(module, (line) => console.log(line));
+  start({module}) {
+    engine = new WebAssembly.Module(module);
+    return describe(engine);
   },
 
   // Null where only the browser may be able to read the file.
@@ -44,8 +43,7 @@ const work = {
 
   // Pixels that the browser has read.
   take({name, width, height, pixels}) {
-    const [red, green, blue, alpha] = apart(pixels, 4);
-    const image = {width, height, planes: [red, green, blue]};
+    const {alpha, ...image} = transparent(width, height, 3, pixels);
     return keep(name, alpha.every((v) => v === 255) ? image : {...image, alpha});
   },
 
@@ -56,29 +54,14 @@ const work = {
 
   show: ({name}) => shown(images.get(name)),
 
-  // Steps that are as they were before are not done again.
-  async run({page, steps, texts}) {
-    const files = new Map([...images, ...texts]);
-    let image = images.get(page);
-    let key = page;
-    steps.forEach((step, i) => {
-      key += JSON.stringify([step, Object.values(step.values).map((text) => texts.get(text))]);
-      if (finished[i]?.key !== key) {
-        finished.length = i;
-        const began = performance.now();
-        try {
-          finished.push({key, image: apply(rast, known, image, step, files)});
-        } catch (error) {
-          throw Object.assign(error, {step: i});
-        }
-        finished[i].milliseconds = performance.now() - began;
-      }
-      image = finished[i].image;
-    });
-    finished.length = steps.length;
-    const milliseconds = finished.reduce((sum, one) => sum + one.milliseconds, 0);
-    result = image;
-    return {...(await shown(image)), milliseconds};
+  // Without a step, the page stays as it is.
+  async run({page, chain, texts}) {
+    const overlay = (name, background) => opaque(name, images.get(name), background);
+    const began = performance.now();
+    const image = images.get(page);
+    result = chain === "" ? image : run(engine, chain, image, overlay, texts);
+    const milliseconds = performance.now() - began;
+    return {...(await shown(result)), milliseconds};
   },
 
   // An image by its name, or the last result.

@@ -245,8 +245,10 @@ uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainE
 void rastChainAbandon(RastChain* pChain);
 
 /**
- * @param pChain the chain
- * @return number of its steps
+ * Counts the steps of a chain.
+ *
+ * @param pChain the chain, or null
+ * @return number of steps in its text; 0 for null
  */
 uint32_t rastChainSteps(const RastChain* pChain);
 

@@ -407,7 +407,7 @@ class Ends(TiffTest):
         for command in (("info",), ("colgamma", "--curve", self.curve, "-", self.folder / "new")):
             done = self.run_rast(*command, input=content + (rest or b""))
             self.assert_fails(done, DAMAGED, f"page {number}: followed by ", "; expected the end")
-            self.assertRegex(done.stderr, rb"by %s bytes that nothing in the TIFF" % str(size).encode())
+            self.assertRegex(done.stderr.decode(), rf"by {size} bytes that nothing in the TIFF")
         self.assertFalse((self.folder / "new").exists())
 
     def test_data_behind_the_last_page(self):

@@ -29,10 +29,10 @@ constexpr CommonOption optionTable[] = {
      "order of the stream; the others are read past and have to be\n"
      "sound all the same"},
     {'r', "resolution", "DPI",
-     "pixels to the inch of the pages that come in, such as 600,\n"
-     "203.2 or 600x300, in place of what they say; steps change it\n"
-     "with the page. PNG, TIFF and raster keep it, raster in whole\n"
-     "numbers; a raster page needs one, and without has 300"},
+     "pixels per inch of the pages that come in, such as 600, 203.2\n"
+     "or 600x300, in place of what the pages say. Steps change it\n"
+     "as they change the page. PNG, TIFF and raster store it, raster\n"
+     "in whole numbers; raster pages without one get 300"},
     {'p', "progress", "=json",
      "show progress even when standard error is no terminal, or\n"
      "print it as lines of JSON"},

@@ -85,7 +85,7 @@ class Filter(FilterTest):
         """At blanks, where what comes before joins options unquoted."""
         pixels, gray = self.COLOUR, self.GRAY
         for text, short in (
-            ("shift x=40 y=20", "shift,x=40,y=20"),
+            ("shift  x=40 y=20", "shift,x=40,y=20"),
             ("hueadjust matrix=rotate=90", "hueadjust,matrix=rotate=90"),
             ("satadjust raise : colgamma gamma=1.8", "satadjust,raise:colgamma,gamma=1.8"),
             ("gray : rotate cw", "gray:rotate,cw"), ("gray\nrotate cw", "gray:rotate,cw"),

@@ -169,6 +169,7 @@ class Scheduler(QueueTest):
             self.file(f"etc/{name}", line)
         self.file("etc/cupsd.conf", f"""Listen {self.folder}/run/socket
 LogLevel debug
+MaxLogSize 0
 PageLogFormat %p %j %P %C
 <Location />
   Order allow,deny

@@ -71,8 +71,10 @@ class Options {
         text, [](char c) { return c >= '\t' && c <= '\r'; }, ' ');
     const std::string option = join(' ', name, '=', value, ' ');
     const std::size_t place = text.rfind(option);
-    return place != std::string::npos ? split(text.substr(place + option.size()), ' ')
-                                      : std::vector<std::string>();
+    if (place == std::string::npos) return {};
+    std::vector<std::string> words = split(text.substr(place + option.size()), ' ');
+    std::erase(words, "");
+    return words;
   }
 
   void mark(ppd_file_t* ppd) const {
@@ -114,20 +116,31 @@ Ppd openPpd() {
   return ppd;
 }
 
+std::string_view codeOf(const ppd_choice_t& choice) {
+  return choice.code != nullptr ? choice.code : "";
+}
+
+std::span<const ppd_choice_t> choicesOf(const ppd_option_t& option) {
+  return {option.choices, static_cast<std::size_t>(option.num_choices)};
+}
+
 // The codes of choices are page-device code for interpreters. At a chain they fail, and drop what
 // the PPD file says of the page.
-void requireComments(ppd_file_t* ppd, const Options& options) {
+void requireComments(ppd_file_t* ppd, const ppd_option_t& option, const Options& options) {
+  const bool areComments = std::ranges::all_of(choicesOf(option), [](const ppd_choice_t& choice) {
+    return codeOf(choice).empty() || codeOf(choice).starts_with('%');
+  });
   cups_page_header2_t page;
   options.mark(ppd);
-  if (options.interpret(ppd, page)) return;
+  if (areComments || options.interpret(ppd, page)) return;
   fail(ExitCode::runTime, environment("PPD"),
-       ": interpreters fail at the code of a choice and make other pages than the queue asks for; "
+       ": interpreters fail at a chain and make other pages than the queue asks for; "
        "expected chains as comments, such as *",
        chainOption, " Gray: \"% gray\"");
 }
 
 // The chain in the code of a choice, where % begins lines.
-std::string withoutComments(const char* code) {
+std::string withoutComments(std::string_view code) {
   std::string chain;
   for (const std::string& line : split(code, '\n')) {
     const std::size_t begin = std::min(line.find_first_not_of("% "), line.size());
@@ -194,12 +207,12 @@ Given chainText(const Options& options) {
   const std::string given = options.get(chainOption);
   const Ppd ppd = openPpd();
   if (ppd_option_t* const option = ppd ? ppdFindOption(ppd.get(), chainOption) : nullptr) {
-    requireComments(ppd.get(), options);
+    requireComments(ppd.get(), *option, options);
     const ppd_choice_t* choice =
         ppdFindChoice(option, given.empty() ? option->defchoice : given.c_str());
     // Libcups takes a chain that begins like a custom value for that.
     if (choice != nullptr && std::string_view(choice->choice) != "Custom") {
-      return {withoutComments(choice->code != nullptr ? choice->code : ""), false};
+      return {withoutComments(codeOf(*choice)), false};
     }
   }
   refuseSplit(given, options, ppd.get());
@@ -216,7 +229,7 @@ const Format& rasterFormat() {
 }
 
 bool setsRaster(const ppd_choice_t& choice) {
-  const std::string_view code = choice.code != nullptr ? choice.code : "";
+  const std::string_view code = codeOf(choice);
   return std::ranges::any_of(
       std::to_array<std::string_view>({"cupsBitsPerColor", "cupsColorOrder", "cupsColorSpace"}),
       [code](std::string_view name) { return code.find(name) != std::string_view::npos; });
@@ -237,8 +250,7 @@ std::string choiceFor(bool colour, const Options& options) {
   const Ppd ppd = openPpd();
   if (!ppd) return found;
   for (const ppd_option_t* option : optionsOf(ppd.get())) {
-    for (const ppd_choice_t& choice :
-         std::span(option->choices, static_cast<std::size_t>(option->num_choices))) {
+    for (const ppd_choice_t& choice : choicesOf(*option)) {
       if (!setsRaster(choice)) continue;
       cups_page_header2_t page;
       options.mark(ppd.get());

@@ -27,9 +27,14 @@ std::size_t pixelStep(const RastChainLines& lines, std::uint32_t components) {
   return lines.nPlanar != 0 ? 1 : components;
 }
 
-void advance(RastChainLines& lines, std::uint32_t count) {
-  for (std::uint8_t*& plane : lines.pPlane) {
-    if (plane != nullptr) plane += static_cast<std::ptrdiff_t>(count) * lines.nPitch;
+std::size_t planesOf(const RastChainLines& lines, std::uint32_t components) {
+  return lines.nPlanar != 0 ? components : 1;
+}
+
+void advance(RastChainLines& lines, std::uint32_t components, std::uint32_t count) {
+  if (count == 0) return;
+  for (std::size_t c = 0; c < planesOf(lines, components); ++c) {
+    lines.pPlane[c] += static_cast<std::ptrdiff_t>(count) * lines.nPitch;
   }
   lines.nCount -= count;
 }
@@ -99,7 +104,7 @@ class EnteringLines final : public LineSource {
     if (lines_ == nullptr) return 0;
     const std::uint32_t count = std::min(lines, lines_->nCount);
     if (count > 0 && !dropped_) moveLines(*lines_, page(), count, planes, MoveIn());
-    advance(*lines_, count);
+    advance(*lines_, page().nComponents, count);
     return count;
   }
 
@@ -116,7 +121,7 @@ bool isSound(const Page& page) {
 // Whether lines of that record can be those of the page.
 bool fits(const RastChainLines& lines, const Page& page) {
   if (lines.nCount == 0) return true;
-  const std::size_t planes = lines.nPlanar != 0 ? page.nComponents : 1;
+  const std::size_t planes = planesOf(lines, page.nComponents);
   const std::size_t bytes = std::size_t{page.nWidth} * pixelStep(lines, page.nComponents);
   const auto distance = static_cast<std::size_t>(lines.nPitch < 0 ? -lines.nPitch : lines.nPitch);
   return std::all_of(lines.pPlane, lines.pPlane + planes,
@@ -162,7 +167,7 @@ class PageRun {
   std::vector<Plan> plans_;  // of the steps, and of what comes out
   std::vector<std::unique_ptr<LineSource>> sources_;
   LineSource* last_ = &entering_;
-  std::optional<Lines> joined_;  // planes of interleaved lines that come out
+  std::optional<Lines> joined_;  // planes of lines that come out interleaved or with gaps
   bool writes_ = false;
   Bytes leaving_;
   std::uint32_t made_ = 0;
@@ -172,8 +177,7 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   writes_ = writes;
   Page page = entering_.page();
   for (const Stage& stage : stages) {
-    context_.step = static_cast<std::size_t>(&stage - stages.data()) + 1;
-    context_.operation = stage.operation.c_str();
+    context_.work = {static_cast<std::size_t>(&stage - stages.data()) + 1, stage.operation.c_str()};
     if (!stage.takes.holds(page.nComponents)) {
       context_.refuse(RAST_CHAIN_ERR_UNSUPPORTED, stage.operation, " works on ",
                       stage.takes.gray ? "gray" : "colour", " pages only and this page is ",
@@ -183,13 +187,11 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
     plans_.push_back(stage.step->plan(page, context_));
     page = plans_.back().page;
   }
-  context_.step = 0;
-  context_.operation = "";
+  context_.work = {};
   Plan output;
   output.page = page;
   output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : quickLines(page);
-  if (page.nComponents != 1) output.lineBytes = lineSamples(page);
-  if (writes) output.lineBytes += lineSamples(page);
+  output.lineBytes = lineSamples(page) * (writes ? 2 : 1);
   plans_.push_back(output);
   return !context_.failed();
 }
@@ -206,7 +208,8 @@ void PageRun::share(std::uint64_t memory) {
   for (Plan& plan : plans_) {
     const std::uint64_t more = plan.lineBytes == 0 ? UINT32_MAX : share / plan.lineBytes;
     const std::uint64_t lines = std::min<std::uint64_t>(plan.leastLines + more, plan.wantedLines);
-    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / plan.page.nWidth, 1);
+    const std::uint32_t columns = std::max(plan.page.nWidth, plan.columnsIn);
+    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / columns, 1);
     const std::uint64_t whole = std::min(lines, reach) / plan.unitLines * plan.unitLines;
     plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(whole, plan.leastLines));
   }
@@ -223,15 +226,14 @@ bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory) {
   }
   share(memory);
   for (std::size_t i = 0; i < stages.size(); ++i) {
-    context_.step = i + 1;
-    context_.operation = stages[i].operation.c_str();
+    context_.work = {i + 1, stages[i].operation.c_str()};
     std::unique_ptr<LineSource> source = stages[i].step->open(*last_, plans_[i], context_);
     if (!source) return false;
+    source->belongTo(context_);
     last_ = source.get();
     sources_.push_back(std::move(source));
   }
-  context_.step = 0;
-  context_.operation = "";
+  context_.work = {};
   if (writes_) leaving_ = makeBytes(plans_.back().lines * lineSamples(output()));
   return true;
 }
@@ -266,7 +268,7 @@ bool PageRun::run(RastChainLines* in, RastChainLines* out) {
     const std::uint32_t count = drawTo(*out);
     if (count == 0) break;
     made_ += count;
-    advance(*out, count);
+    advance(*out, output().nComponents, count);
   }
   if (!needsRoom()) entering_.drop();
   entering_.lend(nullptr);
@@ -289,9 +291,12 @@ struct RastChain {
 
 namespace {
 
+// Cut between characters of UTF-8.
 template <std::size_t size>
 void copyText(const std::string& text, char (&to)[size]) {
-  to[text.copy(to, size - 1)] = '\0';
+  std::size_t length = std::min(text.size(), size - 1);
+  while (length > 0 && length < text.size() && (text[length] & 0xC0) == 0x80) --length;
+  to[text.copy(to, length)] = '\0';
 }
 
 std::uint32_t report(const Refusal& refused, RastChainError* error) {
@@ -309,8 +314,18 @@ std::uint32_t report(const Refusal& refused, RastChainError* error) {
   return refused.code;
 }
 
+// Without allocations.
+std::uint32_t report(std::uint32_t code, const char* message, RastChainError* error) {
+  if (error != nullptr) {
+    *error = {};
+    error->nCode = code;
+    std::strcpy(error->sMessage, message);
+  }
+  return code;
+}
+
 std::uint32_t reportUse(const char* message, RastChainError* error) {
-  return report(rast::chain::refusal(RAST_CHAIN_ERR_USE, message), error);
+  return report(RAST_CHAIN_ERR_USE, message, error);
 }
 
 // Nothing but a lack of memory is thrown by the engine.
@@ -320,12 +335,7 @@ std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
   try {
     return call();
   } catch (const std::bad_alloc&) {
-    if (error != nullptr) {
-      *error = {};
-      error->nCode = RAST_CHAIN_ERR_MEMORY;
-      std::strcpy(error->sMessage, "not enough memory");
-    }
-    return RAST_CHAIN_ERR_MEMORY;
+    return report(RAST_CHAIN_ERR_MEMORY, "not enough memory", error);
   }
 #else
   (void)error;
@@ -333,11 +343,33 @@ std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
 #endif
 }
 
-// Ends the page after a failure.
-std::uint32_t failPage(RastChain& chain, RastChainError* error) {
-  const Refusal refused = *std::exchange(chain.context.refused, {});
-  chain.page.reset();
-  return report(refused, error);
+std::uint32_t reportFailure(RastChain& chain, RastChainError* error) {
+  return report(*std::exchange(chain.context.refused, {}), error);
+}
+
+// A call that begins the page or belongs to it. The page ends with its last line and with any error.
+template <class Call>
+std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& call) {
+  const std::uint32_t result = withoutExceptions(error, call);
+  if (result != RAST_CHAIN_OK) {
+    chain.page.reset();
+    chain.context.refused.reset();
+  }
+  return result;
+}
+
+// A call of the function that reads an image. An error is kept for the page that needs the image.
+template <class Call>
+std::uint32_t insideImage(RastChainImage* image, const Call& call) {
+  if (image == nullptr) return RAST_CHAIN_ERR_USE;
+  if (image->context.failed()) return image->context.refused->code;
+  const std::uint32_t result = withoutExceptions(nullptr, [&]() -> std::uint32_t {
+    call();
+    if (image->context.failed()) return image->context.refused->code;
+    return image->stored.isComplete() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
+  });
+  image->lacksMemory |= result == RAST_CHAIN_ERR_MEMORY;
+  return result;
 }
 
 std::string temporaryFolder(const char* folder) {
@@ -376,7 +408,7 @@ std::uint32_t run(RastChain& chain, RastChainLines* in, RastChainLines* out,
       (out != nullptr && !rast::chain::fits(*out, page.output()))) {
     return reportUse("a plane is missing, or the pitch is shorter than a line", error);
   }
-  if (!page.run(in, out)) return failPage(chain, error);
+  if (!page.run(in, out)) return reportFailure(chain, error);
   return page.isDone() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
 }
 
@@ -389,11 +421,8 @@ std::uint32_t write(RastChain& chain, const RastChainLines& lines, RastChainErro
     if (result != RAST_CHAIN_OK && result != RAST_CHAIN_DONE) return result;
     made.nCount -= room.nCount;
     if (made.nCount > 0 && chain.settings.pWriteLines(chain.settings.pUser, &made) != 0) {
-      chain.page.reset();
-      return report(rast::chain::refusal(RAST_CHAIN_ERR_CALLER, "the lines cannot be written"),
-                    error);
+      return report(RAST_CHAIN_ERR_CALLER, "the lines cannot be written", error);
     }
-    if (result == RAST_CHAIN_DONE) chain.page.reset();
     if (result == RAST_CHAIN_DONE || room.nCount > 0) return result;
   }
 }
@@ -439,9 +468,8 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
                         RastChainError* pError) {
   if (pChain == nullptr || pIn == nullptr) return reportUse("a pointer is null", pError);
   pChain->page.reset();
-  pChain->context.refused.reset();
   if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
-  return withoutExceptions(pError, [&]() -> std::uint32_t {
+  return insidePage(*pChain, pError, [&]() -> std::uint32_t {
     const RastChainSettings& settings = pChain->settings;
     const std::uint64_t memory = pIn->nMemory != 0       ? pIn->nMemory
                                  : settings.nMemory != 0 ? settings.nMemory
@@ -449,7 +477,7 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
     rast::chain::PageRun& page = pChain->page.emplace(*pIn, pChain->context);
     if (!page.plan(pChain->stages, settings.pWriteLines != nullptr) ||
         !page.open(pChain->stages, memory)) {
-      return failPage(*pChain, pError);
+      return reportFailure(*pChain, pError);
     }
     if (pOut != nullptr) {
       *pOut = page.output();
@@ -462,21 +490,18 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
 uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pOut,
                       RastChainError* pError) {
   if (pChain == nullptr || !pChain->page) return reportUse("there is no page", pError);
-  return withoutExceptions(pError, [&] {
-    const std::uint32_t result = run(*pChain, pIn, pOut, pError);
-    if (result == RAST_CHAIN_DONE) pChain->page.reset();
-    return result;
-  });
+  return insidePage(*pChain, pError, [&] { return run(*pChain, pIn, pOut, pError); });
 }
 
 uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainError* pError) {
-  if (pChain == nullptr || !pChain->page || pIn == nullptr) {
-    return reportUse("there is no page, or there are no lines", pError);
-  }
-  if (pChain->settings.pWriteLines == nullptr) {
-    return reportUse("the settings name no function that receives lines", pError);
-  }
-  return withoutExceptions(pError, [&] { return write(*pChain, *pIn, pError); });
+  if (pChain == nullptr || !pChain->page) return reportUse("there is no page", pError);
+  return insidePage(*pChain, pError, [&] {
+    if (pIn == nullptr) return reportUse("a pointer is null", pError);
+    if (pChain->settings.pWriteLines == nullptr) {
+      return reportUse("the settings name no function that receives lines", pError);
+    }
+    return write(*pChain, *pIn, pError);
+  });
 }
 
 void rastChainAbandon(RastChain* pChain) {
@@ -486,42 +511,41 @@ void rastChainAbandon(RastChain* pChain) {
 void rastChainClose(RastChain* pChain) { delete pChain; }
 
 uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage) {
-  if (pImage == nullptr || pPage == nullptr || pImage->begun || !rast::chain::isSound(*pPage)) {
-    return RAST_CHAIN_ERR_USE;
-  }
-  return withoutExceptions(nullptr, [&]() -> std::uint32_t {
+  return insideImage(pImage, [&] {
+    if (pPage == nullptr || pImage->begun || !rast::chain::isSound(*pPage)) {
+      return pImage->context.refuse(RAST_CHAIN_ERR_USE, "an image has no such size, or two sizes");
+    }
     pImage->begun = true;
     const bool interleaved = pImage->interleaved && pPage->nComponents > 1;
-    if (pImage->stored.open(*pPage, interleaved, pImage->context)) return RAST_CHAIN_OK;
-    return pImage->context.refused->code;
+    rast::chain::checkStorable(*pPage, pImage->context);
+    if (!pImage->context.failed()) pImage->stored.open(*pPage, interleaved, pImage->context);
   });
 }
 
 uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLines) {
   using namespace rast::chain;
-  if (pImage == nullptr || pLines == nullptr || !pImage->begun || pImage->context.failed() ||
-      pLines->nCount > pImage->stored.missing() || !fits(*pLines, pImage->stored.page())) {
-    return RAST_CHAIN_ERR_USE;
-  }
-  return withoutExceptions(nullptr, [&]() -> std::uint32_t {
-    const Page& page = pImage->stored.page();
+  return insideImage(pImage, [&] {
+    StoredPage& stored = pImage->stored;
+    const Page& page = stored.page();
+    if (pLines == nullptr || !pImage->begun || pLines->nCount > stored.missing() ||
+        !fits(*pLines, page)) {
+      return pImage->context.refuse(RAST_CHAIN_ERR_USE, "an image has no such lines");
+    }
     RastChainLines lines = *pLines;
     const std::uint32_t most = quickLines(page);
     const Lines planes(page.nWidth, page.nComponents, most);
     while (lines.nCount > 0) {
       const std::uint32_t count = std::min(lines.nCount, most);
       moveLines(lines, page, count, planes.planes(), MoveIn());
-      if (!pImage->stored.append(planes.planes(), count, pImage->context)) {
-        return pImage->context.refused->code;
-      }
-      advance(lines, count);
+      if (!stored.append(planes.planes(), count, pImage->context)) return;
+      advance(lines, page.nComponents, count);
     }
-    return pImage->stored.isComplete() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
   });
 }
 
 size_t rastChainDescribe(char* pBuffer, size_t nSize) {
   std::size_t length = 0;
+  if (pBuffer != nullptr && nSize > 0) *pBuffer = '\0';
   withoutExceptions(nullptr, [&]() -> std::uint32_t {
     const std::string text = rast::chain::describeOperations();
     length = text.size();

@@ -118,8 +118,8 @@ suite_asan-ubsan() {
 
 suite_tsan() {
   deps tool test
-  build tsan threads rast_tool
-  tests tsan -R '^(interface.threads|tool.(rast|chain|streams|tiff|raster|print_filter))$'
+  build tsan threads chain_threads rast_tool
+  tests tsan -R '^(interface.threads|chain.threads|tool.(rast|chain|streams|tiff|raster|print_filter))$'
 }
 
 # The kernels are the ones tested beside each other elsewhere; what differs here is the choice. The
@@ -373,11 +373,12 @@ suite_msan() {
 # From the seeds, in a corpus that is thrown away; a find is shrunk and shown by the target itself.
 suite_fuzz() {
   deps tool test clang
-  build fuzz fuzz_{tone,color,overlay,geometry,pages}
+  build fuzz fuzz_{tone,color,overlay,geometry,pages,chain}
   local corpora seeds target
   corpora=$(mktemp -d)
-  for seeds in tests/{differential,tool}/seeds/*; do
-    target=differential/fuzz_${seeds##*/}
+  for seeds in tests/{chain,differential,tool}/seeds/*; do
+    target=${seeds#tests/}
+    target=${target%%/*}/fuzz_${seeds##*/}
     [[ $seeds != */tool/* ]] || target=fuzz_pages
     mkdir "$corpora/${seeds##*/}"
     echo "build/fuzz/tests/$target -max_len=1000 -timeout=20 -artifact_prefix=$corpora/" \

@@ -12,11 +12,14 @@ namespace rast::chain {
 
 namespace {
 
-// Calls an operation for each plane by itself, as the mono plane.
+constexpr std::size_t kMono = 3;  // index of the mono plane
+
+// Calls an operation for each plane by itself, at that index.
 template <class Call>
-std::uint32_t onEachPlane(const Planes& in, const Planes& out, const Call& call) {
+std::uint32_t onEachPlane(const Planes& in, const Planes& out, std::size_t index,
+                          const Call& call) {
   for (std::size_t c = 0; c < in.count; ++c) {
-    const RastPlaneSet set = planeSet(Planes(1, in.at[c], 0), Planes(1, out.at[c], 0), 3);
+    const RastPlaneSet set = planeSet(Planes(1, in.at[c], 0), Planes(1, out.at[c], 0), index);
     if (const std::uint32_t result = call(set); result != RAST_OK) return result;
   }
   return RAST_OK;
@@ -24,8 +27,8 @@ std::uint32_t onEachPlane(const Planes& in, const Planes& out, const Call& call)
 
 // Gray and color pages in one call, CMYK pages plane by plane.
 template <class Call>
-std::uint32_t onPlanes(const Planes& in, const Planes& out, const Call& call) {
-  return in.count > 3 ? onEachPlane(in, out, call) : call(planeSet(in, out, 3));
+std::uint32_t onPlanes(const Planes& in, const Planes& out, std::size_t index, const Call& call) {
+  return in.count > 3 ? onEachPlane(in, out, index, call) : call(planeSet(in, out, index));
 }
 
 constexpr Parameter kExpGammaParameters[] = {
@@ -40,7 +43,7 @@ std::unique_ptr<Step> makeExpGamma(const Values& values, const ReadImage&) {
                                 static_cast<std::uint8_t>(numberOf(values[1])),
                                 static_cast<std::uint16_t>(numberOf(values[2]))};
   return bandStep({[curve](const RastArea& area, const Planes& in, const Planes& out) {
-    return onEachPlane(in, out, [&](const RastPlaneSet& planes) {
+    return onEachPlane(in, out, kMono, [&](const RastPlaneSet& planes) {
       return rastExpGamma(&area, &planes, &curve, nullptr);
     });
   }});
@@ -61,7 +64,7 @@ std::unique_ptr<Step> makeColGamma(const Values& values, const ReadImage&) {
   std::ranges::transform(numbersOf(values[0]), curve.begin(),
                          [](std::int64_t v) { return static_cast<std::uint8_t>(v); });
   return bandStep({[curve](const RastArea& area, const Planes& in, const Planes& out) {
-    return onPlanes(in, out, [&](const RastPlaneSet& planes) {
+    return onPlanes(in, out, kMono, [&](const RastPlaneSet& planes) {
       return rastColGamma(&area, &planes, curve.data());
     });
   }});
@@ -250,13 +253,15 @@ std::unique_ptr<Step> makeZoom(const Values& values, const ReadImage&) {
     return static_cast<std::uint32_t>(numberOf(values[isGiven(values[i]) ? i : 0]));
   };
   const RastZoomParam given{1, ratio(1), ratio(2)};
+  constexpr std::uint32_t workingBytes = 3;  // a line of samples, and one of 16-bit sums
   return bandStep({[given](const RastArea& area, const Planes& in, const Planes& out) {
                      RastZoomParam param = given;
-                     param.nPlaneNum = static_cast<std::uint32_t>(in.count);
-                     const RastPlaneSet planes = planeSet(in, out, 0);
-                     return rastZoom(&area, &planes, &param);
+                     if (in.count == 3) param.nPlaneNum = 3;
+                     return onPlanes(in, out, 0, [&](const RastPlaneSet& planes) {
+                       return rastZoom(&area, &planes, &param);
+                     });
                    },
-                   false, given.nRatioX, given.nRatioY});
+                   false, given.nRatioX, given.nRatioY, workingBytes});
 }
 
 constexpr Parameter kShiftParameters[] = {

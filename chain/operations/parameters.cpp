@@ -124,7 +124,10 @@ Result<std::size_t> parseChoice(const std::string& option, const std::string& te
 Result<Value> readValue(const Parameter& parameter, const std::string& text, Files files) {
   const bool isAllowed = parameter.kind == Kind::image ? files.images : files.tables;
   if (!isAllowed && namesFile(parameter, text)) {
-    return wrongText("'", parameter.name, "' names a file, and files are not allowed here");
+    Refusal refused =
+        wrongText("'", parameter.name, "' names a file, and files are not allowed here");
+    refused.suggestion = nearestName(text, knownWords(parameter));
+    return refused;
   }
   switch (parameter.kind) {
     case Kind::flag:

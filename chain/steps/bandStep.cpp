@@ -105,6 +105,8 @@ class BandStep final : public Step {
     plan.page.nResolutionY = page.nResolutionY * filter_.ratioY / kWholeRatio;
     plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
     if (!filter_.inPlace) plan.lineBytes = lineSamples(page);
+    plan.columnsIn = page.nWidth;
+    plan.fixedBytes = lineSamples(page) * filter_.workingBytes;
     if (reducesLines()) planUnits(page, plan, context);
     return plan;
   }
@@ -127,7 +129,7 @@ class BandStep final : public Step {
     plan.wantedLines = roundedUp(plan.wantedLines, plan.unitLines);
     const std::uint64_t made = lineSamples(plan.page);
     plan.lineBytes += (made * filter_.ratioY + kWholeRatio - 1) / kWholeRatio;
-    plan.fixedBytes = made;
+    plan.fixedBytes += made;
     if (plan.leastLines * std::uint64_t{page.nWidth} > kLongestBand) {
       context.refuse(RAST_CHAIN_ERR_UNSUPPORTED, "a band of ", plan.leastLines,
                      " lines, which these ratios need, is too large for a page of ", page.nWidth,

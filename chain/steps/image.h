@@ -11,4 +11,5 @@ struct RastChainImage {
   bool interleaved;  // how the image is to be stored
   rast::chain::StoredPage stored = {};
   bool begun = false;
+  bool lacksMemory = false;
 };

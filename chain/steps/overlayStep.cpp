@@ -166,6 +166,8 @@ class OverlayStep final : public Step {
     const Size size = settings_.size.value_or(Size{page.nWidth, page.nHeight});
     plan.page = resized(page, size.width, size.height, context);
     check(page, plan.page, context);
+    checkStorable(page, context);
+    checkStorable(plan.page, context);
     plan.fixedBytes = quickLines(page) * lineSamples(page) * (settings_.interleaved ? 2 : 1);
     return plan;
   }
@@ -179,7 +181,10 @@ class OverlayStep final : public Step {
  private:
   bool load(Context& context) {
     RastChainImage image = {context, settings_.interleaved};
-    if (settings_.readImage(settings_.name, settings_.background, &image) != 0) {
+    const int result = settings_.readImage(settings_.name, settings_.background, &image);
+    if (image.lacksMemory) {
+      context.refuse(RAST_CHAIN_ERR_MEMORY, "not enough memory");
+    } else if (result != 0) {
       context.refuse(RAST_CHAIN_ERR_CALLER, "the image '", settings_.name, "' cannot be read");
     } else if (!image.begun || !image.stored.isComplete()) {
       context.refuse(RAST_CHAIN_ERR_CALLER, "the image '", settings_.name, "' is not complete");

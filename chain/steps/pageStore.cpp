@@ -79,7 +79,6 @@ bool PageStore::open(std::uint64_t size, Context& context) {
 }
 
 bool PageStore::grow(std::uint64_t size, Context& context) {
-  unmap();
   if (size > PTRDIFF_MAX || ftruncate(file_, static_cast<off_t>(size)) != 0) {
     refuse(context, "extended", size > PTRDIFF_MAX ? EFBIG : errno);
     return false;
@@ -93,6 +92,7 @@ bool PageStore::grow(std::uint64_t size, Context& context) {
                    "; the limit on address space (ulimit -v) must leave room for the page");
     return false;
   }
+  unmap();
   data_ = static_cast<std::uint8_t*>(data);
   size_ = size;
   return true;
@@ -121,12 +121,14 @@ bool PageStore::write(std::uint64_t offset, const std::uint8_t* samples, std::si
   return true;
 }
 
-bool StoredPage::open(const Page& page, bool interleaved, Context& context) {
+void checkStorable(const Page& page, Context& context) {
   if (std::uint64_t{page.nWidth} * page.nHeight > INT32_MAX) {
     context.refuse(RAST_CHAIN_ERR_UNSUPPORTED, "a page of ", page.nWidth, " x ", page.nHeight,
                    " pixels is too large for this operation, which takes up to ", INT32_MAX);
-    return false;
   }
+}
+
+bool StoredPage::open(const Page& page, bool interleaved, Context& context) {
   page_ = page;
   pixelBytes_ = interleaved ? page.nComponents : 1;
   return store_.open(planeBytes() * planeCount(), context);
@@ -170,7 +172,8 @@ bool StoredPage::pad(std::uint64_t pixels, std::uint8_t sample, Context& context
   const std::uint64_t before = store_.size();
   const std::uint64_t bytes = pixels * pixelBytes_;
   if (bytes <= before) return true;
-  if (!store_.grow(bytes, context) || !store_.reserve(before, bytes - before, context))
+  // In this order a store that cannot grow stays as it was.
+  if (!store_.reserve(before, bytes - before, context) || !store_.grow(bytes, context))
     return false;
   std::memset(store_.data() + before, sample, static_cast<std::size_t>(bytes - before));
   return true;

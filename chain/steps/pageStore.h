@@ -34,10 +34,13 @@ class PageStore {
   std::uint64_t size_ = 0;
 };
 
+// Rejects a page with more samples in a plane than the library's 32-bit offsets reach.
+void checkStorable(const Page& page, Context& context);
+
 // A page in a store, as planes one after the other or as interleaved pixels.
 class StoredPage {
  public:
-  // Rejects a page with more samples in a plane than the library's 32-bit offsets reach.
+  // The page must be one that can be stored.
   bool open(const Page& page, bool interleaved, Context& context);
 
   const Page& page() const { return page_; }

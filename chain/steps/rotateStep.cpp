@@ -105,6 +105,7 @@ class RotateStep final : public Step {
 
   Plan plan(const Page& page, Context& context) override {
     Plan plan;
+    checkStorable(page, context);
     plan.page = resized(page, page.nHeight, page.nWidth, context);
     plan.page.nResolutionX = page.nResolutionY;
     plan.page.nResolutionY = page.nResolutionX;

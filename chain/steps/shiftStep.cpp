@@ -100,6 +100,7 @@ class ShiftStep final : public Step {
     plan.page = resized(page, size.width, size.height, context);
     check(page, plan.page, context);
     plan.lineBytes = lineSamples(page);
+    plan.columnsIn = page.nWidth;
     const Page& wider = page.nWidth > plan.page.nWidth ? page : plan.page;
     plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(wider);
     return plan;

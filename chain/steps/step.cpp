@@ -9,8 +9,8 @@ std::uint32_t quickLines(const Page& page) {
 
 void Context::refuse(Refusal refusal) {
   if (refused) return;
-  refusal.step = step;
-  refusal.operation = operation;
+  refusal.step = work.step;
+  refusal.operation = work.operation;
   refused = std::move(refusal);
 }
 

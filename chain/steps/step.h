@@ -40,9 +40,12 @@ struct Context {
   std::string folder;              // of temporary files
   std::optional<Refusal> refused;  // the first failure
 
-  // Of the step that is at work.
-  std::size_t step = 0;
-  const char* operation = "";
+  // The step that is at work.
+  struct Work {
+    std::size_t step = 0;
+    const char* operation = "";
+  };
+  Work work;
 
   bool failed() const { return refused.has_value(); }
   template <class... Parts>
@@ -61,9 +64,19 @@ class LineSource {
   // lines must be handed in first, at the end of the page, and after a failure.
   std::uint32_t draw(const Planes& planes, std::uint32_t lines) {
     lines = std::min(lines, left());
-    const std::uint32_t count = lines > 0 ? drawSome(planes, lines) : 0;
+    if (lines == 0) return 0;
+    const Context::Work before = context_ != nullptr ? context_->work : Context::Work();
+    if (context_ != nullptr) context_->work = work_;
+    const std::uint32_t count = drawSome(planes, lines);
+    if (context_ != nullptr) context_->work = before;
     done_ += count;
     return count;
+  }
+
+  // Lines are drawn as the work of the step that is at work now.
+  void belongTo(Context& context) {
+    context_ = &context;
+    work_ = context.work;
   }
 
  protected:
@@ -76,6 +89,8 @@ class LineSource {
 
   Page page_;
   std::uint32_t done_ = 0;
+  Context* context_ = nullptr;
+  Context::Work work_;
 };
 
 // What a step makes of a page, and the memory that it takes.
@@ -83,6 +98,7 @@ struct Plan {
   Page page;                     // that comes out
   std::uint64_t fixedBytes = 0;  // besides the band
   std::uint64_t lineBytes = 0;   // for each line of the band; 0: no band
+  std::uint32_t columnsIn = 0;   // of the band, where it has more than the page
   std::uint32_t leastLines = 1;
   std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
   std::uint32_t wantedLines = 1;
@@ -106,8 +122,12 @@ template <class Call>
 bool succeeds(Context& context, const Call& call) {
   const std::uint32_t result = call();
   if (result == RAST_OK || result == RAST_COMPLETE) return true;
-  context.refuse(RAST_CHAIN_ERR_USE, context.operation, " failed with result 0x",
-                 hexadecimal(result));
+  if (result == RAST_ERR_NO_MEMORY) {
+    context.refuse(RAST_CHAIN_ERR_MEMORY, "not enough memory");
+  } else {
+    context.refuse(RAST_CHAIN_ERR_USE, context.work.operation, " failed with result 0x",
+                   hexadecimal(result));
+  }
   return false;
 }
 
@@ -124,6 +144,7 @@ struct Filter {
   // Columns and lines that come out, in thousandths of those that go in.
   std::uint32_t ratioX = kWholeRatio;
   std::uint32_t ratioY = kWholeRatio;
+  std::uint32_t workingBytes = 0;  // that the library takes for each sample of a line
 };
 
 std::unique_ptr<Step> bandStep(const Filter& filter);

@@ -234,7 +234,8 @@ bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory) {
     sources_.push_back(std::move(source));
   }
   context_.work = {};
-  if (writes_) leaving_ = makeBytes(plans_.back().lines * lineSamples(output()));
+  const std::uint64_t leavingBytes = plans_.back().lines * lineSamples(output());
+  if (writes_) leaving_ = makeBytes(static_cast<std::size_t>(leavingBytes));
   return true;
 }
 

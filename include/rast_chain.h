@@ -21,8 +21,8 @@
  * four (C, M, Y, K). The operations that treat each plane alone take CMYK pages.
  *
  * Errors. A function that fails returns a code other than RAST_CHAIN_OK and RAST_CHAIN_DONE and
- * fills the error record, unless that is null. After RAST_CHAIN_ERR_USE the page is as it was; any
- * other error ends the page, and the chain may begin the next one.
+ * fills the error record, unless that is null. An error inside a page ends the page, and the chain
+ * may begin the next one.
  *
  * Memory. The lines in work stay within a cap. A quarter turn and an overlay keep whole pages in
  * temporary files, which the cap does not count.
@@ -178,12 +178,12 @@ uint32_t rastChainOpen(const char* pText, const RastChainSettings* pSettings, Ra
  * @param pOut receives the page that would come out; its nMemory receives the least cap that the
  *     page needs
  * @param pError null, or receives what is wrong
- * @return RAST_CHAIN_OK, or
+ * @return RAST_CHAIN_OK, the first error of rastChainImageBegin or rastChainImageLines inside
+ *     pReadImage, or
  *   - RAST_CHAIN_ERR_USE: a pointer is null, or pIn has no size or kind that a page may have
  *   - RAST_CHAIN_ERR_PAGE: a value of the chain does not suit the size of the page
  *   - RAST_CHAIN_ERR_UNSUPPORTED: an operation does not take the page
  *   - RAST_CHAIN_ERR_CALLER: pReadImage failed, or gave no complete image
- *   - RAST_CHAIN_ERR_FILE: the temporary file of an overlay's image failed
  *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
 uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
@@ -264,7 +264,7 @@ void rastChainClose(RastChain* pChain);
  *
  * @param pImage the image
  * @param pPage its size and kind; the other members are not read
- * @return RAST_CHAIN_OK, or
+ * @return RAST_CHAIN_OK, the error of an earlier call for this image, or
  *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has a size already, or pPage has no size or
  *     kind that a page may have
  *   - RAST_CHAIN_ERR_UNSUPPORTED: the image is too large
@@ -278,9 +278,10 @@ uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage)
  *
  * @param pImage the image
  * @param pLines the lines, not more than the image has left; not changed
- * @return RAST_CHAIN_OK, RAST_CHAIN_DONE after the last line, or
- *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has no size, an error came before, there are
- *     too many lines, a plane is null, or the pitch is shorter than a line
+ * @return RAST_CHAIN_OK, RAST_CHAIN_DONE after the last line, the error of an earlier call for this
+ *     image, or
+ *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has no size, there are too many lines, a plane
+ *     is null, or the pitch is shorter than a line
  *   - RAST_CHAIN_ERR_FILE: the temporary file failed
  *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
@@ -292,8 +293,8 @@ uint32_t rastChainImageLines(RastChainImage* pImage, const RastChainLines* pLine
  *
  * @param pBuffer null, or room for the text and a null byte
  * @param nSize bytes at pBuffer; a longer text is cut
- * @return length of the whole text in bytes, without the null byte; 0 where there is not enough
- *     memory
+ * @return length of the whole text in bytes, without the null byte; 0, with an empty text, where
+ *     there is not enough memory
  */
 size_t rastChainDescribe(char* pBuffer, size_t nSize);
 

@@ -31,13 +31,14 @@ std::string jsonString(std::string_view text) {
   std::string result = "\"";
   while (!text.empty()) {
     const char c = text[0];
+    const auto byte = static_cast<unsigned char>(c);
     const std::size_t length = utf8Length(text);
     if (c == '"' || c == '\\') {
       result += join('\\', c);
     } else if (c == '\n') {
       result += "\\n";
-    } else if (c >= 0 && (c < ' ' || c == '\x7F')) {
-      const std::string digits = hexadecimal(static_cast<unsigned char>(c));
+    } else if (byte < ' ' || byte == 0x7F) {
+      const std::string digits = hexadecimal(byte);
       result += join("\\u", std::string(4 - digits.size(), '0'), digits);
     } else {
       result += length == 0 ? "\xEF\xBF\xBD" : text.substr(0, length);

@@ -869,6 +869,24 @@ class Memory(ChainTest):
         self.assert_fails(done, MEMORY, "page 1", "2000000 columns")
         self.out("chain", "-m", "1G", text, input=line)
 
+    def test_what_is_asked_for(self):
+        """No more than the job then takes, but for what the libraries of formats may."""
+        page = b"P6 5100 6600 255\n"
+        done = self.run_rast("zoom", "--percent", "33.3", "-m", "20M", input=page)
+        self.assert_fails(done, MEMORY, "--memory", "1000 lines")
+        asked = int(re.search(rb"--memory (\d+)M or more", done.stderr)[1])
+        self.assertLess(asked, 36)
+        kilobytes = self.done(("zoom", "--percent", "33.3", "-q", "-m", f"{asked}M"),
+                              self.wide(COLOUR, 5100, 6600))
+        self.assertLess(kilobytes, asked * 1024)
+        self.assertGreater(kilobytes, (asked - 17) * 1024)
+
+    def test_large_paper(self):
+        """A3 at 1200 dpi, in every ratio that needs bands of a thousand lines."""
+        for ratio in ("33.3", "99.9", "66.7"):
+            done = self.run_rast("zoom", "--percent", ratio, input=b"P6 14031 19843 255\n")
+            self.assert_fails(done, DAMAGED, "line 1")
+
     def test_message_names_the_option(self):
         for arguments in (["colgamma", "--curve=invert"], ["chain", "gray : colgamma invert"],
                           ["chain", "zoom y=999"]):
@@ -880,6 +898,18 @@ class Memory(ChainTest):
         for band in (1, 65536):
             arguments = ("chain", "-m", "64M", "-b", band, text)
             self.assertLess(self.done(arguments, self.wide(COLOUR, 300, 3000)), 64 * 1024)
+
+    def test_address_space(self):
+        """Another folder would not help."""
+        if not is_plain(RAST):
+            self.skipTest("a sanitizer needs address space of its own")
+        done = subprocess.run(
+            ["sh", "-c", f'ulimit -v {200 * 1024}; exec "$@"', "sh", RAST, "rotate", "cw"],
+            input=b"P5 20000 20000 255\n" + bytes(20000), stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, check=False,
+        )
+        self.assert_fails(done, MEMORY, "ulimit -v")
+        self.assertNotIn(b"TMPDIR", done.stderr)
 
     def test_flat_over_pages(self):
         source = random.Random(4)

@@ -246,6 +246,8 @@ class Usage(RastTest):
             (["expgamma", "--treshold", "3"], ["--treshold", "did you mean '--threshold'?"]),
             (["expgamma", "--treshold=3"], ["did you mean '--threshold'?"]),
             (["expgamma", "--verbosity"], ["--verbosity", "rast help expgamma"]),
+            (["expgamma", "--p"], ["ambiguous", "--pages or --progress"]),
+            (["expgamma", "--p=1"], ["ambiguous", "--pages or --progress"]),
             (["expgamma", "-gx"], ["'-x'"]),
             (["expgamma", "-é"], ["unknown option"]),
             (["expgamma", "--gray=1"], ["takes no value"]),
@@ -382,6 +384,7 @@ class Pnm(RastTest):
             (b"P1\n1 1\n0\n", "P1", "ASCII", "P4 to P7"), (b"P2\n1 1\n255\n0\n", "P2", "ASCII"),
             (b"P3\n1 1\n255\n0 0 0\n", "P3", "ASCII"),
             (b"Pf\n1 1\n", "P4 to P7"), (b"GIF89a", "PNG"),
+            (b"RIFF\x24\0\0\0WEBPVP8 ", "no known kind", "PNG"),
             (b"P5 1 1 15\n\0", "15", "255"), (b"P5 1 1 65535\n\0\0", "65535", "255"),
         ):
             with self.subTest(content):
@@ -1062,6 +1065,26 @@ class SatAdjust(Operation):
         for mode, quarters in (("lower", 3), ("raise", 5)):
             self.check(saturation_model(quarters), "satadjust", "--mode", mode, kinds=[3])
 
+    def test_value_before_the_files(self):
+        """As a chain spells it: the value of the first parameter, then IN and OUT."""
+        page = ppm(5, 3, ramp(45))
+        source, target = self.file("in.ppm", page), self.folder / "out.ppm"
+        curve = self.file("curve", " ".join(str(255 - x) for x in range(256)).encode())
+        for operation, value, option in (
+            ("satadjust", "raise", "--mode=raise"), ("colgamma", "invert", "--curve=invert"),
+            ("colgamma", curve, f"--curve={curve}"), ("hueadjust", "sepia", "--matrix=sepia"),
+            ("hueadjust", "rotate=30", "--matrix=rotate=30"), ("rotate", "cw", "--turn=cw"),
+        ):
+            with self.subTest(operation, value=value):
+                done = self.run_rast(operation, value, source, target)
+                self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+                expected = self.run_rast(operation, option, source).stdout
+                self.assertEqual(target.read_bytes(), expected)
+                self.assertEqual(self.run_rast(operation, value, input=page).stdout, expected)
+        # A matrix is not required, so a file stands for the page.
+        done = self.run_rast("hueadjust", "--mirror", source)
+        self.assertEqual((done.returncode, done.stderr), (DONE, b""))
+
     def test_values(self):
         bad = [(mode, "expected lower or raise") for mode in ("rise", "", "0", "lower|raise")]
         self.refuse_values("satadjust", "mode", *bad)
@@ -1509,7 +1532,8 @@ class Zoom(Operation):
                 self.assert_same(out, image_of(zoom_model(1000, ratio)(lines)))
 
     def test_percent(self):
-        for percent, ratio in (("50", 500), ("33.3", 333), ("0.1", 1), ("100", 1000), (".7", 7)):
+        for percent, ratio in (("50", 500), ("33.3", 333), ("0.1", 1), ("100", 1000), (".7", 7),
+                               ("12.3000000000000000000000", 123)):
             self.check_pages(zoom_model(ratio, ratio), "zoom", "--percent", percent, bands=[64])
         model = zoom_model(250, 500)
         self.check_pages(model, "zoom", "--percent", "50", "--x", "250", bands=[64])
@@ -1520,7 +1544,7 @@ class Zoom(Operation):
             self.refuse_values("zoom", option, (0, "1..1000"), (1001, "1..1000"), ("1.5", "whole"))
         self.refuse_values(
             "zoom", "percent", ("0", "0.1..100"), ("100.1", "0.1..100"), ("0.05", "0.1..100"),
-            ("33.33", "one decimal"), ("nan", "0.1..100"), ("5%", "no decimal number"),
+            ("33.33", "one decimal"), ("12.30000000000000000000001", "one decimal"), ("nan", "0.1..100"), ("5%", "no decimal number"),
             ("", "no decimal number"),
         )
 

@@ -205,12 +205,18 @@ class JobParser {
            isLetter ? join('-', static_cast<char>(optopt)) : given, "'", seeHelp());
     }
     if (optopt != 0) fail(ExitCode::usage, "option '", given, "' takes no value", seeHelp());
+    const std::string name = given.substr(0, given.find('='));
     std::vector<std::string> known;
+    std::string meant;
     for (const option& o : options_) {
-      if (o.name != nullptr) known.push_back(join("--", o.name));
+      if (o.name == nullptr) continue;
+      known.push_back(join("--", o.name));
+      if (known.back().starts_with(name)) meant += join(meant.empty() ? "" : " or ", known.back());
     }
-    fail(ExitCode::usage, "unknown or ambiguous option '", given, "'",
-         advice(given.substr(0, given.find('=')), known, seeHelp()));
+    if (!meant.empty()) {
+      fail(ExitCode::usage, "ambiguous option '", given, "'; it may be ", meant);
+    }
+    fail(ExitCode::usage, "unknown option '", given, "'", advice(name, known, seeHelp()));
   }
 
   void takeOperands() {

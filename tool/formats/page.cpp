@@ -81,6 +81,10 @@ std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wan
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));
 }
 
+void failUnknown(const Input& in) {
+  in.fail(ExitCode::unsupported, 0, "no known kind of page image; expected ", readableFormats);
+}
+
 std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency,
                                       bool mayBeEmpty) {
   const int first = in.peek();
@@ -95,7 +99,7 @@ std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparenc
   if (isRasterFirstByte(first)) return openRaster(in, mayBeEmpty);
 #endif
   if (first != pnmFirstByte && first != pngFirstByte) {
-    in.fail(ExitCode::unsupported, 0, "no known kind of page image; expected ", readableFormats);
+    failUnknown(in);
   }
   return std::make_unique<ImageStream>(in, transparency);
 }

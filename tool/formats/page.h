@@ -92,6 +92,9 @@ class PageStream {
 std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {},
                                       bool mayBeEmpty = false);
 
+// Rejects a stream that begins like none of the formats.
+[[noreturn]] void failUnknown(const Input& in);
+
 // Reads a page that nothing is wanted of but that it is sound.
 void readPast(const Input& in, PageReader& page,
               const std::function<void(std::uint32_t lines, std::uint64_t bytes)>& onLines = {});

@@ -227,8 +227,7 @@ class RasterStream final : public PageStream {
       case CUPS_RASTER_SYNC:
         break;
       default:
-        in.fail(ExitCode::unsupported, 0,
-                "no known kind of page image; expected raster to begin with RaSt, RaS2 or RaS3");
+        failUnknown(in);
     }
     raster_.reset(cupsRasterOpenIO(onRead, &source_, CUPS_RASTER_READ));
     if (!raster_) throw std::bad_alloc();

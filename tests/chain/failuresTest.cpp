@@ -63,7 +63,8 @@ std::ostream& operator<<(std::ostream& stream, const Case& which) {
 class Failures : public testing::TestWithParam<std::tuple<Case, bool>> {};
 
 TEST_P(Failures, OfEveryAllocationAreReported) {
-  const auto& [which, writes] = GetParam();
+  const Case which = std::get<0>(GetParam());
+  const bool writes = std::get<1>(GetParam());
   const std::string text = which.text;
   Random random(1);
   const Picture in = randomPicture(40, 90, which.components, random);

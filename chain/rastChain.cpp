@@ -221,6 +221,7 @@ void PageRun::share(std::uint64_t memory) {
 }
 
 bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken) {
+  memory = std::min<std::uint64_t>(memory, PTRDIFF_MAX);  // no allocation is larger
   const std::uint64_t least = leastMemory() + taken;
   if (least > memory) {
     const Plan& largest = *std::ranges::max_element(plans_, {}, &Plan::leastBytes);

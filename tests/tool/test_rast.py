@@ -157,9 +157,12 @@ class RastTest(unittest.TestCase):
         """Temporary files in the folder that the process has open, and their sizes."""
         folder, sizes = str(folder or self.folder), {}
         for link in Path(f"/proc/{process.pid}/fd").iterdir():
-            parent, name = os.path.split(os.readlink(link))
-            if parent == folder and (name.endswith(" (deleted)") or name.startswith(".rast-")):
-                sizes[link] = link.stat().st_size
+            try:
+                parent, name = os.path.split(os.readlink(link))
+                if parent == folder and (name.endswith(" (deleted)") or name.startswith(".rast-")):
+                    sizes[link] = link.stat().st_size
+            except FileNotFoundError:
+                continue  # closed in the meantime
         return sizes
 
     def wait_for(self, condition):

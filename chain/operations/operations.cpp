@@ -129,12 +129,12 @@ std::unique_ptr<Step> makeHueAdjust(const Values& values, const ReadImage&) {
     param.nMatrix[i / 5][i % 5] = static_cast<std::int16_t>(matrix[i]);
   }
   const bool mirrors = numberOf(values[2]) != 0;
-  const auto lut = std::make_shared<RastHueLut>();
-  lut->nReverse = static_cast<std::int16_t>(numberOf(values[1]));
+  RastHueLut lut = {};
+  lut.nReverse = static_cast<std::int16_t>(numberOf(values[1]));
   return bandStep(
-      {[param, mirrors, lut](const RastArea& area, const Planes& in, const Planes& out) {
+      {[param, mirrors, lut](const RastArea& area, const Planes& in, const Planes& out) mutable {
         const RastPlaneSet planes = planeSet(in, out, 3);
-        const std::uint32_t result = rastHueAdjust(&area, &planes, &param, lut.get());
+        const std::uint32_t result = rastHueAdjust(&area, &planes, &param, &lut);
         if (mirrors && result == RAST_OK) mirrorLines(area, out);
         return result;
       }});

@@ -2,6 +2,7 @@
 #include <rast_chain.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -334,7 +335,7 @@ std::uint32_t report(std::uint32_t code, const char* message, RastChainError* er
   if (error != nullptr) {
     *error = {};
     error->nCode = code;
-    std::strcpy(error->sMessage, message);
+    std::snprintf(error->sMessage, sizeof error->sMessage, "%s", message);
   }
   return code;
 }

@@ -260,7 +260,7 @@ test("pages without room are refused", () => {
   refused("shift size=1000x2147483647", "not enough memory", 0);
   const size = 46000 ** 2 * 3;
   const message = `not enough memory for a page of ${size} bytes`;
-  refused("shift : overlay with=logo size=46000x46000", message, 2);
+  refused("shift x=0 : overlay with=logo size=46000x46000", message, 2);
 });
 
 test("transparent overlays are flattened as by the command", async () => {

@@ -122,7 +122,7 @@ void Engine::require(const Input& in, std::uint32_t result, const RastChainError
   if (result == RAST_CHAIN_ERR_FILE) fail(ExitCode::runTime, label, error.sMessage);
   std::string hint;
   if (result == RAST_CHAIN_ERR_MEMORY && error.nNeeded != 0) {
-    hint = join("; --memory ", in.megabytesFor(error.nNeeded), "M or more is needed");
+    hint = join("; --memory ", Input::megabytesFor(error.nNeeded), "M or more is needed");
   }
   if (result == RAST_CHAIN_ERR_UNSUPPORTED && error.sSuggestion[0] != '\0') {
     hint = settings_.isChain ? join("; the step '", error.sSuggestion, "' converts it")

@@ -242,8 +242,8 @@ bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::
     context_.work = {stages[i].number, stages[i].operation};
     std::unique_ptr<LineSource> source = stages[i].step->open(*last_, plans_[i], context_);
     if (!source) return false;
-    last_ = source.get();
     sources_.push_back(std::move(source));
+    last_ = sources_.back().get();
   }
   context_.work = {};
   if (writes_) {

@@ -138,7 +138,7 @@ suite_tsan() {
 suite_levels() {
   deps test arm qemu
   build_and_test level-baseline -LE exhaustive
-  local level parts=(rast rast_static manuals layout_C layout_CXX level threads)
+  local level parts=(rast{,_static} rastchain{,_static} manuals {,chain_}layout_{C,CXX} level threads)
   for level in level-avx2 level-avx512 arm-baseline arm-neon; do
     build "$level" "${parts[@]}"
     if [[ $level == arm-* ]] || grep -qwE "${level#*-}|${level#*-}_?vbmi" /proc/cpuinfo; then

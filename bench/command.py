@@ -32,7 +32,7 @@ WORK = {
         "netpbm": "ppmbrighten -s 25 {i} > {o}",
         "GraphicsMagick": "gm convert {i} -modulate 100,125 {o}",
     },
-    "colour matrix": {
+    "color matrix": {
         "rast": "rast hueadjust --matrix sepia {i} {o}",
         "GraphicsMagick":
             "gm convert {i} -recolor '.393 .769 .189 .349 .686 .168 .272 .534 .131' {o}",

@@ -1,4 +1,4 @@
-/* Balances the colours of a page on four threads, a band of lines each. They share the curves, which
+/* Balances the colors of a page on four threads, a band of lines each. They share the curves, which
  * a first call has built. */
 #include <pthread.h>
 #include <rast.h>

@@ -60,7 +60,7 @@ typedef struct RastArea {
 } RastArea;
 
 /**
- * The planes of a call: indices 0 to 2 are the three colour components, 3 is the mono plane. Which
+ * The planes of a call: indices 0 to 2 are the three color components, 3 is the mono plane. Which
  * pointers must be set and which must be null is stated at each function; a pointer that a
  * function neither reads nor checks may hold anything.
  */
@@ -134,7 +134,7 @@ uint32_t rastExpGamma(const RastArea* pArea, const RastPlaneSet* pPlanes,
                       const RastExpGammaParam* pParam, uint8_t* pLut);
 
 /**
- * A 256-entry curve applied to the three colour planes, or to the mono plane: out = pCurve[in].
+ * A 256-entry curve applied to the three color planes, or to the mono plane: out = pCurve[in].
  *
  * @param pArea the rectangle
  * @param pPlanes pIn[0] set: three-plane mode, from pIn[0 .. 2] to pOut[0 .. 2]; pIn[3] and pOut[3]
@@ -153,9 +153,9 @@ uint32_t rastExpGamma(const RastArea* pArea, const RastPlaneSet* pPlanes,
 uint32_t rastColGamma(const RastArea* pArea, const RastPlaneSet* pPlanes, const uint8_t* pCurve);
 
 /**
- * Two-colour conversion. Every pixel is split between a first ink, for neutral pixels, and a second
+ * Two-color conversion. Every pixel is split between a first ink, for neutral pixels, and a second
  * ink, for saturated ones, by a weight that rises with the pixel's saturation up to a limit that
- * depends on its hue. Six built-in colour records say what the inks are; in all of them the first
+ * depends on its hue. Six built-in color records say what the inks are; in all of them the first
  * ink feeds none of the written planes (neutral pixels come out as 0) and the second carries the
  * pixel's luminance (77 R + 150 G + 29 B) / 256 less 30, times the weight: the weights are those of
  * ITU-R BT.601 (0.299, 0.587, 0.114) in 1/256.
@@ -175,7 +175,7 @@ uint32_t rastColGamma(const RastArea* pArea, const RastPlaneSet* pPlanes, const 
 uint32_t rastBinConv(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_t nColor);
 
 /**
- * Colour saturation lowered or raised by a quarter. Each component moves a quarter of the way
+ * Color saturation lowered or raised by a quarter. Each component moves a quarter of the way
  * towards (mode 0) or away from (mode 1) the pixel's grey level Y = (70 c0 + 150 c1 + 29 c2) >> 8,
  * truncating towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: greys get a
  * little darker in mode 0, and in mode 1 the upper ones a little lighter.
@@ -199,7 +199,7 @@ uint32_t rastBinConv(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_
  */
 uint32_t rastSatAdjust(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_t nMode);
 
-/** The colour matrix of rastHueAdjust. */
+/** The color matrix of rastHueAdjust. */
 typedef struct RastHueParam {
   /** Row k makes output k: [k][0 .. 2] the coefficients of the inputs in 1/256 (256 is 1.0),
    * [k][3] an offset added to input k before it is multiplied, in every row, [k][4] an offset added
@@ -223,7 +223,7 @@ typedef struct RastHueLut {
 } RastHueLut;
 
 /**
- * Hue adjustment by a colour matrix. With every input c_j shifted to a_j = c_j + nMatrix[j][3],
+ * Hue adjustment by a color matrix. With every input c_j shifted to a_j = c_j + nMatrix[j][3],
  * output k is (a_0 * nMatrix[k][0] + a_1 * nMatrix[k][1] + a_2 * nMatrix[k][2]) / 256 +
  * nMatrix[k][4]: the sum wraps at 32 bits, the division truncates towards zero, the last addition
  * wraps too, and the result is clamped to 0 .. 255 and, on request, inverted. The mono plane uses
@@ -232,7 +232,7 @@ typedef struct RastHueLut {
  * @param pArea the rectangle
  * @param pPlanes checked by pIn[3]: set, pOut[3] must be set and nothing else is looked at; null,
  *     all of pIn[0 .. 2] and pOut[0 .. 2] must be set. Computed by pIn[0]: null, mono from pIn[3]
- *     to pOut[3]; set, colour from pIn[0 .. 2] to pOut[0 .. 2], whatever pIn[3] holds: a caller who
+ *     to pOut[3]; set, color from pIn[0 .. 2] to pOut[0 .. 2], whatever pIn[3] holds: a caller who
  *     sets both answers for the six.
  * @param pParam always required, but not read when pLut is built. nReverse and nMirror count only
  *     when pLut is null.
@@ -264,7 +264,7 @@ typedef struct RastColBalanceParam {
 } RastColBalanceParam;
 
 /**
- * Colour balance. A pixel is split into its grey part mn, the smallest component, and what each
+ * Color balance. A pixel is split into its grey part mn, the smallest component, and what each
  * component has above it, scaled to the room left: X' = (X - mn) * 256 / (255 - mn), at most 255
  * (255 where mn is 255). Each passes through its own curve, tone curve then level; the pixel is put
  * together as ((255 - k) * X'' >> 8) + k with k the curved grey part. All divisions truncate.

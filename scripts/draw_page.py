@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws a test page (gray ramp, colour patches, lines, shapes) as PNG, PGM or PPM."""
+"""Draws a test page (gray ramp, color patches, lines, shapes) as PNG, PGM or PPM."""
 import argparse
 import struct
 import zlib

@@ -16,13 +16,15 @@
 #include <vector>
 
 #include "commands/options.h"
-#include "formats/error.h"
-#include "formats/descriptor.h"
-#include "formats/output.h"
+#include "files/descriptor.h"
+#include "files/output.h"
+#include "text/failure.h"
 #include "text/printable.h"
 #ifdef RAST_HAS_RASTER
-#include "commands/print_filter.h"
+#include "commands/printFilter.h"
 #endif
+
+namespace rast::tool {
 
 namespace {
 
@@ -68,7 +70,7 @@ std::string_view fileName() {
 #endif
 
 int carryOut(const Job& job) {
-  limitMemory(job.memory);
+  limitMemory(job.memory.bytes());
   return static_cast<int>(job.carryOut(job));
 }
 
@@ -83,9 +85,7 @@ struct Reporter {
   }
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runCommand(int argc, char** argv) {
   fillStandardDescriptors();
   // Writing to a closed pipe, or beyond the file size limit, fails like any other write.
   std::signal(SIGPIPE, SIG_IGN);
@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
   Reporter reporter;
   try {
 #ifdef RAST_HAS_RASTER
-    if (fileName() == printFilterName) {
+    if (fileName() == kPrintFilterName) {
       reporter.label = "ERROR";
       return carryOut(printJob(argc, argv));
     }
@@ -113,3 +113,9 @@ int main(int argc, char** argv) {
     return reporter.report(ExitCode::runTime, error.what());
   }
 }
+
+}  // namespace
+
+}  // namespace rast::tool
+
+int main(int argc, char** argv) { return rast::tool::runCommand(argc, argv); }

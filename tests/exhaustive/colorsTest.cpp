@@ -1,4 +1,4 @@
-// All 16,777,216 colours through the colour operations: every level against the definition.
+// All 16,777,216 colors through the color operations: every level against the definition.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int32_t kColors = 256 * 256;  // of one red; the planes hold them as 64 lines
 
-/// Runs `operation` over every colour at every level and compares with its definition.
+/// Runs `operation` over every color at every level and compares with its definition.
 void expectAllColors(
     const std::function<uint32_t(const Rows*, const RastArea&, const RastPlaneSet&)>& operation) {
   std::vector<uint8_t> in[3];

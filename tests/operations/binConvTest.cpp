@@ -154,7 +154,7 @@ TEST(BinConv, SaturationLimitsOfAllHues) {
   EXPECT_EQ(limits()[253], 135);
 }
 
-TEST(BinConv, SaturatedRedFeedsWhatTheColourNames) {
+TEST(BinConv, SaturatedRedFeedsWhatTheColorNames) {
   EXPECT_EQ(converted({255, 0, 0}, 0), (Pixel{46, 0, 0}));
   EXPECT_EQ(converted({255, 0, 0}, 1), (Pixel{0, 46, 0}));
   EXPECT_EQ(converted({255, 0, 0}, 2), (Pixel{0, 0, 46}));
@@ -169,7 +169,7 @@ TEST(BinConv, LuminanceOfEachComponent) {
   EXPECT_EQ(converted({255, 255, 0}, 0), (Pixel{196, 0, 0}));
 }
 
-TEST(BinConv, UnknownColoursCountAsTheFirst) {
+TEST(BinConv, UnknownColorsCountAsTheFirst) {
   for (const uint32_t color : {6U, 7U, 256U, 257U, 0x80000000U, 0xFFFFFFFFU}) {
     EXPECT_EQ(converted({255, 0, 0}, color), (Pixel{46, 0, 0})) << color;
   }
@@ -183,7 +183,7 @@ TEST(BinConv, GreysComeOutAsZero) {
   }
 }
 
-TEST(BinConv, RandomPixelsOfEveryColour) {
+TEST(BinConv, RandomPixelsOfEveryColor) {
   const WildGlobals globals;
   for (uint32_t color = 0; color < 6; ++color) {
     Call call(103, 40);

@@ -62,7 +62,7 @@ TEST(ColGamma, EveryEntryInEveryPlaneAndMono) {
   EXPECT_EQ(mono.out[3], mono.curve);
 }
 
-TEST(ColGamma, MonoIgnoresTheOtherColourPointers) {
+TEST(ColGamma, MonoIgnoresTheOtherColorPointers) {
   const WildGlobals globals;
   Call call(101, 43);
   call.useRectangleWithin();
@@ -72,7 +72,7 @@ TEST(ColGamma, MonoIgnoresTheOtherColourPointers) {
   expectMono(call, [&](uint8_t sample) { return call.curve[sample]; });
 }
 
-TEST(ColGamma, MonoLeavesAValidColourOutputAlone) {
+TEST(ColGamma, MonoLeavesAValidColorOutputAlone) {
   Call call;
   call.mono();
   call.set.pOut[0] = call.out[0].data();
@@ -242,7 +242,7 @@ TEST(ColGamma, AnyPositiveSizeWillDoAndNothingIsPrinted) {
 
 bool unchanged(const Call& call) { return call.untouched() && call.curve == Call().curve; }
 
-TEST(ColGamma, ColourChecksAloneAndBeforeTheLaterOnes) {
+TEST(ColGamma, ColorChecksAloneAndBeforeTheLaterOnes) {
   const Checks<Call> atStart = {{"curve null", [](Call& c) { c.useCurve = false; }}};
   const Checks<Call> modes = {
       {"planes null", [](Call& c) { c.usePlanes = false; }},

@@ -242,7 +242,7 @@ TEST(HueAdjust, RandomParametersThroughABuffer) {
   }
 }
 
-TEST(HueAdjustLut, AnUnbuiltBufferIsFilledInColourAndMono) {
+TEST(HueAdjustLut, AnUnbuiltBufferIsFilledInColorAndMono) {
   Random random(6);
   for (const bool mono : {false, true}) {
     for (const int16_t reverse : Words{0, 1, -1, 77}) {
@@ -374,7 +374,7 @@ TEST(HueAdjustLut, ABuiltBufferOutlivesItsParameters) {
   EXPECT_THAT(call.out[0], Each(60)) << "built again";
 }
 
-TEST(HueAdjust, ColourTrace) {
+TEST(HueAdjust, ColorTrace) {
   Call call;
   call.runWell();
   EXPECT_EQ(call.traced, "   Case color. \n   Reverse effect 0.\n   Mirror effect off. \n");
@@ -444,7 +444,7 @@ TEST(HueAdjust, MirroredInPlaceTheSecondHalfReadsTheFirst) {
 }
 
 TEST(HueAdjust, PlanesAreValidatedByOnePointerAndComputedByAnother) {
-  // All eight: colour, and the mono planes are neither read nor written.
+  // All eight: color, and the mono planes are neither read nor written.
   Call all(std::vector<Pixel>(9, {1, 2, 3}));
   all.set.pIn[3] = kWild;
   all.runWell();
@@ -456,7 +456,7 @@ TEST(HueAdjust, PlanesAreValidatedByOnePointerAndComputedByAnother) {
   EXPECT_EQ(mono.traced.substr(0, 21), "   Case monochrome. \n");
   expectMono(mono, [](uint8_t sample) { return sample; });
 
-  // Mono needs an output of its own even where colour is computed.
+  // Mono needs an output of its own even where color is computed.
   Call without;
   without.set.pIn[3] = kWild;
   without.set.pOut[3] = nullptr;
@@ -646,7 +646,7 @@ void expectSilentChecks(const Checks<C>& planes) {
   }
 }
 
-TEST(HueAdjust, ColourChecksAloneAndBeforeTheLaterOnes) {
+TEST(HueAdjust, ColorChecksAloneAndBeforeTheLaterOnes) {
   expectSilentChecks<Call>(colorPlaneChecks<Call>());
 }
 

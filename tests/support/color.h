@@ -1,4 +1,4 @@
-// What the tests of the operations on colour planes share: calls on several lines, the planes that
+// What the tests of the operations on color planes share: calls on several lines, the planes that
 // they must leave, and the argument checks that recur.
 #pragma once
 
@@ -58,7 +58,7 @@ class WildGlobals {
                            &fpi_m,  &fpi_y, &fp_tbl1, &fp_tbl2, &fp_tbl3};
 };
 
-/// A call on planes of several lines. Colour planes are set at first; `mono()` changes that.
+/// A call on planes of several lines. Color planes are set at first; `mono()` changes that.
 struct ColorCall : Planes {
   explicit ColorCall(int32_t width, int32_t height = 1) : Planes(width * height) {
     area = {width, 0, width, 0, height};
@@ -97,7 +97,7 @@ struct ColorCall : Planes {
     set.nSize = 1;
     useMono();
   }
-  /// The colour pointers that a mono call may hold.
+  /// The color pointers that a mono call may hold.
   void monoAmongWildPointers() {
     mono();
     for (const size_t k : {1U, 2U}) set.pIn[k] = kWild;

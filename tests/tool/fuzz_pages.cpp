@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "formats/error.h"
-#include "formats/input.h"
-#include "formats/page.h"
+#include "formats/format.h"
+#include "formats/pageInput.h"
+#include "text/failure.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -37,8 +39,8 @@ void mendChecksums(Bytes& file) {
 }
 
 void readPages(const std::string& path) {
-  constexpr std::uint64_t littleMemory = memoryForOthers + (8 << 20);
-  Input in(path, littleMemory);
+  constexpr MemoryCap littleMemory(MemoryCap::kForOthers + (8 << 20));
+  PageInput in(path, littleMemory);
   const auto pages = openPages(in);
   while (const auto page = pages->next()) {
     const PageHead& head = page->head();
@@ -54,14 +56,16 @@ void readPages(const std::string& path) {
 
 }  // namespace
 
+}  // namespace rast::tool
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Bytes file(data, data + size);
-  if (size != 0 && data[0] == 0x89) mendChecksums(file);
+  rast::tool::Bytes file(data, data + size);
+  if (size != 0 && data[0] == 0x89) rast::tool::mendChecksums(file);
   const int descriptor = memfd_create("pages", 0);
   if (descriptor < 0 || write(descriptor, file.data(), file.size()) < 0) abort();
   try {
-    readPages("/proc/self/fd/" + std::to_string(descriptor));
-  } catch (const Failure&) {
+    rast::tool::readPages("/proc/self/fd/" + std::to_string(descriptor));
+  } catch (const rast::tool::Failure&) {
   }
   close(descriptor);
   return 0;

@@ -40,11 +40,11 @@ def offset(name):
 
 def page(width, height, space=SW, **changes):
     """The fields of a sound page; one that is left out is zero."""
-    colours = 3 if space in RGB_SPACES else 1
+    colors = 3 if space in RGB_SPACES else 1
     fields = {
         "HWResolution": (300, 300), "cupsWidth": width, "cupsHeight": height, "NumCopies": 1,
-        "cupsBitsPerColor": 8, "cupsBitsPerPixel": 8 * colours, "cupsColorSpace": space,
-        "cupsBytesPerLine": width * colours, "cupsNumColors": colours,
+        "cupsBitsPerColor": 8, "cupsBitsPerPixel": 8 * colors, "cupsColorSpace": space,
+        "cupsBytesPerLine": width * colors, "cupsNumColors": colors,
     }
     return {**fields, **changes}
 

@@ -588,7 +588,7 @@ class Malformed(ChainTest):
         known = json.loads(self.out("ops", "--json"))
         needs = [operation["name"] for operation in known if operation["needs_parameter"]]
         self.assertEqual(needs, list(needy))
-        pages = {"gray": pgm(3, 2, ramp(6)), "colour": ppm(3, 2, ramp(18))}
+        pages = {"gray": pgm(3, 2, ramp(6)), "color": ppm(3, 2, ramp(18))}
         for operation in known:
             name = operation["name"]
             if name not in needy:
@@ -682,7 +682,7 @@ class Malformed(ChainTest):
 class Kinds(ChainTest):
     RGB, ONE = ppm(2, 1, b"abcdef"), pgm(2, 1, b"ab")
 
-    def test_colour_operations_after_gray(self):
+    def test_color_operations_after_gray(self):
         logo = self.aside("logo", ppm(1, 1, b"rgb"))
         for name, more in (("binconv", ""), ("satadjust", "raise"), ("colbalance", "curve=4"),
                            ("overlayrgb", logo)):
@@ -699,7 +699,7 @@ class Kinds(ChainTest):
                 self.out("chain", f"{name} {more} : gray", input=self.RGB)
 
     def test_gray_operations(self):
-        self.refuse(self.RGB, UNSUPPORTED, "page 1", "expgamma", "colour", operation="chain",
+        self.refuse(self.RGB, UNSUPPORTED, "page 1", "expgamma", "color", operation="chain",
                     arguments=["rotate cw : expgamma gain=256"])
         self.refuse(self.ONE + self.RGB, UNSUPPORTED, "page 2", "expgamma", operation="chain",
                     arguments=["rotate cw : expgamma gain=256"])
@@ -707,12 +707,12 @@ class Kinds(ChainTest):
         self.out("chain", "-g", "rotate cw : expgamma gain=256", input=self.ONE + self.RGB)
 
     def test_overlays(self):
-        gray, colour = self.aside("gray", self.ONE), self.aside("colour", self.RGB)
-        text = f"overlay {colour} : gray : overlay {gray}"
+        gray, color = self.aside("gray", self.ONE), self.aside("color", self.RGB)
+        text = f"overlay {color} : gray : overlay {gray}"
         self.assertEqual(self.out("chain", text, input=self.RGB)[:2], b"P5")
         for text, given, path in (
-            (f"gray : overlay {colour}", self.RGB, colour), (f"overlay {gray}", self.RGB, gray),
-            (f"rotate cw : overlay {colour}", self.ONE, colour),
+            (f"gray : overlay {color}", self.RGB, color), (f"overlay {gray}", self.RGB, gray),
+            (f"rotate cw : overlay {color}", self.ONE, color),
         ):
             self.refuse(given, UNSUPPORTED, str(path), operation="chain", arguments=[text])
 
@@ -1045,11 +1045,11 @@ class Jobs(ChainTest):
         self.assertEqual(sorted(os.listdir(self.folder)), ["in.pgm", "out.pgm"])
 
     def test_second_page_fails(self):
-        good, colour = pgm(9, 300, ramp(2700)), ppm(2, 2, ramp(12))
+        good, color = pgm(9, 300, ramp(2700)), ppm(2, 2, ramp(12))
         for text, second, code, words in (
             (self.CHAIN, good[:-1], DAMAGED, ["page 2, line 300:"]),
             ("gray : zoom percent=50", b"P5 3", DAMAGED, ["page 2"]),
-            ("rotate cw : expgamma gain=256", colour, UNSUPPORTED, ["page 2", "expgamma"]),
+            ("rotate cw : expgamma gain=256", color, UNSUPPORTED, ["page 2", "expgamma"]),
             ("shift x=8 : rotate cw", pgm(7, 1, ramp(7)), USAGE, ["page 2", "8"]),
             ("gray : rotate cw", pgm(9, 300, ramp(2700)) + b"x", DAMAGED, ["page 2"]),
         ):
@@ -1165,10 +1165,10 @@ class Formats(ChainTest):
         self.assert_fails(done, UNSUPPORTED, str(target), "page 1, line 2", "PBM")
         self.assertEqual(os.listdir(self.folder), ["in"])
 
-    def test_pbm_of_colour(self):
+    def test_pbm_of_color(self):
         for given in (ppm(2, 1, bytes(6)), pgm(1, 1, b"\0") + ppm(2, 1, b"\xff" * 6)):
-            self.refuse_output(given, "colour", arguments=["shift", "--x=0"])
-            self.refuse_output(given, "colour", arguments=["chain", "rotate cw : colgamma invert"])
+            self.refuse_output(given, "color", arguments=["shift", "--x=0"])
+            self.refuse_output(given, "color", arguments=["chain", "rotate cw : colgamma invert"])
         made = self.out("chain", "-f", "pbm", "gray", input=ppm(2, 1, b"\xff" * 3 + bytes(3)))
         self.assertEqual(made, b"P4\n2 1\n\x40")
 

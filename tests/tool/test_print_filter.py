@@ -198,7 +198,7 @@ class Filter(FilterTest):
         bits = page(16, 2, K, cupsBitsPerColor=1, cupsBitsPerPixel=1, cupsBytesPerLine=2)
         kcmy = page(4, 2, KCMY, cupsBitsPerPixel=32, cupsBytesPerLine=16, cupsNumColors=4)
         banded = page(4, 2, RGB, cupsColorOrder=1)
-        self.assertTrue(self.unsupported(bits).endswith("render it with 8 bits a colour"))
+        self.assertTrue(self.unsupported(bits).endswith("render it with 8 bits a color"))
         self.assertTrue(self.unsupported(bits, ppd=self.ppd).endswith("Resolution=100dpi"))
         models = """*OpenUI *ColorModel/Mode: PickOne
 *OrderDependency: 20 AnySetup *ColorModel
@@ -220,7 +220,7 @@ class Filter(FilterTest):
         # Interpreters take colorimetric spaces, such as 19, for 8 bits.
         none += models.format("Gray").replace("cupsColorSpace 19", "cupsColorSpace 1")
         none = self.file("none.ppd", none.encode())
-        self.assertRegex(self.unsupported(bits, ppd=none), "8 bits a colour$")
+        self.assertRegex(self.unsupported(bits, ppd=none), "8 bits a color$")
         # Refused for another reason, pages get no such advice.
         done = self.run_filter("1", "u", "t", "1", "rast-chain=binconv", input=self.JOB,
                                ppd=self.file("models.ppd", (PPD + models.format("Gray")).encode()))
@@ -365,18 +365,18 @@ trailer<</Root 1 0 R>>
 """
 
 
-def pdf(colours):
-    """A page of A6 for each colour, with a square of it."""
+def pdf(colors):
+    """A page of A6 for each color, with a square of it."""
     kids, objects = b"", b""
-    for i, colour in enumerate(colours):
+    for i, color in enumerate(colors):
         kids += b"%d 0 R " % (3 + 2 * i)
-        drawing = b"%s rg 50 50 100 100 re f" % colour
+        drawing = b"%s rg 50 50 100 100 re f" % color
         objects += (
             b"%d 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 297 420]/Contents %d 0 R"
             b"/Resources<<>>>>endobj\n%d 0 obj<</Length %d>>stream\n%s\nendstream\nendobj\n"
             % (3 + 2 * i, 4 + 2 * i, 4 + 2 * i, len(drawing), drawing)
         )
-    return PDF % (kids, len(colours), objects)
+    return PDF % (kids, len(colors), objects)
 
 
 @unittest.skipUnless((FILTERS / "gstoraster").exists(), "needs the filters of a print queue")

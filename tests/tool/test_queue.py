@@ -316,7 +316,7 @@ PageLogFormat %p %j %P %C
     def test_one_bit(self):
         self.add_queue("queue", self.filtered_ppd("matrix"))
         _, log = self.printed("queue")
-        self.assertIn("1-bit raster is not supported; render it with 8 bits a colour\n", log)
+        self.assertIn("1-bit raster is not supported; render it with 8 bits a color\n", log)
 
 
 if __name__ == "__main__":

@@ -59,8 +59,8 @@ def chunk(kind, data):
     return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
 
 
-def png(width, height, depth, colour, rows, interlaced=0, before=b""):
-    head = struct.pack(">IIBBBBB", width, height, depth, colour, 0, 0, interlaced)
+def png(width, height, depth, color, rows, interlaced=0, before=b""):
+    head = struct.pack(">IIBBBBB", width, height, depth, color, 0, 0, interlaced)
     lines = b"".join(b"\0" + row for row in rows)
     start = b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + before
     return start + chunk(b"IDAT", zlib.compress(lines)) + chunk(b"IEND", b"")
@@ -77,8 +77,8 @@ def decode_gray_png(data):
         size, kind = struct.unpack(">I4s", data[:8])
         body, data = data[8 : 8 + size], data[12 + size :]
         if kind == b"IHDR":
-            width, height, depth, colour = struct.unpack(">IIBB", body[:10])
-            assert (depth, colour) == (8, 0)
+            width, height, depth, color = struct.unpack(">IIBB", body[:10])
+            assert (depth, color) == (8, 0)
         elif kind == b"IDAT":
             packed += body
     lines, above, out = zlib.decompress(packed), bytes(width), b""
@@ -308,17 +308,17 @@ class Curve(RastTest):
                 self.assertEqual(decode_gray_png(done), (13, 150, curve(gray)))
 
     def test_gray_weights(self):
-        colours = bytes.fromhex("000000 ffffff ff0000 00ff00 0000ff 010101 7f8081 fe0102")
-        done = self.run_rast("expgamma", *SAME, "--gray", input=ppm(8, 1, colours))
-        self.assertEqual(done.stdout, pgm(8, 1, luma(colours)))
-        self.assertEqual(luma(colours)[:5], bytes((0, 255, 76, 150, 29)))
+        colors = bytes.fromhex("000000 ffffff ff0000 00ff00 0000ff 010101 7f8081 fe0102")
+        done = self.run_rast("expgamma", *SAME, "--gray", input=ppm(8, 1, colors))
+        self.assertEqual(done.stdout, pgm(8, 1, luma(colors)))
+        self.assertEqual(luma(colors)[:5], bytes((0, 255, 76, 150, 29)))
 
     def test_gray_option_leaves_gray_alone(self):
         self.assertEqual(self.curve_of(pgm(2, 1, b"ab"), "-g"), pgm(2, 1, curve(b"ab")))
 
-    def test_colour_is_refused(self):
-        self.refuse(ppm(1, 1, b"rgb"), UNSUPPORTED, "page 1", "colour", "--gray")
-        self.refuse(pgm(1, 1, b"a") + ppm(1, 1, b"rgb"), UNSUPPORTED, "page 2", "colour", "--gray")
+    def test_color_is_refused(self):
+        self.refuse(ppm(1, 1, b"rgb"), UNSUPPORTED, "page 1", "color", "--gray")
+        self.refuse(pgm(1, 1, b"a") + ppm(1, 1, b"rgb"), UNSUPPORTED, "page 2", "color", "--gray")
 
 
 class Pnm(RastTest):
@@ -418,15 +418,15 @@ class Png(RastTest):
                 expected = curve(s * 255 // (2**depth - 1) for s in samples)
                 self.assertEqual(self.curve_of(png(8, 5, depth, 0, rows)), pgm(8, 5, expected))
 
-    def test_colour_kinds(self):
+    def test_color_kinds(self):
         rgb = ramp(3 * 6)
         image = png(3, 2, 8, 2, [rgb[:9], rgb[9:]])
         self.assertEqual(self.curve_of(image, "--gray"), pgm(3, 2, curve(luma(rgb))))
-        self.refuse(image, UNSUPPORTED, "page 1", "colour", "--gray")
+        self.refuse(image, UNSUPPORTED, "page 1", "color", "--gray")
         palette = bytes((10, 20, 30, 200, 100, 50, 90, 80, 250, 255, 255, 255))
         image = png(4, 1, 2, 3, [b"\x1b"], before=chunk(b"PLTE", palette))
         self.assertEqual(self.curve_of(image, "--gray"), pgm(4, 1, curve(luma(palette))))
-        self.refuse(image, UNSUPPORTED, "colour", "--gray")
+        self.refuse(image, UNSUPPORTED, "color", "--gray")
 
     def test_refused_kinds(self):
         gray_alpha, rgb_alpha = png(1, 1, 8, 4, [b"aA"]), png(1, 1, 8, 6, [b"rgbA"])
@@ -928,20 +928,20 @@ class EveryOperation(Operation):
                 self.assertNotEqual(target.read_bytes(), target.with_stem("in").read_bytes())
                 target.unlink()
 
-    def test_colour_operations_refuse_gray(self):
+    def test_color_operations_refuse_gray(self):
         logo = self.aside("logo.ppm", ppm(1, 1, b"rgb"))
         for name, takes in self.operations():
-            if takes != "colour":
+            if takes != "color":
                 continue
             more = {"satadjust": ["--mode", "raise"], "overlayrgb": ["--with", logo],
                     "colbalance": ["--curve", "4"]}.get(name, [])
-            gray, words = pgm(1, 1, b"a"), (name, "colour pages only", "is gray")
+            gray, words = pgm(1, 1, b"a"), (name, "color pages only", "is gray")
             for content, page in ((gray, 1), (ppm(1, 1, b"rgb") + gray, 2)):
                 self.refuse(
                     content, UNSUPPORTED, f"page {page}:", *words, operation=name, arguments=more
                 )
             done = self.run_rast(name, *more, "--gray")
-            self.assert_fails(done, USAGE, "--gray", name, "colour pages only")
+            self.assert_fails(done, USAGE, "--gray", name, "color pages only")
             self.assertNotIn(b"--gray", self.run_rast(name, "--help").stdout)
 
     def test_required_parameters(self):
@@ -964,7 +964,7 @@ class EveryOperation(Operation):
         for option in ("--reverse=1", "--mirror="):
             self.assert_fails(self.run_rast("hueadjust", option), USAGE, "takes no value")
 
-    def test_colour_png(self):
+    def test_color_png(self):
         for width, height, samples in self.pages(3):
             page = ppm(width, height, samples)
             packed = self.apply("hueadjust", "--matrix=identity", "--format", "png", page=page)
@@ -1362,8 +1362,8 @@ class Overlay(Placed):
 
     def test_refusals(self):
         self.check_refusals("overlay")
-        gray, colour = pgm(1, 1, b"a"), ppm(1, 1, b"rgb")
-        for page, overlay, word in ((gray, colour, "page is gray"), (colour, gray, "is colour")):
+        gray, color = pgm(1, 1, b"a"), ppm(1, 1, b"rgb")
+        for page, overlay, word in ((gray, color, "page is gray"), (color, gray, "is color")):
             logo = self.aside("logo", overlay)
             more = ["--with", logo]
             self.refuse(page, UNSUPPORTED, str(logo), word, operation="overlay", arguments=more)
@@ -1394,13 +1394,13 @@ class Overlay(Placed):
         for name, ground in (("black", 0), ("white", 255)):
             onto = lambda v, a: math.floor((v * a + ground * (255 - a)) / 255 + 0.5)
             flat = bytes(map(onto, values, alphas))
-            colours = bytes(
+            colors = bytes(
                 onto(c, a) for v, a in zip(values, alphas) for c in (v, 255 - v, 7)
             )
             for image, page, expected in (
                 (png(count, 1, 8, 4, [gray]), pgm(count, 1, bytes(count)), pgm(count, 1, flat)),
                 (png(count, 1, 8, 6, [rgb]), ppm(count, 1, bytes(3 * count)),
-                 ppm(count, 1, colours)),
+                 ppm(count, 1, colors)),
             ):
                 logo = self.aside("logo.png", image)
                 more = ("--with", logo, "--mode", "max")
@@ -1436,7 +1436,7 @@ class OverlayRgb(Placed):
         logo = self.aside("logo", pgm(1, 1, b"a"))
         more = ["--with", logo]
         self.refuse(
-            ppm(1, 1, b"rgb"), UNSUPPORTED, "is colour", str(logo), operation="overlayrgb",
+            ppm(1, 1, b"rgb"), UNSUPPORTED, "is color", str(logo), operation="overlayrgb",
             arguments=more,
         )
 
@@ -1668,7 +1668,7 @@ class Pages(RastTest):
         stream = pgm(2, 1, b"ab") + ppm(1, 1, b"rgb")
         done = self.run_rast("expgamma", *SAME, "--pages", "1", input=stream)
         self.assertEqual((done.returncode, done.stdout), (DONE, pgm(2, 1, b"ab")))
-        self.refuse(stream, UNSUPPORTED, "page 2", "colour", arguments=["--pages", "2"])
+        self.refuse(stream, UNSUPPORTED, "page 2", "color", arguments=["--pages", "2"])
 
     def test_png_of_one(self):
         source, target = self.file("in.pgm", b"".join(self.PAGES)), self.folder / "out.png"
@@ -2106,7 +2106,7 @@ class Ops(RastTest):
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))
         lines = done.stdout.decode().splitlines()
         self.assertEqual(lines[0], "expgamma: threshold-gain curve, for gray pages")
-        self.assertEqual(lines[1], "colgamma: tone curve, for gray and colour pages")
+        self.assertEqual(lines[1], "colgamma: tone curve, for gray and color pages")
         for line in lines:
             text = self.run_rast("help", line.split(":")[0]).stdout.decode()
             self.assertIn(f"\n{line}.\n", text)

@@ -61,9 +61,9 @@ class Raster(RastTest):
 class Reading(Raster):
     def test_every_space_version_and_order(self):
         for space in GRAY_SPACES + RGB_SPACES:
-            make, colours = (ppm, 3) if space in RGB_SPACES else (pgm, 1)
+            make, colors = (ppm, 3) if space in RGB_SPACES else (pgm, 1)
             for width, height in ((1, 1), (5, 3), (300, 7)):
-                samples = ramp(width * height * colours)
+                samples = ramp(width * height * colors)
                 expected = make(width, height, inverted(samples) if space == K else samples)
                 for version in "t23":
                     for order in "<>":
@@ -198,15 +198,15 @@ class Damaged(Raster):
         for changes, words in (
             ({"cupsWidth": 0}, "out of range"),
             ({"cupsHeight": 0}, "out of range"),
-            ({"cupsBitsPerColor": 3}, "3 bits a colour"),
+            ({"cupsBitsPerColor": 3}, "3 bits a color"),
             ({"cupsBitsPerPixel": 24}, "24 bits a pixel"),
             ({"cupsBitsPerPixel": 0}, "0 bits a pixel"),
-            ({"cupsNumColors": 3}, "3 colours"),
+            ({"cupsNumColors": 3}, "3 colors"),
             ({"cupsBytesPerLine": 3}, "lines of 3 bytes, expected 4"),
             ({"cupsBytesPerLine": 0}, "lines of 0 bytes"),
             ({"cupsBytesPerLine": 4101}, "lines of 4101 bytes"),
-            ({"cupsColorSpace": 21}, "colour space 21"),
-            ({"cupsColorSpace": 47}, "colour space 47"),
+            ({"cupsColorSpace": 21}, "color space 21"),
+            ({"cupsColorSpace": 47}, "color space 47"),
             ({"cupsColorOrder": 3}, "order 3"),
         ):
             for version in "t23":
@@ -236,7 +236,7 @@ class Unsupported(Raster):
             17: "RGBW", 32: "ICC1", 46: "ICC15", 48: "DEVICE1", 62: "DEVICE15",
         }
         cases = [
-            ({"cupsColorSpace": space}, f"colour space {space} ({name}) is not supported; ")
+            ({"cupsColorSpace": space}, f"color space {space} ({name}) is not supported; ")
             for space, name in names.items()
         ]
         for bits in (1, 2, 4, 16):
@@ -259,8 +259,8 @@ class Writing(Raster):
     def test_unchanged(self):
         """All that a header says is in the output, byte for byte."""
         for space in GRAY_SPACES + RGB_SPACES:
-            colours = 3 if space in RGB_SPACES else 1
-            fields, samples = full_page(5, 3, space), ramp(15 * colours)
+            colors = 3 if space in RGB_SPACES else 1
+            fields, samples = full_page(5, 3, space), ramp(15 * colors)
             for order in "<>":
                 for version in "23":
                     content = stream((fields, samples), version=version, order=order)
@@ -364,8 +364,8 @@ class Writing(Raster):
 
     def test_runs(self):
         for width, space in ((300, SW), (131, SRGB), (2, K)):
-            colours = 3 if space in RGB_SPACES else 1
-            blank, busy = b"\7" * width * colours, ramp(width * colours)
+            colors = 3 if space in RGB_SPACES else 1
+            blank, busy = b"\7" * width * colors, ramp(width * colors)
             samples = blank * 300 + busy * 2 + blank + busy[::-1]
             given = stream((page(width, 304, space), samples), version="2")
             self.assert_same(self.writes(given, "pwg")[0][1], samples)

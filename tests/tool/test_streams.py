@@ -29,13 +29,13 @@ MANY_PAGES = ["pnm", "pam", *(["tiff"] if "tiff" in LIBRARIES else []),
 FORMATS = [*MANY_PAGES, "png"]
 
 
-def colours(make):
+def colors(make):
     return 3 if make is ppm else 1
 
 
 def noise(make, width, height):
     """A page of samples that cannot be compressed."""
-    return make(width, height, random.Random(width).randbytes(width * height * colours(make)))
+    return make(width, height, random.Random(width).randbytes(width * height * colors(make)))
 
 
 def taken_apart(page):
@@ -53,7 +53,7 @@ def inverted(page):
 def turned(page):
     """Clockwise, plane by plane."""
     make, width, height, samples = taken_apart(page)
-    count, out = colours(make), bytearray(len(samples))
+    count, out = colors(make), bytearray(len(samples))
     for c in range(count):
         plane = samples[c::count]
         out[c::count] = b"".join(plane[x::width][::-1] for x in range(width))
@@ -158,7 +158,7 @@ class Failing(StreamsTest):
         for make in (pgm, ppm):
             page = noise(make, 500, 1000)
             start = len(make(500, 1000, b""))
-            line_bytes = 500 * colours(make)
+            line_bytes = 500 * colors(make)
             content = page + page[: start + lines * line_bytes - 1]
             for band in (1, 7, 64, 1000):
                 with self.subTest(make.__name__, band=band):
@@ -294,7 +294,7 @@ class Signals(StreamsTest):
 
 
 class Many(StreamsTest):
-    # Of one band and of many, gray and colour, in turns.
+    # Of one band and of many, gray and color, in turns.
     SHAPES = ((pgm, 9, 4), (ppm, 30, 40), (pgm, 300, 50), (ppm, 1, 1))
 
     def stream(self, count, shapes=SHAPES):

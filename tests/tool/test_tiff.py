@@ -142,12 +142,12 @@ class TiffTest(RastTest):
 class Reading(TiffTest):
     def test_kinds(self):
         gray = page(4, 3, [GRAY])
-        colour = page(4, 3, [COLOUR], RGB, samples=3)
+        color = page(4, 3, [COLOUR], RGB, samples=3)
         planes = page(4, 3, [COLOUR[c::3] for c in range(3)], RGB, samples=3, PLANAR=2)
         white = page(4, 3, [GRAY], WHITE_IS_ZERO)
         for options in ({}, {"order": ">"}, {"big": True}, {"order": ">", "big": True}):
             self.reads(pgm(4, 3, GRAY), gray, **options)
-            self.reads(ppm(4, 3, COLOUR), colour, **options)
+            self.reads(ppm(4, 3, COLOUR), color, **options)
             self.reads(ppm(4, 3, COLOUR), planes, **options)
             self.reads(pgm(4, 3, bytes(255 - x for x in GRAY)), white, **options)
             everything = pgm(4, 3, GRAY) + ppm(4, 3, COLOUR) + pgm(4, 3, GRAY)
@@ -177,15 +177,15 @@ class Reading(TiffTest):
             (1, b"\x60"), (2, b"\x1b"), (4, b"\x01\x23"), (8, b"\x00\x01\xfe\xff"),
         ):
             count = 2**bits
-            colours = [[random.randrange(256) for _ in range(count)] for _ in range(3)]
+            colors = [[random.randrange(256) for _ in range(count)] for _ in range(3)]
             text = "".join(f"{x:08b}" for x in stored)
             levels = [int(text[i * bits : (i + 1) * bits], 2) for i in range(4)]
-            expected = bytes(colours[c][level] for level in levels for c in range(3))
+            expected = bytes(colors[c][level] for level in levels for c in range(3))
             for scale in (1, 256, 257):
                 if scale != 1:
-                    colours[0][0] = max(colours[0][0], 1)
-                    expected = bytes(colours[c][level] for level in levels for c in range(3))
-                values = [x * scale for plane in colours for x in plane]
+                    colors[0][0] = max(colors[0][0], 1)
+                    expected = bytes(colors[c][level] for level in levels for c in range(3))
+                values = [x * scale for plane in colors for x in plane]
                 self.reads(ppm(4, 1, expected), page(4, 1, [stored], PALETTE, bits, MAP=values))
 
     def test_strips(self):

@@ -171,7 +171,7 @@ class Page(unittest.TestCase):
             "shift x=4 size=70x50 fill=black : zoom percent=66.7 : rotate turn=ccw' "
             "page.ppm out.ppm",
         )
-        self.assertRegex(self.at("figures").text, r"^61 × 43 → 33 × 47, colour, [\d.]+ ms$")
+        self.assertRegex(self.at("figures").text, r"^61 × 43 → 33 × 47, color, [\d.]+ ms$")
         self.assert_same_as_command()
 
     def test_overlays_and_numbers_of_one_s_own(self):
@@ -235,7 +235,7 @@ class Page(unittest.TestCase):
         fault = self.steps()[1].find_element(By.CSS_SELECTOR, ".error")
         self.assertEqual(
             fault.text,
-            "expgamma works on gray pages only and this page is colour; "
+            "expgamma works on gray pages only and this page is color; "
             "the step 'gray' converts it",
         )
         self.assertEqual(self.at("figures").text, "Step 2, expgamma, refuses the page.")
@@ -286,7 +286,7 @@ class Page(unittest.TestCase):
             document.dispatchEvent(new DragEvent("drop", {dataTransfer, cancelable: true}));""",
             content,
         )
-        self.wait(lambda: self.at("page-note").text.startswith("dropped.ppm: 9 × 8, colour."))
+        self.wait(lambda: self.at("page-note").text.startswith("dropped.ppm: 9 × 8, color."))
         self.file("dropped.ppm", bytes(content))
         self.settle()
         self.assert_same_as_command()

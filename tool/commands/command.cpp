@@ -10,11 +10,13 @@
 #include "commands/run.h"
 #include "operations/advice.h"
 
+namespace rast::tool {
+
 namespace {
 
-constexpr CommonOption optionTable[] = {
+constexpr CommonOption kOptions[] = {
     {'g', "gray", nullptr,
-     "convert colour to gray first, by ITU-R BT.601 luma:\n"
+     "convert color to gray first, by ITU-R BT.601 luma:\n"
      "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
     {'f', "format", "FORMAT", "output format; default by the ending of the output file:"},
     {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
@@ -45,11 +47,11 @@ constexpr CommonOption optionTable[] = {
     {'h', "help", nullptr, "print this help"},
 };
 
-constexpr Path infoPaths[] = {&Job::inPath};
-constexpr Path chainPaths[] = {&Job::chainText, &Job::inPath, &Job::outPath};
-constexpr Path comparePaths[] = {&Job::inPath, &Job::otherPath, &Job::outPath};
+constexpr Path kInfoPaths[] = {&Job::inPath};
+constexpr Path kChainPaths[] = {&Job::chainText, &Job::inPath, &Job::outPath};
+constexpr Path kComparePaths[] = {&Job::inPath, &Job::otherPath, &Job::outPath};
 
-constexpr Command commandTable[] = {
+constexpr Command kCommands[] = {
     {"chain", " CHAIN [IN [OUT]]", "several operations, one after the other",
      "A chain is a list of steps between colons that stand alone: an operation, then its\n"
      "parameters as name=value, or as a name alone where there is no value. The value of the "
@@ -61,12 +63,12 @@ constexpr Command commandTable[] = {
      "Lines pass from step to step: no page is stored but by the operations that say so.",
      "gcfbmPrpqsh",
      "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm", run,
-     chainPaths, 1},
+     kChainPaths, 1},
     {"info", " [IN]", "the pages of a stream",
      "Each page is read to its end before a line tells its number, format, size, kind and, where\n"
      "it is known, resolution; a last line tells how many pages there were. An error leaves the\n"
      "JSON array without its end. IN is a file; '-', or leaving it out, means standard input.",
-     "mPpqjh", "rast info in.ppm", info, infoPaths},
+     "mPpqjh", "rast info in.ppm", info, kInfoPaths},
     {"compare", " A B [DIFFERENCE]", "the differences between two streams",
      "For each page a line tells that it is equal in both; or its first sample that differs, with\n"
      "the value in A and in B, how many samples differ, by how much at most, and the peak\n"
@@ -76,7 +78,7 @@ constexpr Command commandTable[] = {
      "none\n"
      "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
      "status is 0 when all pages are equal, 1 when some are not and 2 when anything fails.",
-     "fbmPpqh", "rast compare in.ppm out.ppm difference.ppm", compare, comparePaths, 2},
+     "fbmPpqh", "rast compare in.ppm out.ppm difference.ppm", compare, kComparePaths, 2},
     {"ops", "", "the operations there are",
      "A line for each tells its summary and the pages it takes; JSON also tells its details\n"
      "and its parameters: help, kind, limits or values, what names stand for, default if there is\n"
@@ -86,32 +88,34 @@ constexpr Command commandTable[] = {
 
 }  // namespace
 
-std::span<const CommonOption> commonOptions() { return optionTable; }
+std::span<const CommonOption> commonOptions() { return kOptions; }
 
 const char operationLetters[] = "gfbmPrpqsh";
 
-std::string optionLetters(const Operation& operation) {
+std::string optionLetters(const chain::Operation& operation) {
   return operation.takes.gray ? operationLetters : operationLetters + 1;
 }
 
-std::span<const Path> operationPaths() { return std::span(chainPaths).subspan(1); }
+std::span<const Path> operationPaths() { return std::span(kChainPaths).subspan(1); }
 
-std::span<const Command> commands() { return commandTable; }
+std::span<const Command> commands() { return kCommands; }
 
 const Command* findCommand(const std::string& name) {
-  const auto found = std::ranges::find(commandTable, name, &Command::name);
-  return found != std::end(commandTable) ? found : nullptr;
+  const auto found = std::ranges::find(kCommands, name, &Command::name);
+  return found != std::end(kCommands) ? found : nullptr;
 }
 
-const Operation& operationNamed(const std::string& name) {
-  if (const Operation* found = findOperation(name)) return *found;
-  std::vector<std::string> known = rast::chain::operationNames();
+const chain::Operation& operationNamed(const std::string& name) {
+  if (const chain::Operation* found = chain::findOperation(name)) return *found;
+  std::vector<std::string> known = chain::operationNames();
   known.insert(known.begin(), {"help", "manual"});
-  for (const Command& command : commandTable) known.emplace_back(command.name);
+  for (const Command& command : kCommands) known.emplace_back(command.name);
   fail(ExitCode::usage, "unknown command '", name, "'", advice(name, known, "; see 'rast help'"));
 }
 
 std::string advice(const std::string& given, const std::vector<std::string>& known,
                    const std::string& otherwise) {
-  return rast::chain::advice(rast::chain::nearestName(given, known), otherwise);
+  return chain::advice(chain::nearestName(given, known), otherwise);
 }
+
+}  // namespace rast::tool

@@ -1,6 +1,5 @@
 // The commands that are no operations, and the options that commands and operations share.
-#ifndef RAST_TOOL_COMMAND_H
-#define RAST_TOOL_COMMAND_H
+#pragma once
 
 #include <cstddef>
 #include <span>
@@ -11,12 +10,7 @@
 #include "commands/job.h"
 #include "operations/operations.h"
 
-using rast::chain::findOperation;
-using rast::chain::Kind;
-using rast::chain::Operation;
-using rast::chain::operations;
-using rast::chain::Parameter;
-using rast::chain::takenPages;
+namespace rast::tool {
 
 struct CommonOption {
   char letter;
@@ -34,7 +28,7 @@ std::span<const CommonOption> commonOptions();
 
 // The letters of the common options for operations; --gray is refused where it makes no sense.
 extern const char operationLetters[];
-std::string optionLetters(const Operation& operation);
+std::string optionLetters(const chain::Operation& operation);
 
 using Path = std::string Job::*;
 
@@ -59,7 +53,7 @@ std::span<const Command> commands();
 const Command* findCommand(const std::string& name);
 
 // The one of that name; the failure suggests commands too.
-const Operation& operationNamed(const std::string& name);
+const chain::Operation& operationNamed(const std::string& name);
 
 // "; did you mean 'x'?" where a known name is close, else the other words.
 std::string advice(const std::string& given, const std::vector<std::string>& known,
@@ -67,9 +61,9 @@ std::string advice(const std::string& given, const std::vector<std::string>& kno
 
 // The value of a result; a refusal is a usage error.
 template <class T>
-T valueOf(rast::chain::Result<T> result) {
+T valueOf(chain::Result<T> result) {
   if (!result) fail(ExitCode::usage, result.refusal().message);
   return std::move(*result);
 }
 
-#endif
+}  // namespace rast::tool

@@ -5,9 +5,11 @@
 #include <cstdlib>
 #include <optional>
 
-#include "commands/page_list.h"
-#include "formats/output.h"
+#include "commands/pageList.h"
+#include "files/output.h"
 #include "progress/meter.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -38,8 +40,8 @@ class Difference {
     const std::uint64_t place = first_.index % head_.lineBytes();
     const double meanSquare = static_cast<double>(squares_) / static_cast<double>(samples_);
     return join("differs first at line ", first_.index / head_.lineBytes() + 1, ", column ",
-                place / (head_.colour ? 3 : 1) + 1, ", ",
-                head_.colour ? components[place % 3] : "gray", ": ", first_.a, " and ", first_.b,
+                place / (head_.color ? 3 : 1) + 1, ", ",
+                head_.color ? components[place % 3] : "gray", ": ", first_.a, " and ", first_.b,
                 "; ", count_, " of ", samples_, " samples differ by up to ", largest_, ", PSNR ",
                 fixed(10 * std::log10(peak * peak / meanSquare), 2), " dB");
   }
@@ -71,7 +73,9 @@ class Picture {
   void beginPage(const PageReader& page) {
     if (!writer_) return;
     if (!drawn_) writer_->expectPages(pages_.count(page));
-    writer_->beginPage(page.head(), nullptr);
+    PageHead head = page.head();
+    head.details = nullptr;  // which describe the page that is compared
+    writer_->beginPage(head);
     drawn_ = true;
   }
   void writeLines(const std::uint8_t* lines, std::uint32_t count) {
@@ -91,8 +95,8 @@ class Picture {
   bool drawn_ = false;
 };
 
-Difference compareSamples(const Input& in, PageReader& a, PageReader& b, std::uint32_t wantedLines,
-                          Picture& picture, Meter& meter) {
+Difference compareSamples(const PageInput& in, PageReader& a, PageReader& b,
+                          std::uint32_t wantedLines, Picture& picture, Meter& meter) {
   const PageHead& head = a.head();
   const std::uint32_t most = bandLines(in, head, wantedLines);
   const auto linesOfA = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
@@ -124,8 +128,8 @@ ExitCode compare(const Job& job) {
   if (job.outPath == "-") {
     fail(ExitCode::usage, "standard output is for the report; expected a file for DIFFERENCE");
   }
-  Input a(job.inPath, job.memory);
-  Input b(job.otherPath, job.memory);
+  PageInput a(job.inPath, job.memory);
+  PageInput b(job.otherPath, job.memory);
   Output report("-");
   Picture picture(job);
   Meter meter(besideReport(job.progress), a, job.pages.count());
@@ -169,3 +173,5 @@ ExitCode compare(const Job& job) {
   meter.end();
   return different == 0 ? ExitCode::done : ExitCode::different;
 }
+
+}  // namespace rast::tool

@@ -1,11 +1,12 @@
 // Compares two streams, page by page and sample by sample.
-#ifndef RAST_TOOL_COMPARE_H
-#define RAST_TOOL_COMPARE_H
+#pragma once
 
 #include "commands/job.h"
-#include "formats/error.h"
+#include "text/failure.h"
+
+namespace rast::tool {
 
 // Different when a page is not the same in both.
 ExitCode compare(const Job& job);
 
-#endif
+}  // namespace rast::tool

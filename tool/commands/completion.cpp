@@ -3,8 +3,10 @@
 #include <algorithm>
 
 #include "commands/command.h"
-#include "formats/error.h"
+#include "text/failure.h"
 #include "formats/format.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -34,16 +36,17 @@ std::string gist(std::string text) {
 }
 
 void addNames(Candidates& candidates) {
-  for (const Operation& o : operations()) candidates.add(o.name, o.summary);
+  for (const chain::Operation& o : chain::operations()) candidates.add(o.name, o.summary);
   for (const Command& c : commands()) candidates.add(c.name, c.summary);
 }
 
-void addValues(Candidates& candidates, const Parameter& parameter, const std::string& before) {
-  for (const std::string& word : rast::chain::knownWords(parameter)) candidates.add(before + word);
+void addValues(Candidates& candidates, const chain::Parameter& parameter,
+               const std::string& before) {
+  for (const std::string& word : chain::knownWords(parameter)) candidates.add(before + word);
 }
 
-const Parameter* findParameter(const Operation& operation, const std::string& name) {
-  const auto found = std::ranges::find(operation.parameters, name, &Parameter::name);
+const chain::Parameter* findParameter(const chain::Operation& operation, const std::string& name) {
+  const auto found = std::ranges::find(operation.parameters, name, &chain::Parameter::name);
   return found != operation.parameters.end() ? &*found : nullptr;
 }
 
@@ -54,39 +57,42 @@ void addChains(Candidates& candidates, const std::string& chain) {
   const std::size_t space = chain.rfind(' ');
   const std::string before = space != std::string::npos ? chain.substr(0, space + 1) : "";
   const std::string last = chain.substr(before.size());
-  const Operation* operation = nullptr;
+  const chain::Operation* operation = nullptr;
   bool isFirst = true;
   for (const std::string& word : split(before, ' ')) {
     if (word.empty()) continue;
-    if (isFirst) operation = findOperation(word);
+    if (isFirst) operation = chain::findOperation(word);
     isFirst = word == ":";
   }
   if (isFirst) {
-    for (const Operation& o : operations()) candidates.add(before + o.name, o.summary);
+    for (const chain::Operation& o : chain::operations())
+      candidates.add(before + o.name, o.summary);
     return;
   }
   if (operation == nullptr) return;
   const std::size_t equals = last.find('=');
   if (equals == std::string::npos) {
-    for (const Parameter& p : operation->parameters) {
-      candidates.add(join(before, p.name, p.kind != Kind::flag ? "=" : ""), gist(p.help));
+    for (const chain::Parameter& p : operation->parameters) {
+      candidates.add(join(before, p.name, p.kind != chain::Kind::flag ? "=" : ""), gist(p.help));
     }
     if (!operation->parameters.empty() && operation->parameters[0].mayBeUnnamed()) {
       addValues(candidates, operation->parameters[0], before);
     }
-  } else if (const Parameter* parameter = findParameter(*operation, last.substr(0, equals))) {
+  } else if (const chain::Parameter* parameter =
+                 findParameter(*operation, last.substr(0, equals))) {
     addValues(candidates, *parameter, before + last.substr(0, equals + 1));
   }
 }
 
 // What an option takes, given behind a space or an equals sign: before it stands `before`.
-bool addOptionValues(Candidates& candidates, const Operation* operation, const std::string& letters,
-                     const std::string& option, const std::string& before) {
+bool addOptionValues(Candidates& candidates, const chain::Operation* operation,
+                     const std::string& letters, const std::string& option,
+                     const std::string& before) {
   if (operation != nullptr && option.starts_with("--")) {
-    const Parameter* parameter = findParameter(*operation, option.substr(2));
-    if (parameter != nullptr && parameter->kind != Kind::flag) {
+    const chain::Parameter* parameter = findParameter(*operation, option.substr(2));
+    if (parameter != nullptr && parameter->kind != chain::Kind::flag) {
       addValues(candidates, *parameter, before);
-      if (rast::chain::takesFile(*parameter)) candidates.addFiles();
+      if (chain::takesFile(*parameter)) candidates.addFiles();
       return true;
     }
   }
@@ -109,7 +115,7 @@ bool addOptionValues(Candidates& candidates, const Operation* operation, const s
 }
 
 // Whether the last word is the first operand, and no option has been given in its place.
-bool isFirstOperand(std::span<char* const> words, const Operation* operation,
+bool isFirstOperand(std::span<char* const> words, const chain::Operation* operation,
                     const std::string& letters) {
   std::string instead = "--chain";
   if (operation != nullptr && !operation->parameters.empty()) {
@@ -125,9 +131,10 @@ bool isFirstOperand(std::span<char* const> words, const Operation* operation,
   return true;
 }
 
-void addOptions(Candidates& candidates, const Operation* operation, const std::string& letters) {
+void addOptions(Candidates& candidates, const chain::Operation* operation,
+                const std::string& letters) {
   if (operation != nullptr) {
-    for (const Parameter& p : operation->parameters) {
+    for (const chain::Parameter& p : operation->parameters) {
       candidates.add(join("--", p.name), gist(p.help));
     }
   }
@@ -154,7 +161,7 @@ std::string completion(std::span<char* const> words) {
     candidates.add("rast", "the command");
     candidates.add("rast-ops", "the operations");
   }
-  const Operation* operation = findOperation(name);
+  const chain::Operation* operation = chain::findOperation(name);
   const Command* command = findCommand(name);
   if (operation == nullptr && command == nullptr) return candidates.lines();
 
@@ -182,3 +189,5 @@ std::string completion(std::span<char* const> words) {
   }
   return candidates.lines();
 }
+
+}  // namespace rast::tool

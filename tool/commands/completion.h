@@ -1,12 +1,13 @@
 // What may come next on a command line, for shells.
-#ifndef RAST_TOOL_COMPLETION_H
-#define RAST_TOOL_COMPLETION_H
+#pragma once
 
 #include <span>
 #include <string>
+
+namespace rast::tool {
 
 // A line for each candidate that the last word may become: the candidate, a tab and what it means.
 // A line that is a tab alone stands for the names of files.
 std::string completion(std::span<char* const> words);
 
-#endif
+}  // namespace rast::tool

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace rast::tool {
+
 namespace {
 
 ExitCode exitCodeOf(std::uint32_t result) {
@@ -23,7 +25,7 @@ RastChainPage pageOf(const PageHead& head) {
   RastChainPage page = {};
   page.nWidth = head.width;
   page.nHeight = head.height;
-  page.nComponents = head.colour ? 3 : 1;
+  page.nComponents = head.color ? 3 : 1;
   page.nResolutionX = head.resolution.x;
   page.nResolutionY = head.resolution.y;
   return page;
@@ -52,12 +54,12 @@ void readLines(PageReader& reader, RastChainImage* image) {
   }
 }
 
-void readOneImage(const std::string& name, int background, std::uint64_t memory,
+void readOneImage(const std::string& name, int background, const MemoryCap& memory,
                   RastChainImage* image) {
   if (name == "-") {
     fail(ExitCode::usage, "--with: standard input is for pages; expected a file");
   }
-  Input in(name, memory);
+  PageInput in(name, memory);
   Transparency transparency{"give --flatten black or --flatten white", {}};
   if (background != RAST_CHAIN_NO_BACKGROUND) {
     transparency.background = static_cast<std::uint8_t>(background);
@@ -112,7 +114,7 @@ int Engine::readImage(void* self, const char* name, int background, RastChainIma
   }
 }
 
-void Engine::require(const Input& in, std::uint32_t result, const RastChainError& error) {
+void Engine::require(const PageInput& in, std::uint32_t result, const RastChainError& error) {
   if (fault_) std::rethrow_exception(std::exchange(fault_, nullptr));
   if (result <= RAST_CHAIN_DONE) return;
   std::string label;
@@ -122,7 +124,7 @@ void Engine::require(const Input& in, std::uint32_t result, const RastChainError
   if (result == RAST_CHAIN_ERR_FILE) fail(ExitCode::runTime, label, error.sMessage);
   std::string hint;
   if (result == RAST_CHAIN_ERR_MEMORY && error.nNeeded != 0) {
-    hint = join("; --memory ", Input::megabytesFor(error.nNeeded), "M or more is needed");
+    hint = join("; --memory ", MemoryCap::megabytesFor(error.nNeeded), "M or more is needed");
   }
   if (result == RAST_CHAIN_ERR_UNSUPPORTED && error.sSuggestion[0] != '\0') {
     hint = settings_.isChain ? join("; the step '", error.sSuggestion, "' converts it")
@@ -131,15 +133,17 @@ void Engine::require(const Input& in, std::uint32_t result, const RastChainError
   in.fail(exitCodeOf(result), error.nLine, label, error.sMessage, hint);
 }
 
-Engine::Plan Engine::plan(const Input& in, const PageHead& page) {
+Engine::Plan Engine::plan(const PageInput& in, const PageHead& page) {
   const RastChainPage entering = pageOf(page);
   RastChainPage leaving = {};
   RastChainError error = {};
   require(in, rastChainPlan(chain_.get(), &entering, &leaving, &error), error);
-  return {headOf(leaving), leaving.nMemory, leaving.nLines};
+  Plan plan = {headOf(leaving), leaving.nMemory, leaving.nLines};
+  plan.page.details = page.details;
+  return plan;
 }
 
-void Engine::begin(const Input& in, const PageHead& page, std::uint64_t memory,
+void Engine::begin(const PageInput& in, const PageHead& page, std::uint64_t memory,
                    std::uint64_t taken) {
   RastChainPage entering = pageOf(page);
   entering.nMemory = memory;
@@ -148,9 +152,11 @@ void Engine::begin(const Input& in, const PageHead& page, std::uint64_t memory,
   require(in, rastChainBegin(chain_.get(), &entering, nullptr, &error), error);
 }
 
-bool Engine::run(const Input& in, RastChainLines& entering, RastChainLines& leaving) {
+bool Engine::run(const PageInput& in, RastChainLines& entering, RastChainLines& leaving) {
   RastChainError error = {};
   const std::uint32_t result = rastChainRun(chain_.get(), &entering, &leaving, &error);
   require(in, result, error);
   return result == RAST_CHAIN_DONE;
 }
+
+}  // namespace rast::tool

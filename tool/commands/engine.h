@@ -1,6 +1,5 @@
 // The chain library as the command uses it: failures have the command's words and exit codes.
-#ifndef RAST_TOOL_ENGINE_H
-#define RAST_TOOL_ENGINE_H
+#pragma once
 
 #include <rast_chain.h>
 
@@ -9,16 +8,19 @@
 #include <memory>
 #include <string>
 
-#include "formats/error.h"
-#include "formats/page.h"
+#include "text/failure.h"
+#include "formats/format.h"
+#include "formats/pageInput.h"
+
+namespace rast::tool {
 
 struct EngineSettings {
   std::string text;     // of the chain
   bool isChain = true;  // and not an operation alone, whose failures name no step
   bool mayNameFiles = true;
-  bool toGray = false;                   // before the first step
-  std::uint64_t memory = defaultMemory;  // for an image that is read for an overlay
-  std::uint32_t lines = 0;               // worked on at a time; 0: as many as are quick
+  bool toGray = false;      // before the first step
+  MemoryCap memory;         // for an image that is read for an overlay
+  std::uint32_t lines = 0;  // worked on at a time; 0: as many as are quick
 };
 
 // Refuses a wrong chain, as a usage error.
@@ -36,12 +38,12 @@ class Engine {
     std::uint64_t memory;      // that the lines in work need
     std::uint32_t quickLines;  // to take at a time
   };
-  Plan plan(const Input& in, const PageHead& page);
+  Plan plan(const PageInput& in, const PageHead& page);
   // Begins the page. The lines in work may take so many bytes, of which so many are taken already.
-  void begin(const Input& in, const PageHead& page, std::uint64_t memory, std::uint64_t taken);
+  void begin(const PageInput& in, const PageHead& page, std::uint64_t memory, std::uint64_t taken);
 
   // Moves lines until one side is exhausted. True when the page is done.
-  bool run(const Input& in, RastChainLines& entering, RastChainLines& leaving);
+  bool run(const PageInput& in, RastChainLines& entering, RastChainLines& leaving);
 
  private:
   struct Closes {
@@ -49,7 +51,7 @@ class Engine {
   };
 
   static int readImage(void* self, const char* name, int background, RastChainImage* image);
-  void require(const Input& in, std::uint32_t result, const RastChainError& error);
+  void require(const PageInput& in, std::uint32_t result, const RastChainError& error);
 
   EngineSettings settings_;
   std::unique_ptr<RastChain, Closes> chain_;
@@ -59,4 +61,4 @@ class Engine {
 // Packed lines of a page in memory.
 RastChainLines linesAt(const PageHead& page, std::uint8_t* lines, std::uint32_t count);
 
-#endif
+}  // namespace rast::tool

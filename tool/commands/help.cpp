@@ -3,8 +3,10 @@
 #include "commands/command.h"
 #include "commands/compare.h"
 #include "commands/listing.h"
-#include "formats/error.h"
+#include "text/failure.h"
 #include "formats/format.h"
+
+namespace rast::tool {
 
 const char purpose[] = "Applies raster filters to page images, or looks into them.";
 
@@ -12,7 +14,7 @@ const char operandsText[] =
     "IN and OUT are files; '-', or leaving them out, means standard input and output.";
 
 const char filesText[] =
-    "Input is recognised by its content: binary PBM, PGM, PPM and PAM with maximum value 255, and\n"
+    "Input is recognized by its content: binary PBM, PGM, PPM and PAM with maximum value 255, and\n"
     "PNG of up to 8 bits, neither interlaced nor transparent, one image or several in a row"
 #ifdef RAST_HAS_TIFF
     ";\n"
@@ -29,7 +31,7 @@ const char filesText[] =
     "compressed\n"
     "raster may unless --pages counts them; --format bigtiff writes nothing else.\n"
 #endif
-    "Colour profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
+    "Color profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
     "replaced only once its new content is complete.";
 
 const char storedPagesText[] =
@@ -62,7 +64,7 @@ std::string options(const std::string& letters) {
   return join("\nOptions:\n", rows(optionItems(letters)));
 }
 
-constexpr ExitStatus comparisonStatuses[] = {
+constexpr ExitStatus kComparisonStatuses[] = {
     {0, "all pages are equal"},
     {1, "some pages differ"},
     {2, "trouble: anything that fails, from wrong usage to damaged input"},
@@ -81,10 +83,10 @@ std::string helpOf(const Command& command) {
               ": ", command.summary, ".\n", command.details, '\n', options(command.letters),
               "\nExample:\n  ", command.example, "\n\n",
               command.paths.empty() ? "" : join(filesText, "\n\n"),
-              exits(command.carryOut == compare ? comparisonStatuses : exitStatuses()));
+              exits(command.carryOut == compare ? kComparisonStatuses : exitStatuses()));
 }
 
-std::string helpOf(const Operation& operation) {
+std::string helpOf(const chain::Operation& operation) {
   std::string text = join("usage: ", usageOf(operation), "\n\n", headline(operation), ".\n",
                           operation.details, '\n');
   if (operation.keepsPages) text += join(storedPagesText, '\n');
@@ -95,13 +97,13 @@ std::string helpOf(const Operation& operation) {
 
 }  // namespace
 
-std::vector<HelpItem> parameterItems(const Operation& operation) {
+std::vector<HelpItem> parameterItems(const chain::Operation& operation) {
   std::vector<HelpItem> items;
-  for (const Parameter& p : operation.parameters) {
+  for (const chain::Parameter& p : operation.parameters) {
     HelpItem item = {join("--", p.name), "", p.help, ""};
-    if (p.kind != Kind::flag) {
+    if (p.kind != chain::Kind::flag) {
       item.argument = join(' ', p.argument);
-      const std::string range = p.kind == Kind::numbers ? join(p.low, "..", p.high) : "";
+      const std::string range = p.kind == chain::Kind::numbers ? join(p.low, "..", p.high) : "";
       const std::string preset = p.isRequired()  ? "required"
                                  : p.hasPreset() ? join("default ", p.preset)
                                                  : "";
@@ -140,7 +142,7 @@ std::vector<std::string> usageLines() {
   return lines;
 }
 
-std::string usageOf(const Operation& operation) {
+std::string usageOf(const chain::Operation& operation) {
   const bool hasOperand = !operation.parameters.empty() && operation.parameters[0].operand;
   const std::string operand = hasOperand ? join(' ', operation.parameters[0].argument) : "";
   return join("rast ", operation.name, operand, " [OPTION]... [IN [OUT]]");
@@ -165,8 +167,8 @@ std::string help() {
     text += join(text.empty() ? "usage: " : "       ", line, '\n');
   }
   text += join('\n', purpose, "\n\nOperations ('rast help OPERATION' describes one):\n");
-  for (const Operation& operation : operations()) {
-    text += row(operation.name, join(operation.summary, " (", takenPages(operation), ")"));
+  for (const chain::Operation& operation : chain::operations()) {
+    text += row(operation.name, join(operation.summary, " (", chain::takenPages(operation), ")"));
   }
   text += "\nOther commands, which 'rast help' describes too:\n";
   for (const Command& command : commands()) text += row(command.name, command.summary);
@@ -178,3 +180,5 @@ std::string help(const std::string& name) {
   const Command* command = findCommand(name);
   return command != nullptr ? helpOf(*command) : helpOf(operationNamed(name));
 }
+
+}  // namespace rast::tool

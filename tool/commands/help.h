@@ -1,12 +1,13 @@
 // What the command tells of itself: the texts that help and manual pages share, and the help.
-#ifndef RAST_TOOL_HELP_H
-#define RAST_TOOL_HELP_H
+#pragma once
 
 #include <span>
 #include <string>
 #include <vector>
 
 #include "commands/command.h"
+
+namespace rast::tool {
 
 // An option or a parameter, as help shows it.
 struct HelpItem {
@@ -16,12 +17,12 @@ struct HelpItem {
   std::string limits;  // "0..255, default 0"
 };
 
-std::vector<HelpItem> parameterItems(const Operation& operation);
+std::vector<HelpItem> parameterItems(const chain::Operation& operation);
 std::vector<HelpItem> optionItems(const std::string& letters);
 
 // Usage, a line each.
 std::vector<std::string> usageLines();
-std::string usageOf(const Operation& operation);
+std::string usageOf(const chain::Operation& operation);
 
 extern const char purpose[];
 extern const char operandsText[];
@@ -38,4 +39,4 @@ std::span<const ExitStatus> exitStatuses();
 std::string help();
 std::string help(const std::string& name);
 
-#endif
+}  // namespace rast::tool

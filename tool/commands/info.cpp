@@ -1,8 +1,11 @@
 #include "commands/info.h"
 
-#include "commands/page_list.h"
-#include "formats/output.h"
+#include "commands/pageList.h"
+#include "files/output.h"
 #include "progress/meter.h"
+#include "text/json.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -13,11 +16,6 @@ std::string resolutionText(const Resolution& resolution) {
   return join(", ", resolution.x, isSquare ? "" : join(" x ", resolution.y), " dpi");
 }
 
-std::string resolutionJson(const Resolution& resolution) {
-  if (!resolution.isKnown()) return "";
-  return join(R"(, "resolution": [)", resolution.x, ", ", resolution.y, ']');
-}
-
 std::string describe(std::uint64_t number, const PageReader& page) {
   const PageHead& head = page.head();
   return join("page ", number, ": ", page.formatName(), ", ", head.width, " x ", head.height, ", ",
@@ -26,16 +24,23 @@ std::string describe(std::uint64_t number, const PageReader& page) {
 
 std::string describeJson(std::uint64_t number, const PageReader& page) {
   const PageHead& head = page.head();
-  return join(R"({"page": )", number, R"(, "format": ")", page.formatName(), R"(", "width": )",
-              head.width, R"(, "height": )", head.height, R"(, "kind": ")", head.kind(), '"',
-              resolutionJson(head.resolution), '}');
+  JsonObject object;
+  object.add("page", number)
+      .add("format", page.formatName())
+      .add("width", head.width)
+      .add("height", head.height)
+      .add("kind", head.kind());
+  if (head.resolution.isKnown()) {
+    object.addRaw("resolution", join('[', head.resolution.x, ", ", head.resolution.y, ']'));
+  }
+  return object.text();
 }
 
 }  // namespace
 
 // A page is told of only once it is known to be sound.
 ExitCode info(const Job& job) {
-  Input in(job.inPath, job.memory);
+  PageInput in(job.inPath, job.memory);
   Output out("-");
   std::uint64_t count = 0;
   Meter meter(besideReport(job.progress), in, job.pages.count());
@@ -53,3 +58,5 @@ ExitCode info(const Job& job) {
   meter.end();
   return ExitCode::done;
 }
+
+}  // namespace rast::tool

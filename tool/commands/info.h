@@ -1,10 +1,11 @@
 // Tells what pages there are in a stream.
-#ifndef RAST_TOOL_INFO_H
-#define RAST_TOOL_INFO_H
+#pragma once
 
 #include "commands/job.h"
-#include "formats/error.h"
+#include "text/failure.h"
+
+namespace rast::tool {
 
 ExitCode info(const Job& job);
 
-#endif
+}  // namespace rast::tool

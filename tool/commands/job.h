@@ -1,16 +1,17 @@
 // What a command line or a print queue asks for.
-#ifndef RAST_TOOL_JOB_H
-#define RAST_TOOL_JOB_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
 
 #include "commands/engine.h"
-#include "commands/page_list.h"
-#include "formats/error.h"
+#include "commands/pageList.h"
+#include "text/failure.h"
 #include "formats/format.h"
 #include "progress/meter.h"
+
+namespace rast::tool {
 
 struct Job {
   ExitCode (*carryOut)(const Job& job) = nullptr;
@@ -21,7 +22,7 @@ struct Job {
   std::string outPath = "-";    // of the picture of differences: empty if none is wanted
   const Format* format = nullptr;
   std::uint32_t bandLines = 0;  // 0: as many as are quick
-  std::uint64_t memory = defaultMemory;
+  MemoryCap memory;
   PageList pages;
   Resolution resolution;    // of the pages that come in; where it is not known, their own
   bool mayBeEmpty = false;  // no pages at all
@@ -31,4 +32,4 @@ struct Job {
   std::string printOptions;  // of a job in a print queue, as the scheduler gives them
 };
 
-#endif
+}  // namespace rast::tool

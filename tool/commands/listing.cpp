@@ -1,18 +1,22 @@
 #include "commands/listing.h"
 
-#include "formats/output.h"
+#include "files/output.h"
 
-std::string headline(const Operation& operation) {
-  return join(operation.name, ": ", operation.summary, ", for ", takenPages(operation));
+namespace rast::tool {
+
+std::string headline(const chain::Operation& operation) {
+  return join(operation.name, ": ", operation.summary, ", for ", chain::takenPages(operation));
 }
 
 ExitCode listOperations(const Job& job) {
   if (job.json) {
-    print(rast::chain::describeOperations() + '\n');
+    print(chain::describeOperations() + '\n');
     return ExitCode::done;
   }
   std::string text;
-  for (const Operation& operation : operations()) text += headline(operation) + '\n';
+  for (const chain::Operation& operation : chain::operations()) text += headline(operation) + '\n';
   print(text);
   return ExitCode::done;
 }
+
+}  // namespace rast::tool

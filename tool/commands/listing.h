@@ -1,15 +1,17 @@
 // Tells what operations there are.
-#ifndef RAST_TOOL_LISTING_H
-#define RAST_TOOL_LISTING_H
+#pragma once
 
 #include <string>
 
-#include "commands/command.h"
-#include "formats/error.h"
+#include "commands/job.h"
+#include "operations/operations.h"
+#include "text/failure.h"
+
+namespace rast::tool {
 
 // Name, summary and what pages it takes.
-std::string headline(const Operation& operation);
+std::string headline(const chain::Operation& operation);
 
 ExitCode listOperations(const Job& job);
 
-#endif
+}  // namespace rast::tool

@@ -4,7 +4,9 @@
 
 #include "commands/command.h"
 #include "commands/help.h"
-#include "formats/error.h"
+#include "text/failure.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -82,9 +84,9 @@ std::string commandPage() {
   text += join(".fi\n.SH DESCRIPTION\n", paragraph(purpose), ".PP\n", paragraph(operandsText),
                paragraph(filesText), ".SH OPERATIONS\n",
                "They are described in\n.BR rast\\-ops (7).\n");
-  for (const Operation& operation : operations()) {
+  for (const chain::Operation& operation : chain::operations()) {
     text += join(".TP\n", bold(operation.name), '\n', escaped(operation.summary), " (",
-                 takenPages(operation), ")\n");
+                 chain::takenPages(operation), ")\n");
   }
   text += ".SH COMMANDS\n";
   for (const Command& command : commands()) {
@@ -116,9 +118,9 @@ std::string operationsPage() {
       "Each may be given to\n.BR rast (1)\nalone, or as a step of a chain, where ",
       bold("--name value"), " is\n", bold("name=value"), " and ", bold("--name"), " alone is\n",
       bold("name"), ".\nResults are in integer arithmetic and the same on every machine.\n");
-  for (const Operation& operation : operations()) {
+  for (const chain::Operation& operation : chain::operations()) {
     text += join(".SH ", capitals(operation.name), "\n.B ", escaped(usageOf(operation)), "\n.PP\n",
-                 bold(operation.summary), ", for ", takenPages(operation), ".\n.PP\n",
+                 bold(operation.summary), ", for ", chain::takenPages(operation), ".\n.PP\n",
                  paragraph(operation.details));
     if (operation.keepsPages) text += paragraph(storedPagesText);
     text += items(parameterItems(operation)) + example(operation.example);
@@ -134,3 +136,5 @@ std::string manual(const std::string& page) {
   fail(ExitCode::usage, "there is no manual page '", page, "'",
        advice(page, {"rast", "rast-ops"}, "; expected rast or rast-ops"));
 }
+
+}  // namespace rast::tool

@@ -1,10 +1,11 @@
 // The manual pages of the command, from what its help is made of.
-#ifndef RAST_TOOL_MANUAL_H
-#define RAST_TOOL_MANUAL_H
+#pragma once
 
 #include <string>
+
+namespace rast::tool {
 
 // In the language of man: "rast", or "rast-ops" for the operations.
 std::string manual(const std::string& page);
 
-#endif
+}  // namespace rast::tool

@@ -19,13 +19,15 @@
 #include "commands/help.h"
 #include "commands/manual.h"
 #include "commands/run.h"
-#include "formats/error.h"
-#include "formats/file.h"
+#include "text/failure.h"
+#include "files/file.h"
 #include "operations/parameters.h"
+
+namespace rast::tool {
 
 namespace {
 
-constexpr int firstParameterCode = 256;
+constexpr int kFirstParameterCode = 256;
 
 const Format& formatFor(const std::string& path) {
   if (const Format* found = formatOfFile(path)) return *found;
@@ -82,7 +84,7 @@ std::string readChain(const std::string& path) {
 Resolution parseResolution(const std::string& text) {
   const std::size_t times = std::min(text.find('x'), text.size());
   const auto number = [](const std::string& part) {
-    return valueOf(rast::chain::parseDecimal("--resolution", part, 1, UINT16_MAX));
+    return valueOf(chain::parseDecimal("--resolution", part, 1, UINT16_MAX));
   };
   const double x = number(text.substr(0, times));
   return {x, times == text.size() ? x : number(text.substr(times + 1))};
@@ -90,14 +92,14 @@ Resolution parseResolution(const std::string& text) {
 
 class JobParser {
  public:
-  JobParser(const Operation& operation, int argc, char** argv)
+  JobParser(const chain::Operation& operation, int argc, char** argv)
       : JobParser(operationLetters, operationPaths(), 0, argc, argv) {
     job_.carryOut = run;
     operation_ = &operation;
     texts_.resize(operation.parameters.size());
-    int code = firstParameterCode;
-    for (const Parameter& p : operation.parameters) {
-      const int argument = p.kind != Kind::flag ? required_argument : no_argument;
+    int code = kFirstParameterCode;
+    for (const chain::Parameter& p : operation.parameters) {
+      const int argument = p.kind != chain::Kind::flag ? required_argument : no_argument;
       options_.push_back({p.name, argument, nullptr, code++});
     }
   }
@@ -142,7 +144,7 @@ class JobParser {
     switch (code) {
       case 'g':
         if (operation_ != nullptr && !operation_->takes.gray) {
-          fail(ExitCode::usage, "--gray: ", operation_->name, " works on colour pages only");
+          fail(ExitCode::usage, "--gray: ", operation_->name, " works on color pages only");
         }
         engine_.toGray = true;
         break;
@@ -157,11 +159,11 @@ class JobParser {
         fileText_ = readChain(optarg);
         break;
       case 'b':
-        job_.bandLines = static_cast<std::uint32_t>(
-            valueOf(rast::chain::parseNumber("--band", optarg, 1, 65536)));
+        job_.bandLines =
+            static_cast<std::uint32_t>(valueOf(chain::parseNumber("--band", optarg, 1, 65536)));
         break;
       case 'm':
-        job_.memory = parseBytes("--memory", optarg, std::uint64_t{20} << 20);
+        job_.memory = MemoryCap(parseBytes("--memory", optarg, std::uint64_t{20} << 20));
         break;
       case 'P':
         job_.pages = PageList(optarg);
@@ -178,7 +180,7 @@ class JobParser {
       case 'p':
         job_.progress = ProgressMode::always;
         if (optarg != nullptr) {
-          valueOf(rast::chain::parseChoice("--progress", optarg, "json"));
+          valueOf(chain::parseChoice("--progress", optarg, "json"));
           job_.progress = ProgressMode::json;
         }
         break;
@@ -190,7 +192,7 @@ class JobParser {
       case '?':
         refuseOption();
       default: {
-        const auto index = static_cast<std::size_t>(code - firstParameterCode);
+        const auto index = static_cast<std::size_t>(code - kFirstParameterCode);
         texts_[index] = optarg != nullptr ? optarg : "";
       }
     }
@@ -232,9 +234,9 @@ class JobParser {
   // Whether the operand is the value of the first parameter, as in a chain.
   bool takesValue(const std::string& operand) const {
     if (texts_.empty() || texts_[0]) return false;
-    const Parameter& first = operation_->parameters[0];
+    const chain::Parameter& first = operation_->parameters[0];
     return first.mayBeUnnamed() &&
-           (first.isRequired() || (rast::chain::takesFile(first) && !namesFile(first, operand)));
+           (first.isRequired() || (chain::takesFile(first) && !namesFile(first, operand)));
   }
 
   void openChain() {
@@ -252,9 +254,9 @@ class JobParser {
     std::string text = operation_->name;
     for (std::size_t i = 0; i < texts_.size(); ++i) {
       if (!texts_[i]) continue;
-      const Parameter& parameter = operation_->parameters[i];
+      const chain::Parameter& parameter = operation_->parameters[i];
       text += join(' ', parameter.name);
-      if (parameter.kind != Kind::flag) text += '=' + quoted(*texts_[i]);
+      if (parameter.kind != chain::Kind::flag) text += '=' + quoted(*texts_[i]);
     }
     return text;
   }
@@ -275,7 +277,7 @@ class JobParser {
   const char* operands_ = "";
   std::string letters_ = ":";
   Job job_;
-  const Operation* operation_ = nullptr;           // if it is one alone
+  const chain::Operation* operation_ = nullptr;    // if it is one alone
   std::vector<std::optional<std::string>> texts_;  // given for its parameters
   std::optional<std::string> fileText_;            // a chain from a file
   EngineSettings engine_;
@@ -307,3 +309,5 @@ CommandLine parseCommandLine(int argc, char** argv) {
   if (!job) return help(first);
   return *std::move(job);
 }
+
+}  // namespace rast::tool

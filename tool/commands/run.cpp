@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <memory>
 
-#include "commands/band_queue.h"
+#include "commands/bandQueue.h"
 #include "commands/engine.h"
-#include "commands/page_list.h"
+#include "commands/pageList.h"
 #include "progress/meter.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -43,7 +45,7 @@ class EnteringLines {
 
 class Pipeline {
  public:
-  Pipeline(const Job& job, Input& in, PageWriter& writer, Meter& meter)
+  Pipeline(const Job& job, PageInput& in, PageWriter& writer, Meter& meter)
       : job_(job), engine_(*job.engine), in_(in), writer_(writer), meter_(meter) {}
 
   void runPage(PageReader& reader) {
@@ -55,26 +57,25 @@ class Pipeline {
     const Engine::Plan plan = engine_.plan(in_, head);
     // A line on each side of the engine; what memory is left is for more of them.
     const std::uint64_t taken = head.lineBytes() + plan.page.lineBytes();
-    const std::uint64_t cap = in_.memoryCap();
+    const std::uint64_t cap = in_.memory().forLines();
     const std::uint64_t spare = cap - std::min(cap, plan.memory + taken);
     engine_.begin(in_, head, cap - spare / 2, taken);
     meter_.beginOutput(plan.page.height);
     EnteringLines entering(reader, meter_, lines(head, quickLines(head), spare / 4));
-    write(entering, plan, reader, spare / 4);
+    write(entering, plan, spare / 4);
     meter_.endPage(reader.copies());
   }
 
  private:
   std::uint32_t lines(const PageHead& head, std::uint32_t quick, std::uint64_t memory) const {
     const std::uint64_t wanted = job_.bandLines != 0 ? job_.bandLines : quick;
-    const std::uint64_t room = 1 + std::min(memory, longestBand) / head.lineBytes();
+    const std::uint64_t room = 1 + std::min(memory, kLongestBand) / head.lineBytes();
     return static_cast<std::uint32_t>(std::min<std::uint64_t>({wanted, room, head.height}));
   }
 
   // What is made before something fails is written all the same, and of two failures the first in
   // the page is thrown. A page of which nothing is made leaves no header.
-  void write(EnteringLines& entering, const Engine::Plan& plan, const PageReader& reader,
-             std::uint64_t memory) {
+  void write(EnteringLines& entering, const Engine::Plan& plan, std::uint64_t memory) {
     const PageHead& head = plan.page;
     const std::uint32_t most = lines(head, plan.quickLines, memory);
     BandQueue queue(head.height, most, head.lineBytes(), memory + head.lineBytes(),
@@ -87,7 +88,7 @@ class Pipeline {
         const std::uint32_t count = std::min(most, head.height - made);
         RastChainLines leaving = linesAt(head, queue.next(), count);
         while (leaving.nCount > 0) isDone = run(entering.refilled(), leaving);
-        if (made == 0) beginPage(head, reader);
+        if (made == 0) beginPage(head);
         queue.pass();
         meter_.linesWritten(count, count * head.lineBytes());
         made += count;
@@ -101,8 +102,8 @@ class Pipeline {
     queue.finish();
   }
 
-  void beginPage(const PageHead& head, const PageReader& reader) {
-    meter_.inFiles([&] { writer_.beginPage(head, reader.rasterHeader()); });
+  void beginPage(const PageHead& head) {
+    meter_.inFiles([&] { writer_.beginPage(head); });
     if (const unsigned assumed = writer_.assumedResolution(); assumed != 0 && !hasNoted_) {
       hasNoted_ = true;
       meter_.note(
@@ -117,7 +118,7 @@ class Pipeline {
 
   const Job& job_;
   Engine& engine_;
-  Input& in_;
+  PageInput& in_;
   PageWriter& writer_;
   Meter& meter_;
   bool isFirst_ = true;
@@ -127,7 +128,7 @@ class Pipeline {
 }  // namespace
 
 ExitCode run(const Job& job) {
-  Input in(job.inPath, job.memory);
+  PageInput in(job.inPath, job.memory);
   const std::unique_ptr<PageStream> pages = openPages(in, {}, job.mayBeEmpty);
   Output out(job.outPath);
   const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
@@ -135,7 +136,7 @@ ExitCode run(const Job& job) {
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
     fail(ExitCode::runTime, "standard output cannot be set aside");
   }
-  Meter meter(job.progress, in, job.pages.count(), job.stats);
+  Meter meter(job.progress, in, job.pages.count());
   Pipeline pipeline(job, in, *writer, meter);
   everyPage(in, *pages, job.pages, [&](PageReader& page) { pipeline.runPage(page); });
   meter.inFiles([&] {
@@ -146,3 +147,5 @@ ExitCode run(const Job& job) {
   if (job.stats) meter.printFigures();
   return ExitCode::done;
 }
+
+}  // namespace rast::tool

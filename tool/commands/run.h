@@ -1,11 +1,12 @@
 // Carries out an operation: every chosen page of the input, band by band, through the filter to the
 // output.
-#ifndef RAST_TOOL_RUN_H
-#define RAST_TOOL_RUN_H
+#pragma once
 
 #include "commands/job.h"
-#include "formats/error.h"
+#include "text/failure.h"
+
+namespace rast::tool {
 
 ExitCode run(const Job& job);
 
-#endif
+}  // namespace rast::tool

@@ -1,13 +1,16 @@
-// The formats that pages are written in: how one is told by its name or by the ending of a file.
-#ifndef RAST_TOOL_FORMAT_H
-#define RAST_TOOL_FORMAT_H
+// The formats of page files: one is recognized by its first bytes, by its name or by the ending of a
+// file's name.
+#pragma once
 
 #include <memory>
 #include <span>
 #include <string>
 
-#include "formats/output.h"
+#include "files/output.h"
 #include "formats/page.h"
+#include "formats/pageInput.h"
+
+namespace rast::tool {
 
 struct Format {
   const char* name;     // for --format
@@ -22,4 +25,9 @@ const Format* findFormat(const std::string& name);
 // By the ending of a file name, in any case; a name without ending stands for the first format.
 const Format* formatOfFile(const std::string& path);
 
-#endif
+// Begins to read pages, in whatever format they are. A stream without pages is an error, unless it
+// may be empty.
+std::unique_ptr<PageStream> openPages(PageInput& in, const Transparency& transparency = {},
+                                      bool mayBeEmpty = false);
+
+}  // namespace rast::tool

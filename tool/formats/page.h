@@ -1,7 +1,6 @@
 // Pages as they come from a file and go to one: lines of 8-bit samples, R G B interleaved if
-// colour.
-#ifndef RAST_TOOL_PAGE_H
-#define RAST_TOOL_PAGE_H
+// color.
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -9,8 +8,10 @@
 #include <memory>
 #include <optional>
 
-#include "formats/input.h"
-#include "formats/output.h"
+#include "files/output.h"
+#include "formats/pageInput.h"
+
+namespace rast::tool {
 
 // Pixels to the inch; 0 where it is not known.
 struct Resolution {
@@ -20,44 +21,50 @@ struct Resolution {
   bool isKnown() const { return x > 0 && y > 0; }
 };
 
+// What a format stores of a page besides, for a writer that knows the format.
+struct FormatDetails {
+  FormatDetails() = default;
+  virtual ~FormatDetails() = default;
+  FormatDetails(const FormatDetails&) = default;
+  FormatDetails& operator=(const FormatDetails&) = default;
+};
+
 struct PageHead {
   std::uint32_t width;
   std::uint32_t height;
-  bool colour;
+  bool color;
   Resolution resolution = {};
-  bool turned = false;  // from what it was in the file, so that its sides are others now
+  bool turned = false;  // by a quarter turn since it was read: its sides are exchanged
+  std::shared_ptr<const FormatDetails> details = nullptr;
 
   bool hasShapeOf(const PageHead& other) const {
-    return width == other.width && height == other.height && colour == other.colour;
+    return width == other.width && height == other.height && color == other.color;
   }
-  const char* kind() const { return colour ? "RGB" : "gray"; }
-  std::size_t lineBytes() const { return std::size_t{width} * (colour ? 3 : 1); }
+  const char* kind() const { return color ? "RGB" : "gray"; }
+  std::size_t lineBytes() const { return std::size_t{width} * (color ? 3 : 1); }
   // The least memory for lines in work: one that is read and one that is written.
   std::uint64_t workBytes() const { return 2 * std::uint64_t{lineBytes()}; }
 };
 
 // The one gate for sizes of pages in files: rejects empty and absurd sizes, and lines that alone are
 // above the cap of the input.
-PageHead checkedHead(const Input& in, std::uint64_t width, std::uint64_t height, bool colour);
+PageHead checkedHead(const PageInput& in, std::uint64_t width, std::uint64_t height, bool color);
 
 // Whatever the cap, the offsets inside a plane stay below 2^31.
-inline constexpr std::uint64_t longestBand = std::uint64_t{1} << 30;
+inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
 
 // The lines that are quick to work on at a time: what they take stays in the processor's cache.
 std::uint32_t quickLines(const PageHead& head);
 
 // The lines of a band: as many as wanted, or quick where none are, as far as there are and the
 // input's cap allows. At least one, or the page is refused.
-std::uint32_t bandLines(const Input& in, const PageHead& head, std::uint32_t wanted = 0);
+std::uint32_t bandLines(const PageInput& in, const PageHead& head, std::uint32_t wanted = 0);
 
 // What is done about a page with transparency.
 struct Transparency {
   const char* hint = "flatten it onto a background";
   std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is refused
 };
-
-// The page header of a raster stream.
-struct RasterHeader;
 
 class PageReader {
  public:
@@ -73,8 +80,6 @@ class PageReader {
   virtual std::optional<std::uint64_t> pagesAhead() const { return {}; }
   // How many of it are to be printed.
   virtual std::uint32_t copies() const { return 1; }
-  // What a raster stream says of the page besides; null in other formats.
-  virtual const RasterHeader* rasterHeader() const { return nullptr; }
 
  protected:
   PageHead head_ = {};
@@ -88,15 +93,8 @@ class PageStream {
   virtual std::unique_ptr<PageReader> next() = 0;
 };
 
-// A stream without pages is an error, unless it may be empty.
-std::unique_ptr<PageStream> openPages(Input& in, const Transparency& transparency = {},
-                                      bool mayBeEmpty = false);
-
-// Rejects a stream that begins like none of the formats.
-[[noreturn]] void failUnknown(const Input& in);
-
 // Reads a page that nothing is wanted of but that it is sound.
-void readPast(const Input& in, PageReader& page,
+void readPast(const PageInput& in, PageReader& page,
               const std::function<void(std::uint32_t lines, std::uint64_t bytes)>& onLines = {});
 
 class PageWriter {
@@ -104,8 +102,7 @@ class PageWriter {
   virtual ~PageWriter() = default;
   // Before the first page: how many there will be, as far as anything tells.
   virtual void expectPages(std::optional<std::uint64_t> /*pages*/) {}
-  // The raster header is that of the page which this one was made of, if it had one.
-  virtual void beginPage(const PageHead& head, const RasterHeader* header) = 0;
+  virtual void beginPage(const PageHead& head) = 0;
   // The next count lines; the last line also writes what closes the image.
   virtual void writeLines(const std::uint8_t* lines, std::uint32_t count) = 0;
   // After the last page: writes what closes the file.
@@ -115,4 +112,4 @@ class PageWriter {
   virtual unsigned assumedResolution() const { return 0; }
 };
 
-#endif
+}  // namespace rast::tool

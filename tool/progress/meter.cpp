@@ -6,8 +6,10 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "formats/file.h"
+#include "files/file.h"
 #include "text/printable.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -25,12 +27,11 @@ std::uint64_t peakMemory() {
 
 }  // namespace
 
-Meter::Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages, bool figures)
+Meter::Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages)
     : in_(in),
       quiet_(mode == ProgressMode::never),
       progress_(makeProgress(mode)),
-      expected_(pages),
-      timed_(progress_ != nullptr || figures) {}
+      expected_(pages) {}
 
 void Meter::beginPage(std::uint32_t linesToRead) {
   ++pages_;
@@ -78,8 +79,9 @@ double Meter::megabytesPerSecond() const {
 
 void Meter::show() {
   constexpr auto interval = std::chrono::milliseconds(100);
-  const auto now = this->now();
-  if (!progress_ || now - shownAt_ < interval) return;
+  if (!progress_) return;
+  const auto now = Clock::now();
+  if (now - shownAt_ < interval) return;
   const std::optional<double> ofStream = partOfStream();
   const double part = ofStream.value_or(partOfPage());
   const auto percent = static_cast<int>(part * 100);
@@ -114,3 +116,5 @@ void Meter::printFigures() const {
                   " in the library, ", fixed((files_ + output_).count(), 3),
                   " in files\npeak memory: ", peakMemory(), " KiB\n"));
 }
+
+}  // namespace rast::tool

@@ -1,6 +1,5 @@
 // What a job has done so far: told as progress while it runs, and in figures at its end.
-#ifndef RAST_TOOL_METER_H
-#define RAST_TOOL_METER_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -8,15 +7,15 @@
 #include <optional>
 #include <string>
 
-#include "formats/input.h"
+#include "files/input.h"
 #include "progress/progress.h"
+
+namespace rast::tool {
 
 class Meter {
  public:
-  // The number of pages that will be worked on, where it is known. Without figures and progress, no
-  // time is taken.
-  Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages,
-        bool figures = false);
+  // The number of pages that will be worked on, where it is known.
+  Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages);
 
   void beginPage(std::uint32_t linesToRead);
   // As soon as it is known how many those are, which is 0 where pages are only read.
@@ -29,17 +28,17 @@ class Meter {
   // lines may do so from a thread of its own, at the same time.
   template <class Call>
   auto inLibrary(const Call& call) {
-    const Timed timed(*this, library_);
+    const Timed timed(library_);
     return call();
   }
   template <class Call>
   auto inFiles(const Call& call) {
-    const Timed timed(*this, files_);
+    const Timed timed(files_);
     return call();
   }
   template <class Call>
   auto inOutput(const Call& call) {
-    const Timed timed(*this, output_);
+    const Timed timed(output_);
     return call();
   }
 
@@ -56,22 +55,20 @@ class Meter {
 
   class Timed {
    public:
-    Timed(const Meter& meter, Seconds& total) : meter_(meter), total_(total), start_(meter.now()) {}
-    ~Timed() { total_ += meter_.now() - start_; }
+    explicit Timed(Seconds& total) : total_(total) {}
+    ~Timed() { total_ += Clock::now() - start_; }
     Timed(const Timed&) = delete;
     Timed& operator=(const Timed&) = delete;
 
    private:
-    const Meter& meter_;
     Seconds& total_;
-    Clock::time_point start_;
+    Clock::time_point start_ = Clock::now();
   };
 
-  Clock::time_point now() const { return timed_ ? Clock::now() : Clock::time_point(); }
   // Parts of the page, or of the whole stream where its size is known, that are done.
   double partOfPage() const;
   std::optional<double> partOfStream() const;
-  double secondsSoFar() const { return Seconds(now() - start_).count(); }
+  double secondsSoFar() const { return Seconds(Clock::now() - start_).count(); }
   double megabytesPerSecond() const;
   void show();
 
@@ -80,8 +77,7 @@ class Meter {
   std::unique_ptr<Progress> progress_;  // null if none is shown
   std::optional<std::uint64_t> expected_;
 
-  bool timed_;
-  Clock::time_point start_ = now();
+  Clock::time_point start_ = Clock::now();
   Seconds library_ = Seconds(0);
   Seconds files_ = Seconds(0);
   Seconds output_ = Seconds(0);
@@ -102,4 +98,4 @@ class Meter {
   int percentOfPage_ = -1;
 };
 
-#endif
+}  // namespace rast::tool

@@ -5,7 +5,10 @@
 #include <cstdio>
 #include <string>
 
-#include "formats/error.h"
+#include "text/json.h"
+#include "text/printable.h"
+
+namespace rast::tool {
 
 namespace {
 
@@ -50,21 +53,24 @@ class TerminalLine final : public Progress {
 class JsonLines final : public Progress {
  public:
   void show(const Standing& s) override {
-    std::string line = join("{\"page\": ", s.page);
-    if (s.pages) line += join(", \"pages\": ", *s.pages);
-    line += join(", \"percent\": ", s.percent,
-                 ", \"megabytes_per_second\": ", fixed(s.megabytesPerSecond, 1));
-    if (s.left) line += join(", \"seconds_left\": ", s.left->count());
-    printError(line + "}\n");
+    JsonObject line;
+    line.add("page", s.page);
+    if (s.pages) line.add("pages", *s.pages);
+    line.add("percent", s.percent).addRaw("megabytes_per_second", fixed(s.megabytesPerSecond, 1));
+    if (s.left) line.add("seconds_left", s.left->count());
+    print(line);
   }
 
   void note(const std::string& text, const std::string& advice) override {
-    printError(join("{\"note\": \"", text, advice, "\"}\n"));
+    print(JsonObject().add("note", text + advice));
   }
 
   void end(std::uint64_t pages) override {
-    printError(join("{\"done\": true, \"pages\": ", pages, "}\n"));
+    print(JsonObject().add("done", true).add("pages", pages));
   }
+
+ private:
+  static void print(const JsonObject& line) { printError(line.text() + '\n'); }
 };
 
 // The messages by which a filter of a print queue tells the scheduler.
@@ -119,3 +125,5 @@ std::unique_ptr<Progress> makeProgress(ProgressMode mode) {
   }
   return nullptr;
 }
+
+}  // namespace rast::tool

@@ -1,6 +1,5 @@
 // How far a job is, told on standard error.
-#ifndef RAST_TOOL_PROGRESS_H
-#define RAST_TOOL_PROGRESS_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -8,6 +7,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+namespace rast::tool {
 
 enum class ProgressMode {
   whenTerminal,
@@ -46,4 +47,4 @@ void printError(const std::string& text);
 // Null where none is to be shown.
 std::unique_ptr<Progress> makeProgress(ProgressMode mode);
 
-#endif
+}  // namespace rast::tool

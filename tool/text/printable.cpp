@@ -5,6 +5,8 @@
 #include <cwchar>
 #include <cwctype>
 
+namespace rast::tool {
+
 std::string alignedRight(const std::string& text, std::size_t width) {
   return std::string(std::max(width, text.size()) - text.size(), ' ') + text;
 }
@@ -31,3 +33,5 @@ std::string printable(const std::string& text) {
   }
   return line;
 }
+
+}  // namespace rast::tool

@@ -1,16 +1,12 @@
 // Texts for people: aligned, printable, and the parts of paths.
-#ifndef RAST_TOOL_PRINTABLE_H
-#define RAST_TOOL_PRINTABLE_H
+#pragma once
 
 #include <string>
 #include <string_view>
 
 #include "text/text.h"
 
-using rast::fixed;
-using rast::hexadecimal;
-using rast::join;
-using rast::split;
+namespace rast::tool {
 
 // Fills a text up to so many characters with spaces, before it or after it.
 std::string alignedRight(const std::string& text, std::size_t width);
@@ -28,4 +24,4 @@ constexpr std::string_view nameIn(std::string_view path) {
 // are no text.
 std::string printable(const std::string& text);
 
-#endif
+}  // namespace rast::tool

@@ -24,8 +24,8 @@ SCAN = "rast expgamma --gray --offset 75 --gain 120 page.png scan.png"
 SHOWN = (
     ("expgamma: a scan on clean paper", "expgamma threshold=70 gain=520", "scan.png"),
     ("colgamma: lighter mid-tones", "colgamma gamma=1.8", "page.png"),
-    ("binconv: colour becomes an ink", "binconv color=3 : colgamma invert", "page.png"),
-    ("satadjust: less colour, twice", "satadjust lower : satadjust lower", "page.png"),
+    ("binconv: color becomes an ink", "binconv color=3 : colgamma invert", "page.png"),
+    ("satadjust: less color, twice", "satadjust lower : satadjust lower", "page.png"),
     ("hueadjust: red and blue exchanged", "hueadjust swap-rb", "page.png"),
     ("colbalance: red up, blue down", "colbalance level=10,5,0,5", "page.png"),
     (
@@ -52,7 +52,7 @@ def blend(one, other, share):
 
 
 def between(stops, place):
-    """The colour at a place of a gradient, whose stops are (place, colour)."""
+    """The color at a place of a gradient, whose stops are (place, color)."""
     for (low, one), (high, other) in zip(stops, stops[1:]):
         if place <= high:
             return blend(one, other, (place - low) / (high - low))

@@ -96,7 +96,7 @@ function chunksOf(bytes) {
   return chunks;
 }
 
-// Null for the rare kinds: interlaced, of 16 bits, or with a transparent colour.
+// Null for the rare kinds: interlaced, of 16 bits, or with a transparent color.
 async function decodePng(bytes) {
   const chunks = chunksOf(bytes);
   const find = (name) => chunks.find((chunk) => chunk.name === name)?.data;

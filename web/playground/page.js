@@ -106,7 +106,7 @@ async function choosePage(loading) {
     failPage("");
     const {width, height, isColor} = files.get(name);
     at("page-note").textContent =
-      `${name}: ${width} × ${height}, ${isColor ? "colour" : "gray"}` +
+      `${name}: ${width} × ${height}, ${isColor ? "color" : "gray"}` +
       `${isTransparent ? "; transparent parts are laid on white" : ""}. Or drop an image anywhere.`;
     draw("before", await ask("show", {name}));
     showSteps();
@@ -476,7 +476,7 @@ async function run() {
     draw("after", result);
     at("figures").textContent =
       `${width} × ${height} → ${result.width} × ${result.height}, ` +
-      `${result.isColor ? "colour" : "gray"}, ${result.milliseconds.toFixed(1)} ms`;
+      `${result.isColor ? "color" : "gray"}, ${result.milliseconds.toFixed(1)} ms`;
     at("save-pnm").textContent = `Save as ${result.isColor ? "PPM" : "PGM"}`;
     showCommand(result);
     return true;

@@ -1,0 +1,20 @@
+#include "formats/sharedLibrary.h"
+
+#include <dlfcn.h>
+
+#include "text/failure.h"
+
+namespace rast::tool {
+
+void* SharedLibrary::find(const char* name) const {
+  // Again it only counts, and nothing is unloaded.
+  void* const handle = dlopen(soname_, RTLD_NOW | RTLD_LOCAL);
+  void* const found = handle != nullptr ? dlsym(handle, name) : nullptr;
+  if (found == nullptr) {
+    fail(ExitCode::unsupported, purpose_,
+         " needs a shared library that cannot be loaded: ", dlerror());
+  }
+  return found;
+}
+
+}  // namespace rast::tool

@@ -1,0 +1,50 @@
+// Shared libraries that are loaded when something of them is first called. Most pages need none of
+// those that read and write page files, which take longer to load than a page to be worked on.
+#pragma once
+
+#include <atomic>
+
+namespace rast::tool {
+
+class SharedLibrary {
+ public:
+  // The purpose is told where the library is not there.
+  constexpr SharedLibrary(const char* soname, const char* purpose)
+      : soname_(soname), purpose_(purpose) {}
+
+  // The address of a function.
+  void* find(const char* name) const;
+
+ private:
+  const char* soname_;
+  const char* purpose_;
+};
+
+// Called like the function itself.
+template <class Function>
+class LibraryFunction {
+ public:
+  constexpr LibraryFunction(const SharedLibrary& library, const char* name)
+      : library_(library), name_(name) {}
+
+  // From any thread: each finds the same.
+  operator Function*() {
+    Function* function = function_;
+    if (function == nullptr) {
+      function_ = function = reinterpret_cast<Function*>(library_.find(name_));
+    }
+    return function;
+  }
+
+ private:
+  const SharedLibrary& library_;
+  const char* name_;
+  std::atomic<Function*> function_ = nullptr;
+};
+
+// Declares what stands for a function of the global namespace in the present one. A macro, because
+// type and name then cannot but belong together.
+#define RAST_LIBRARY_FUNCTION(library, function) \
+  constinit LibraryFunction<decltype(::function)> function(library, #function)
+
+}  // namespace rast::tool

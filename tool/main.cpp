@@ -36,7 +36,7 @@ void fillStandardDescriptors() {
   }
 }
 
-// As the limit counts it, or 0 where the kernel does not tell.
+// In bytes, counted as the limit counts them; 0 where the kernel does not report it.
 std::uint64_t dataInUse() {
   constexpr std::size_t place = 5;  // among the numbers, each of which counts pages
   char text[200] = "";
@@ -51,9 +51,9 @@ std::uint64_t dataInUse() {
   return pages * getauxval(AT_PAGESZ);
 }
 
-// What one of the libraries for page files would take beyond the cap fails to be allocated. Pages
-// in temporary files are mapped, which does not count. A program that begins with more, as one
-// with a sanitizer does, is left alone.
+// Allocations beyond the cap fail in the libraries for page files too. Pages in temporary files are
+// mapped, which does not count. A program that starts with more, as one with a sanitizer does, gets
+// no limit.
 void limitMemory(std::uint64_t bytes) {
   rlimit limit = {};
   if (dataInUse() > bytes / 2 || getrlimit(RLIMIT_DATA, &limit) != 0) return;
@@ -62,7 +62,7 @@ void limitMemory(std::uint64_t bytes) {
 }
 
 #ifdef RAST_HAS_RASTER
-// Of this program, be it a link. A scheduler calls its filters by the names of printers.
+// The name of this program's file or link. argv[0] would be the name of a printer in a queue.
 std::string_view fileName() {
   const auto path = getauxval(AT_EXECFN);  // an address, or 0
   return path != 0 ? nameIn(reinterpret_cast<const char*>(path)) : "";
@@ -74,7 +74,7 @@ int carryOut(const Job& job) {
   return static_cast<int>(job.carryOut(job));
 }
 
-// Of who reports failures, and with what status.
+// The label and the status with which failures are reported.
 struct Reporter {
   const char* label = "rast";
   bool compares = false;

@@ -105,7 +105,7 @@ class System:
         return run("chroot", self.folder, *command, env=environment, **options)
 
     def install(self, *packages):
-        """The names of what was new."""
+        """The names of the packages that were new."""
         names = [str(p) for p in packages]
         command = ("apt-get", "-q", "-y", "--no-install-recommends", "-o", "DPkg::Use-Pty=false")
         planned = self.run(*command, "--simulate", "install", *names).decode()
@@ -153,17 +153,31 @@ def check_chain_library(system, package):
            "installed with librastchain1")
 
 
-def check_command(system, version):
-    expect_words(system.run("rast", "--version").decode(), version, "rast --version")
+INVERT = ("rast", "colgamma", "--curve", "invert", "--format")
+
+
+def check_bare_command(system, package):
+    """Without recommended packages the command has PNM, and reports the libraries that it lacks."""
+    recommended = {word.split()[0] for word in field(package, "Recommends").split(", ")}
+    expect({name.rstrip("0123456789t-") for name in recommended}, {"libcups", "libpng", "libtiff"},
+           "recommended by rast")
+    new = system.install(f"/packages/{package.name}")
+    expect(new & recommended, set(), "installed with rast")
     page = b"P6\n4 2\n255\n" + bytes(range(24))
     inverted = b"P6\n4 2\n255\n" + bytes(range(255, 231, -1))
-    invert = ("rast", "colgamma", "--curve", "invert", "--format")
-    expect(system.run(*invert, "pnm", input=page), inverted, "the inverted page")
+    expect(system.run(*INVERT, "pnm", input=page), inverted, "the inverted page")
     (system.folder / "tmp/page.ppm").write_bytes(page)
+    shown = system.run("sh", "-c", f"{' '.join(INVERT)} png /tmp/page.ppm /tmp/no.png 2>&1 || true")
+    expect_words(shown.decode(), "PNG needs a shared library", "the message without libpng")
+
+
+def check_command(system, version):
+    expect_words(system.run("rast", "--version").decode(), version, "rast --version")
+    page = (system.folder / "tmp/page.ppm").read_bytes()
     for kind in ("png", "tiff", "cups", "pwg"):
         path = f"/tmp/inverted.{kind}"
-        system.run(*invert, kind, "/tmp/page.ppm", path)
-        expect(system.run(*invert, "pnm", path), page, f"{path}, inverted")
+        system.run(*INVERT, kind, "/tmp/page.ppm", path)
+        expect(system.run(*INVERT, "pnm", path), page, f"{path}, inverted")
     for name in COMPLETIONS:
         expect_words((system.folder / "usr/share" / name).read_text(), "rast", name)
 
@@ -307,7 +321,9 @@ def main():
         parts.done("librast1 alone needs libc6 alone")
         check_chain_library(system, packages["librastchain1"])
         parts.done("librastchain1 needs librast1 and the C++ run-time library")
-        system.install(*(f"/packages/{packages[name].name}" for name in ("rast", "rast-cups")))
+        check_bare_command(system, packages["rast"])
+        names = re.findall(r"lib\w[^ ,]*", field(packages["rast"], "Recommends"))
+        system.install(f"/packages/{packages['rast-cups'].name}", *names)
         check_command(system, field(packages["rast"], "Version"))
         check_documents(system, "rast")
         parts.done("rast works")

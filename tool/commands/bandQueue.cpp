@@ -10,7 +10,7 @@ namespace rast::tool {
 
 namespace {
 
-// As many as keep a thread busy for longer than it takes to wake the other.
+// Enough bands to keep a thread busy for longer than it takes to wake the other.
 std::size_t bandsAtOnce(std::uint32_t pageLines, std::uint32_t lines, std::size_t bandBytes,
                         std::uint64_t memory) {
   constexpr std::uint64_t busyBytes = 1 << 18;

@@ -1,4 +1,4 @@
-// The commands that are no operations, and the options that commands and operations share.
+// The commands other than operations, and the options that commands and operations share.
 #pragma once
 
 #include <cstddef>
@@ -32,7 +32,7 @@ std::string optionLetters(const chain::Operation& operation);
 
 using Path = std::string Job::*;
 
-// What operations take as operands.
+// The operands of operations.
 std::span<const Path> operationPaths();
 
 struct Command {

@@ -10,7 +10,7 @@ namespace rast::tool {
 
 namespace {
 
-// Those that begin with the word as it stands.
+// The candidates that begin with the word.
 class Candidates {
  public:
   explicit Candidates(const std::string& word) : word_(word) {}
@@ -50,7 +50,7 @@ const chain::Parameter* findParameter(const chain::Operation& operation, const s
   return found != operation.parameters.end() ? &*found : nullptr;
 }
 
-// Of the text of a chain only the last word changes.
+// Only the last word of a chain's text changes.
 void addChains(Candidates& candidates, const std::string& chain) {
   // A candidate is one line, and what follows a tab is its meaning.
   if (chain.find_first_of("\t\n") != std::string::npos) return;
@@ -84,7 +84,7 @@ void addChains(Candidates& candidates, const std::string& chain) {
   }
 }
 
-// What an option takes, given behind a space or an equals sign: before it stands `before`.
+// The values of an option, after a space or an equals sign; `before` is the text in front of them.
 bool addOptionValues(Candidates& candidates, const chain::Operation* operation,
                      const std::string& letters, const std::string& option,
                      const std::string& before) {
@@ -100,7 +100,7 @@ bool addOptionValues(Candidates& candidates, const chain::Operation* operation,
     const bool isMeant = option == join('-', o.letter) || option == join("--", o.name);
     if (!isMeant || !o.isAmong(letters)) continue;
     if (!o.takesWord()) {
-      // What may be left out is given behind an equals sign only.
+      // An optional value follows an equals sign only.
       if (o.argument != nullptr && !before.empty()) candidates.add(before + (o.argument + 1));
       return false;
     }
@@ -114,7 +114,7 @@ bool addOptionValues(Candidates& candidates, const chain::Operation* operation,
   return false;
 }
 
-// Whether the last word is the first operand, and no option has been given in its place.
+// True where the last word is the first operand and no option replaces it.
 bool isFirstOperand(std::span<char* const> words, const chain::Operation* operation,
                     const std::string& letters) {
   std::string instead = "--chain";

@@ -1,4 +1,4 @@
-// What may come next on a command line, for shells.
+// Completion of command lines, for shells.
 #pragma once
 
 #include <span>

@@ -32,7 +32,7 @@ class Engine {
 
   std::uint32_t steps() const { return rastChainSteps(chain_.get()); }
 
-  // What becomes of a page of the input.
+  // The page that comes out for a page of the input.
   struct Plan {
     PageHead page;
     std::uint64_t memory;      // that the lines in work need

@@ -1,4 +1,4 @@
-// What the command tells of itself: the texts that help and manual pages share, and the help.
+// The help of the command, and the texts that help and manual pages share.
 #pragma once
 
 #include <span>

@@ -9,7 +9,7 @@ namespace rast::tool {
 
 namespace {
 
-// Nothing where it is not known.
+// Empty where it is unknown.
 std::string resolutionText(const Resolution& resolution) {
   if (!resolution.isKnown()) return "";
   const bool isSquare = resolution.x == resolution.y;
@@ -38,7 +38,7 @@ std::string describeJson(std::uint64_t number, const PageReader& page) {
 
 }  // namespace
 
-// A page is told of only once it is known to be sound.
+// Describes a page only after reading it to its end without an error.
 ExitCode info(const Job& job) {
   PageInput in(job.inPath, job.memory);
   Output out("-");

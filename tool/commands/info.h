@@ -1,4 +1,4 @@
-// Tells what pages there are in a stream.
+// Lists the pages of a stream.
 #pragma once
 
 #include "commands/job.h"

@@ -1,4 +1,4 @@
-// What a command line or a print queue asks for.
+// A job: the request of a command line or a print queue.
 #pragma once
 
 #include <cstdint>

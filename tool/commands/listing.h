@@ -1,4 +1,4 @@
-// Tells what operations there are.
+// Lists the operations.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace rast::tool {
 
-// Name, summary and what pages it takes.
+// Name, summary and the kinds of pages.
 std::string headline(const chain::Operation& operation);
 
 ExitCode listOperations(const Job& job);

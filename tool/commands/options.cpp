@@ -111,7 +111,7 @@ class JobParser {
     if (job_.carryOut != run) job_.outPath.clear();
   }
 
-  // Without a job where help is asked for.
+  // None where help is asked for.
   std::optional<Job> parse() {
     opterr = 0;
     options_.push_back({});
@@ -231,7 +231,7 @@ class JobParser {
     }
   }
 
-  // Whether the operand is the value of the first parameter, as in a chain.
+  // True where the operand is the value of the first parameter, as in a chain.
   bool takesValue(const std::string& operand) const {
     if (texts_.empty() || texts_[0]) return false;
     const chain::Parameter& first = operation_->parameters[0];
@@ -261,7 +261,7 @@ class JobParser {
     return text;
   }
 
-  // So that a chain takes it as one word, whatever is in it.
+  // One word of a chain, whatever characters it has.
   static std::string quoted(const std::string& value) {
     std::string text;
     for (const char c : value) text += c == '"' ? "'\"'" : join('"', c, '"');

@@ -1,4 +1,4 @@
-// Which pages of a stream are meant.
+// A list of pages of a stream.
 #pragma once
 
 #include <cstdint>
@@ -20,12 +20,13 @@ class PageList {
   explicit PageList(const std::string& text);
 
   bool holds(std::uint64_t page) const;
-  // None where that depends on the stream.
+  // None where the number depends on the stream.
   std::optional<std::uint64_t> count() const;
-  // As far as the list tells, or else a page of the stream.
+  // The number of the list, or else an estimate from a page of the stream.
   std::optional<std::uint64_t> count(const PageReader& page) const;
 
-  // At the end of the stream: refuses a list that names pages beyond. Without pages it names none.
+  // At the end of the stream: rejects a list that names later pages, unless there is no page at
+  // all.
   void checkEnd(const PageInput& in) const;
 
  private:

@@ -56,7 +56,7 @@ class Options {
     return value != nullptr ? value : "";
   }
 
-  // As a job gives them: "name=value", or "name" where that is enough.
+  // The options of the job: "name=value", or "name" for a switch.
   std::vector<std::string> words() const {
     std::vector<std::string> words;
     for (const cups_option_t& option : std::span(options_, static_cast<std::size_t>(count_))) {
@@ -204,7 +204,7 @@ struct Given {
   bool byJob;  // and not by the PPD file
 };
 
-// What the job gives, which may be the name of a choice in the PPD file, or the default choice.
+// The chain of the job, which may be the name of a choice in the PPD file, or the default choice.
 Given chainText(const Options& options) {
   const std::string given = options.get(kChainOption);
   const Ppd ppd = openPpd();
@@ -221,7 +221,7 @@ Given chainText(const Options& options) {
   return {given, true};
 }
 
-// The type that the queue says it ends with, or what the pages come in.
+// The type that the queue ends with, or else the one that the pages come in.
 const Format& rasterFormat() {
   static constexpr Format asItComes = {"raster", "", makeRasterWriter};
   const std::string_view type = environment("FINAL_CONTENT_TYPE");

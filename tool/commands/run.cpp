@@ -73,8 +73,8 @@ class Pipeline {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>({wanted, room, head.height}));
   }
 
-  // What is made before something fails is written all the same, and of two failures the first in
-  // the page is thrown. A page of which nothing is made leaves no header.
+  // Lines that are made before a failure are written. Of two failures, the one nearer to the top of
+  // the page is thrown. A page without lines leaves no header.
   void write(EnteringLines& entering, const Engine::Plan& plan, std::uint64_t memory) {
     const PageHead& head = plan.page;
     const std::uint32_t most = lines(head, plan.quickLines, memory);
@@ -132,7 +132,7 @@ ExitCode run(const Job& job) {
   const std::unique_ptr<PageStream> pages = openPages(in, {}, job.mayBeEmpty);
   Output out(job.outPath);
   const std::unique_ptr<PageWriter> writer = job.format->makeWriter(out);
-  // Where pixels may be going, no library prints.
+  // No library may print where the pixels go.
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
     fail(ExitCode::runTime, "standard output cannot be set aside");
   }

@@ -16,7 +16,7 @@ ssize_t uninterrupted(const Call& call) noexcept {
   return result;
 }
 
-// What is left of the parts after so many bytes of them.
+// The rest of the parts after so many bytes.
 std::span<iovec> without(std::span<iovec> parts, std::size_t bytes) noexcept {
   while (!parts.empty() && bytes >= parts[0].iov_len) {
     bytes -= parts[0].iov_len;

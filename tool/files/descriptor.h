@@ -25,10 +25,10 @@ class Descriptor {
   explicit operator bool() const { return number_ >= 0; }
   int number() const { return number_; }
 
-  // These tell what went wrong in errno, and go on after an interruption.
-  // How many bytes there were, at most so many; 0 at the end, -1 where it fails.
+  // These report failures in errno and repeat interrupted calls.
+  // The number of bytes read, at most `size`; 0 at the end, -1 after a failure.
   ssize_t read(void* data, std::size_t size) const noexcept;
-  // The parts one after the other, to the last byte. The records of them are used up.
+  // Writes the parts one after the other, to the last byte, and changes their records.
   bool write(std::span<iovec> parts) const noexcept;
   bool write(const void* data, std::size_t size) const noexcept;
   bool writeAt(off_t offset, const void* data, std::size_t size) const noexcept;

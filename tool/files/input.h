@@ -28,7 +28,7 @@ class Input {
   // They stay valid until the next call, and a failing read throws.
   std::span<const std::uint8_t> ahead(std::size_t count);
 
-  // As many bytes as there are, up to size; safe inside C callbacks.
+  // Returns the number of bytes read: `size`, or fewer at the end. Safe inside C callbacks.
   std::size_t read(std::uint8_t* data, std::size_t size) noexcept;
   // The `errno` of a read that failed, or 0.
   int error() const { return error_; }
@@ -40,8 +40,8 @@ class Input {
   std::uint64_t position() const noexcept { return read_ - (end_ - next_); }
   std::uint64_t size() const { return size_.value_or(0); }
 
-  // How many parts of so many bytes are still to be read, with one that is cut short; none where the
-  // size is not known.
+  // How many parts of so many bytes are still to be read, with one that is cut short; none where
+  // the size is not known.
   std::optional<std::uint64_t> partsAhead(std::uint64_t bytes) const;
 
   // The part of the stream that is read, 0 to 1; none where its size is not known, or reading goes

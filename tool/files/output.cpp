@@ -22,11 +22,11 @@ namespace rast::tool {
 
 namespace {
 
-// What the memory of files consists of, on most machines.
+// Most machines keep files in memory in blocks of this size.
 constexpr std::size_t kBlockSize = 1 << 12;
 constexpr std::size_t kBufferSize = 4 * kBlockSize;
 
-// Read by the signal handler: points into the Output whose temporary file exists.
+// The signal handler reads it: the name in the Output whose temporary file exists.
 std::atomic<const char*> pendingTemporary = nullptr;
 static_assert(std::atomic<const char*>::is_always_lock_free);
 
@@ -92,8 +92,8 @@ Output::Output(const std::string& path)
 }
 
 Output::~Output() {
-  // What is written straight is there as far as it was made, even if something failed. Where that
-  // was a write, the rest would come after a gap.
+  // Bytes that go straight to a device or pipe are written as far as they were made, even after a
+  // failure. After a failed write, the rest would follow a gap.
   if (file_ && !waits_ && !straight_ && error_ == 0) flush();
   dropTemporary();
 }
@@ -119,7 +119,7 @@ void Output::openTemporary(const struct stat* replaced) {
   if (set) file_ = std::move(file);
 }
 
-// The final one at once where nothing has it, else one of its own to be replaced by.
+// The final name where it is free, or else a temporary one, for the file to be renamed from.
 bool Output::nameTemporary() {
   if (!temporary_.empty() || giveName(file_, final_)) return true;
   if (errno != EEXIST) return false;
@@ -133,7 +133,7 @@ bool Output::nameTemporary() {
 
 bool Output::tryWrite(const void* data, std::size_t size) noexcept {
   const auto* bytes = static_cast<const std::uint8_t*>(data);
-  // Whole blocks, so that none is written in two parts where nothing is sought.
+  // Only whole blocks go out, so that none is written in two parts.
   const std::size_t all = held_ + size;
   const std::size_t now = all < kBufferSize ? 0 : all / kBlockSize * kBlockSize;
   if (now != 0) {

@@ -62,7 +62,7 @@ constexpr Format kFormats[] = {
 #endif
 };
 
-// Whether the word is one of those between spaces.
+// True where the word is one of the words between spaces.
 bool isAmong(const std::string& word, const std::string& words) {
   return join(' ', words, ' ').find(join(' ', word, ' ')) != std::string::npos;
 }

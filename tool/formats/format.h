@@ -1,5 +1,5 @@
-// The formats of page files: one is recognized by its first bytes, by its name or by the ending of a
-// file's name.
+// The formats of page files: one is recognized by its first bytes, by its name or by the ending of
+// a file's name.
 #pragma once
 
 #include <memory>
@@ -20,9 +20,10 @@ struct Format {
 
 std::span<const Format> formats();
 
-// By its name or one of its endings, without the dot. Null when there is none.
+// Finds a format by its name or one of its endings, without the dot. Null when there is none.
 const Format* findFormat(const std::string& name);
-// By the ending of a file name, in any case; a name without ending stands for the first format.
+// Finds a format by the ending of a file name, in any case. A name without an ending means the
+// first format.
 const Format* formatOfFile(const std::string& path);
 
 // Begins to read pages, in whatever format they are. A stream without pages is an error, unless it

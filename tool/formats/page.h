@@ -1,5 +1,4 @@
-// Pages as they come from a file and go to one: lines of 8-bit samples, R G B interleaved if
-// color.
+// Pages in files: lines of 8-bit samples, R, G, B interleaved on color pages.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +20,7 @@ struct Resolution {
   bool isKnown() const { return x > 0 && y > 0; }
 };
 
-// What a format stores of a page besides, for a writer that knows the format.
+// Further facts that a format stores with a page, for a writer that knows the format.
 struct FormatDetails {
   FormatDetails() = default;
   virtual ~FormatDetails() = default;
@@ -46,11 +45,11 @@ struct PageHead {
   std::uint64_t workBytes() const { return 2 * std::uint64_t{lineBytes()}; }
 };
 
-// The one gate for sizes of pages in files: rejects empty and absurd sizes, and lines that alone are
-// above the cap of the input.
+// The one gate for sizes of pages in files: rejects empty and absurd sizes, and lines that alone
+// are above the cap of the input.
 PageHead checkedHead(const PageInput& in, std::uint64_t width, std::uint64_t height, bool color);
 
-// Whatever the cap, the offsets inside a plane stay below 2^31.
+// Offsets inside a plane stay below 2^31, whatever the cap is.
 inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
 
 // The lines that are quick to work on at a time: what they take stays in the processor's cache.
@@ -60,7 +59,7 @@ std::uint32_t quickLines(const PageHead& head);
 // input's cap allows. At least one, or the page is refused.
 std::uint32_t bandLines(const PageInput& in, const PageHead& head, std::uint32_t wanted = 0);
 
-// What is done about a page with transparency.
+// How pages with transparency are treated.
 struct Transparency {
   const char* hint = "flatten it onto a background";
   std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is refused
@@ -70,15 +69,15 @@ class PageReader {
  public:
   virtual ~PageReader() = default;
   const PageHead& head() const { return head_; }
-  // In place of what the file says.
+  // Replaces the resolution that the file gives.
   void setResolution(const Resolution& resolution) { head_.resolution = resolution; }
   virtual const char* formatName() const = 0;
   // The next count lines; the last line also reads what closes the image.
   virtual void readLines(std::uint8_t* lines, std::uint32_t count) = 0;
-  // How many pages there are from this one on, or would be if all were as this one; none where
-  // nothing tells. To be asked before lines are read.
+  // The number of pages from this one on, or an estimate for pages of the same size; none where it
+  // is unknown. To be called before lines are read.
   virtual std::optional<std::uint64_t> pagesAhead() const { return {}; }
-  // How many of it are to be printed.
+  // How many copies of the page are to be printed.
   virtual std::uint32_t copies() const { return 1; }
 
  protected:
@@ -93,22 +92,22 @@ class PageStream {
   virtual std::unique_ptr<PageReader> next() = 0;
 };
 
-// Reads a page that nothing is wanted of but that it is sound.
+// Reads a page only to check it.
 void readPast(const PageInput& in, PageReader& page,
               const std::function<void(std::uint32_t lines, std::uint64_t bytes)>& onLines = {});
 
 class PageWriter {
  public:
   virtual ~PageWriter() = default;
-  // Before the first page: how many there will be, as far as anything tells.
+  // To be called before the first page, with the number of pages where it is known.
   virtual void expectPages(std::optional<std::uint64_t> /*pages*/) {}
   virtual void beginPage(const PageHead& head) = 0;
   // The next count lines; the last line also writes what closes the image.
   virtual void writeLines(const std::uint8_t* lines, std::uint32_t count) = 0;
   // After the last page: writes what closes the file.
   virtual void finish() {}
-  // Of the page that was begun last, in pixels to the inch: the default that the format asks for
-  // where nothing names a resolution. 0 where there was no need.
+  // The default, in pixels per inch, that was written for the page that was begun last, because the
+  // format requires a resolution and the page has none. 0 where no default was needed.
   virtual unsigned assumedResolution() const { return 0; }
 };
 

@@ -21,7 +21,7 @@ class PageInput : public Input {
   std::uint64_t page() const { return page_; }
   void startPage() { ++page_; }
 
-  // Of a line, for messages. Line 0 means the page as a whole.
+  // Names a line for messages; line 0 means the page as a whole.
   std::string place(std::uint64_t line) const;
 
   template <class... Parts>

@@ -53,7 +53,7 @@ RAST_LIBRARY_FUNCTION(libpng, png_write_row);
 
 constexpr double kMetersToTheInch = 0.0254;
 
-// Whole where a whole number would have been written so.
+// A whole number where one would have been written so.
 double perInch(png_uint_32 perMeter) {
   const double exact = perMeter * kMetersToTheInch;
   const auto whole = static_cast<double>(std::llround(exact));

@@ -9,7 +9,7 @@
 
 namespace rast::tool {
 
-// Of the first bytes of a stream.
+// True where a stream may begin so.
 constexpr bool isPng(std::span<const std::uint8_t> start) { return start[0] == 0x89; }
 
 std::unique_ptr<PageReader> makePngReader(PageInput& in, const Transparency& transparency);

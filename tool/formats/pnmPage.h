@@ -9,7 +9,7 @@
 
 namespace rast::tool {
 
-// Of the first bytes of a stream.
+// True where a stream may begin so.
 constexpr bool isPnm(std::span<const std::uint8_t> start) { return start[0] == 'P'; }
 
 constexpr bool isPnmSpace(int byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }

@@ -90,7 +90,7 @@ void swapNumbers(std::span<std::uint8_t> header) {
   }
 }
 
-// What the file says of a page, in the order of this machine.
+// The header as it is in the file, with numbers in the order of this machine.
 Page decoded(std::span<const std::uint8_t> raw, bool swapped) {
   std::array<std::uint8_t, sizeof(Page)> bytes = {};
   std::ranges::copy(raw, bytes.begin());
@@ -100,7 +100,8 @@ Page decoded(std::span<const std::uint8_t> raw, bool swapped) {
   return page;
 }
 
-// First what makes it no page header at all, as after the last page, then what is not supported.
+// First checks that it is a page header at all, as after the last page, then whether it is
+// supported.
 PageHead judged(const PageInput& in, const Page& page) {
   const unsigned bits = page.cupsBitsPerColor;
   const unsigned order = numberIn(page.cupsColorOrder);
@@ -141,8 +142,8 @@ struct RasterDetails final : FormatDetails {
   Page page;
 };
 
-// A version of the format. Its streams begin with this word, or with the word reversed where numbers
-// have the least significant byte first.
+// A version of the format. Its streams begin with this word, or with the word reversed where
+// numbers have the least significant byte first.
 struct Version {
   std::string_view word;
   std::size_t headerBytes;
@@ -155,7 +156,7 @@ constexpr Version kVersions[] = {
     {"RaS3", sizeof(Page), false},
 };
 
-// As far as there are bytes.
+// These compare as many bytes as there are.
 bool isSpelled(const Version& version, std::span<const std::uint8_t> start) {
   return std::ranges::equal(start, version.word.substr(0, start.size()));
 }
@@ -163,7 +164,7 @@ bool isReversed(const Version& version, std::span<const std::uint8_t> start) {
   return std::equal(start.begin(), start.end(), version.word.rbegin());
 }
 
-// What libcups reads: what was read ahead of it, then the stream.
+// Libcups reads from it: first the bytes that were read ahead, then the stream.
 struct Source {
   PageInput& in;
   std::span<const std::uint8_t> ahead = {};
@@ -319,7 +320,7 @@ double points(unsigned pixels, unsigned dots) {
   return dots == 0 ? 0 : std::min<double>(pixels * 72.0 / dots, UINT32_MAX);
 }
 
-// Of a page that is printed as a whole.
+// Sets the sizes of a page whose pixels cover all of it.
 void setPageSize(Page& page, bool pwg) {
   const unsigned pixels[] = {page.cupsWidth, page.cupsHeight};
   std::ranges::fill(page.Margins, 0U);

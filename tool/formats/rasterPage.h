@@ -13,10 +13,10 @@
 
 namespace rast::tool {
 
-// Of the first four bytes of a stream, or of fewer where the stream ends.
+// True where a stream may begin so; four bytes decide.
 bool isRaster(std::span<const std::uint8_t> start);
 
-// Of a page that is sound, but of a kind that is not read.
+// A sound page of a kind that is not read.
 struct UnsupportedRaster : Failure {
   bool isColor;
 };
@@ -28,7 +28,7 @@ std::string unsupportedIn(const cups_page_header2_t& page);
 std::unique_ptr<PageStream> openRaster(PageInput& in, bool mayBeEmpty);
 std::unique_ptr<PageWriter> makeCupsWriter(Output& out);
 std::unique_ptr<PageWriter> makePwgWriter(Output& out);
-// Of the two, what the pages were in; CUPS raster where they were in neither.
+// Writes the one of the two formats that the first page was read from, or else CUPS raster.
 std::unique_ptr<PageWriter> makeRasterWriter(Output& out);
 
 }  // namespace rast::tool

@@ -7,7 +7,7 @@
 namespace rast::tool {
 
 void* SharedLibrary::find(const char* name) const {
-  // Again it only counts, and nothing is unloaded.
+  // A second dlopen only counts, and no library is unloaded.
   void* const handle = dlopen(soname_, RTLD_NOW | RTLD_LOCAL);
   void* const found = handle != nullptr ? dlsym(handle, name) : nullptr;
   if (found == nullptr) {

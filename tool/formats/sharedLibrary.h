@@ -1,5 +1,5 @@
-// Shared libraries that are loaded when something of them is first called. Most pages need none of
-// those that read and write page files, which take longer to load than a page to be worked on.
+// Shared libraries that are loaded when one of their functions is first called. Loaded at the
+// start, those for page files would double the time of a small job and the memory of every job.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@ namespace rast::tool {
 
 class SharedLibrary {
  public:
-  // The purpose is told where the library is not there.
+  // Messages name the purpose where the library is missing.
   constexpr SharedLibrary(const char* soname, const char* purpose)
       : soname_(soname), purpose_(purpose) {}
 

@@ -133,7 +133,7 @@ class Walk {
     constexpr std::uint64_t most = 512;
     std::array<std::uint8_t, most * 8> offsets;
     std::array<std::uint8_t, most * 8> counts;
-    // Of data whose size is not given, nobody knows the end.
+    // Data of unknown size have no known end.
     if (pair.counts.count < pair.offsets.count) isKnown_ = false;
     for (std::uint64_t done = 0; done < pair.offsets.count;) {
       const auto now = std::min(pair.offsets.count - done, most);

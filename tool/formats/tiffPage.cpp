@@ -51,7 +51,7 @@ struct TiffCloser {
 };
 using Tiff = std::unique_ptr<TIFF, TiffCloser>;
 
-// What goes wrong inside libtiff, kept until it has returned.
+// The first error inside libtiff, kept until libtiff has returned.
 struct Fault {
   char text[200] = "";
   bool strict = false;   // whether warnings are faults too
@@ -139,7 +139,7 @@ struct Source {
   std::uint64_t position() const noexcept { return in.position(); }
   std::uint64_t size() const noexcept { return in.size(); }
 
-  // Without memory maps, and with the strips as they are in the file.
+  // The mode: no memory maps (m), strips as they are in the file (c).
   Tiff open() {
     seek(0);
     return openWith(*this, "rmc", in.memory().forLines());
@@ -315,7 +315,7 @@ void TiffReader::refuseUnsupported() const {
   }
 }
 
-// What is neither 8-bit gray from black to white nor RGB is expanded by the levels.
+// Samples other than RGB and 8-bit gray from black to white are expanded by the levels.
 void TiffReader::setLevels() {
   const std::size_t count = std::size_t{1} << bits_;
   if (photometric_ == PHOTOMETRIC_PALETTE) {

@@ -10,7 +10,7 @@
 
 namespace rast::tool {
 
-// Of the first bytes of a stream.
+// True where a stream may begin so.
 constexpr bool isTiff(std::span<const std::uint8_t> start) {
   return start[0] == 'I' || start[0] == 'M';
 }

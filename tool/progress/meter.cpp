@@ -13,7 +13,7 @@ namespace rast::tool {
 
 namespace {
 
-// In KiB. What getrusage tells may be of the program that started this one.
+// In KiB. The figure of getrusage may be that of the program that started this one.
 std::uint64_t peakMemory() {
   const File status(std::fopen("/proc/self/status", "re"));
   std::uint64_t peak = 0;
@@ -65,7 +65,7 @@ double Meter::partOfPage() const {
   return static_cast<double>(read_ + written_) / static_cast<double>(toRead_ + toWrite_);
 }
 
-// What of the page is read tells how much of the stream it takes.
+// The part of the page that is read shows how much of the stream the whole page takes.
 std::optional<double> Meter::partOfStream() const {
   const std::optional<double> now = in_.portion();
   if (!now || read_ == 0) return now;

@@ -1,4 +1,4 @@
-// What a job has done so far: told as progress while it runs, and in figures at its end.
+// Measures a job: reports progress while it runs, and figures at its end.
 #pragma once
 
 #include <chrono>
@@ -18,14 +18,14 @@ class Meter {
   Meter(ProgressMode mode, const Input& in, std::optional<std::uint64_t> pages);
 
   void beginPage(std::uint32_t linesToRead);
-  // As soon as it is known how many those are, which is 0 where pages are only read.
+  // To be called as soon as the number is known; 0 where pages are only read.
   void beginOutput(std::uint32_t linesToWrite) { toWrite_ = linesToWrite; }
   void endPage(std::uint32_t copies);
   void linesRead(std::uint32_t lines, std::uint64_t bytes);
   void linesWritten(std::uint32_t lines, std::uint64_t bytes);
 
-  // The result of the call, whose time counts as spent in the library or in files. What writes
-  // lines may do so from a thread of its own, at the same time.
+  // These return the result of the call and count its time as spent in the library or in files.
+  // Another thread may write lines at the same time.
   template <class Call>
   auto inLibrary(const Call& call) {
     const Timed timed(library_);
@@ -42,7 +42,7 @@ class Meter {
     return call();
   }
 
-  // What whoever starts a job should know, and what can be done about it on a command line.
+  // Reports a fact that the user should know. The advice says what to do on a command line.
   void note(const std::string& text, const std::string& advice) const;
 
   void end();
@@ -85,14 +85,14 @@ class Meter {
   std::uint64_t bytesRead_ = 0;
   std::uint64_t bytesWritten_ = 0;
 
-  // Of the page in work.
+  // State of the page in work.
   double before_ = 0;  // part of the stream
   std::uint64_t toRead_ = 0;
   std::uint64_t toWrite_ = 0;
   std::uint64_t read_ = 0;
   std::uint64_t written_ = 0;
 
-  // Of what was shown last.
+  // Figures that were shown last.
   Clock::time_point shownAt_ = start_;
   int percent_ = -1;
   int percentOfPage_ = -1;

@@ -1,4 +1,4 @@
-// How far a job is, told on standard error.
+// Reports on standard error how far a job is.
 #pragma once
 
 #include <chrono>
@@ -38,7 +38,7 @@ class Progress {
   virtual void end(std::uint64_t pages) = 0;
 };
 
-// Of a job that reports on standard output: if that is a terminal, the report is progress enough.
+// The mode of a job that writes a report: on a terminal, the report is progress enough.
 ProgressMode besideReport(ProgressMode mode);
 
 // In one write, so that lines of several programs do not mix.

@@ -11,9 +11,12 @@
 #include <pixman.h>
 #endif
 
+#include <rast_chain.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
 namespace rast::bench {
@@ -21,6 +24,28 @@ namespace rast::bench {
 namespace {
 
 using Work = std::function<void()>;
+
+/// The chain library with the work that the workload does part by part.
+Work chainPage(Planes& p) {
+  RastChain* chain = nullptr;
+  if (rastChainOpen(ChainPage::kText, nullptr, &chain, nullptr) != RAST_CHAIN_OK) abort();
+  const std::shared_ptr<RastChain> owned(chain, rastChainClose);
+  return [&p, owned] {
+    const ChainPage size(p);
+    RastChainPage page = {};
+    page.nWidth = static_cast<uint32_t>(size.width);
+    page.nHeight = static_cast<uint32_t>(size.height);
+    page.nComponents = 3;
+    const auto linesAt = [&page](std::vector<uint8_t>& samples) {
+      return RastChainLines{
+          {samples.data()}, static_cast<ptrdiff_t>(3) * page.nWidth, page.nHeight, 0};
+    };
+    RastChainLines in = linesAt(p.in[0]);
+    RastChainLines out = linesAt(p.out[0]);
+    if (rastChainBegin(owned.get(), &page, nullptr, nullptr) != RAST_CHAIN_OK) abort();
+    if (rastChainRun(owned.get(), &in, &out, nullptr) != RAST_CHAIN_DONE) abort();
+  };
+}
 
 #if RAST_HAS_OPENCV
 
@@ -188,6 +213,7 @@ const std::vector<Peer>& peers() {
   cv::setNumThreads(1);
 #endif
   static const std::vector<Peer> all = {
+    {"engine", "chain", chainPage},
 #if RAST_HAS_OPENCV
     {"opencv", "expgamma-table", [](Planes& p) { return lut(p, 1); }},
     {"opencv", "colgamma", [](Planes& p) { return lut(p, 3); }},

@@ -1,4 +1,5 @@
-// The nearest operation of other libraries, where those are installed.
+// The nearest operation of other libraries, where those are installed, and the chain library beside
+// the parts of its work.
 #pragma once
 
 #include <functional>

@@ -7,7 +7,7 @@ import statistics
 from collections import defaultdict
 
 LEVELS = ("baseline", "avx2", "avx512", "neon")
-PEERS = ("opencv", "libyuv", "pixman")
+PEERS = ("opencv", "libyuv", "pixman", "engine")
 COLORS = {"baseline": "#9aa5b1", "avx2": "#4c78a8", "avx512": "#e8873a", "neon": "#54a24b"}
 
 

@@ -12,6 +12,8 @@ namespace rast::bench {
 
 namespace {
 
+constexpr RastColBalanceParam kBalance{3, {6, 4, 7, 5}};
+
 RastHueParam hueParam(int16_t mirror) {
   return {{{200, 80, -24, 3, -2}, {-30, 290, -4, 0, 5}, {10, -60, 306, -7, 0}}, 0, mirror};
 }
@@ -131,6 +133,45 @@ void join(void (*kernel)(const Row<N, 1>&), Planes& p) {
   });
 }
 
+/// The parts of a chain's work: bands of interleaved lines are split into planes, go through three
+/// operations and are joined again.
+void chainParts(const Rows* rows, Planes& p) {
+  constexpr int32_t bandSamples = 1 << 15;  // as many as the engine takes at a time
+  static const std::vector<uint8_t> inverted = [] {
+    std::vector<uint8_t> curve(256);
+    for (size_t i = 0; i < curve.size(); ++i) curve[i] = static_cast<uint8_t>(255 - i);
+    return curve;
+  }();
+  static uint8_t lut[1025];
+  const ChainPage page(p);
+  const chain::Lines& kernels = linesBeside(rows);
+  const int32_t most = std::max(1, bandSamples / (3 * page.width));
+  const auto width = static_cast<size_t>(page.width);
+  std::vector<uint8_t> planes[3];
+  RastPlaneSet set{};
+  for (size_t k = 0; k < 3; ++k) {
+    planes[k].resize(width * static_cast<size_t>(most));
+    set.pIn[k] = set.pOut[k] = planes[k].data();
+  }
+  set.nSize = 1;
+  for (int32_t y = 0; y < page.height; y += most) {
+    const RastArea area{page.width, 0, page.width, 0, std::min(most, page.height - y)};
+    for (size_t i = 0; i < static_cast<size_t>(area.nHeight); ++i) {
+      const uint8_t* const line = p.in[0].data() + (static_cast<size_t>(y) + i) * 3 * width;
+      const size_t at = i * width;
+      kernels.split3({{line}, {&planes[0][at], &planes[1][at], &planes[2][at]}, width});
+    }
+    rast::satAdjust(rows, &area, &set, 1);
+    rast::colGamma(levelFor(rows, &area), &area, &set, inverted.data());
+    rast::colBalance(rows, &area, &set, &kBalance, lut);
+    for (size_t i = 0; i < static_cast<size_t>(area.nHeight); ++i) {
+      uint8_t* const line = p.out[0].data() + (static_cast<size_t>(y) + i) * 3 * width;
+      const size_t at = i * width;
+      kernels.join3({{&planes[0][at], &planes[1][at], &planes[2][at]}, {line}, width});
+    }
+  }
+}
+
 }  // namespace
 
 Planes::Planes(const Size& size) : area{size.width, 0, size.width, 0, size.height} {
@@ -165,7 +206,6 @@ RastPlaneSet Planes::color() {
 
 const std::vector<Workload>& workloads() {
   static const RastExpGammaParam expGammaParam{20, 4, 300};
-  static const RastColBalanceParam balanceParam{3, {6, 4, 7, 5}};
   static const std::vector<Workload> all = {
       {"expgamma", 1,
        [](const Rows* rows, Planes& p) {
@@ -234,13 +274,13 @@ const std::vector<Workload>& workloads() {
       {"colbalance", 3,
        [](const Rows* rows, Planes& p) {
          const RastPlaneSet set = p.color();
-         rast::colBalance(rows, &p.area, &set, &balanceParam, nullptr);
+         rast::colBalance(rows, &p.area, &set, &kBalance, nullptr);
        }},
       {"colbalance-buffer", 3,
        [](const Rows* rows, Planes& p) {
          static uint8_t lut[1025];
          const RastPlaneSet set = p.color();
-         rast::colBalance(rows, &p.area, &set, &balanceParam, lut);
+         rast::colBalance(rows, &p.area, &set, &kBalance, lut);
        }},
       {"overlayrgb", 1, overlayInterleaved},
       {"overlay-replace", 4.5, [](const Rows* rows, Planes& p) { overlayPlanes(rows, p, 0, 0); }},
@@ -263,6 +303,7 @@ const std::vector<Workload>& workloads() {
       {"split-4", 1, [](const Rows* rows, Planes& p) { split(linesBeside(rows).split4, p); }},
       {"join-3", 1, [](const Rows* rows, Planes& p) { join(linesBeside(rows).join3, p); }},
       {"join-4", 1, [](const Rows* rows, Planes& p) { join(linesBeside(rows).join4, p); }},
+      {"chain", 1, chainParts},
   };
   return all;
 }

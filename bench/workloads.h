@@ -1,6 +1,7 @@
 // What is timed: every operation on planes of a few sizes, and splitting and joining of lines.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -44,6 +45,18 @@ struct Pixels {
 
   const size_t components;
   const size_t count;
+};
+
+/// The interleaved color page of the workload "chain", as large as one plane: in[0] becomes out[0].
+struct ChainPage {
+  explicit ChainPage(const Planes& planes)
+      : width(planes.area.nWidth), height(std::max(1, planes.area.nHeight / 3)) {}
+
+  /// The steps; the workload calls the operations with the same parameters.
+  static constexpr char kText[] = "satadjust raise : colgamma invert : colbalance level=6,4,7,5";
+
+  const int32_t width;
+  const int32_t height;
 };
 
 struct Workload {

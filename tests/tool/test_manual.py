@@ -254,6 +254,15 @@ class Completion(RastTest):
         )
         self.assertEqual(self.candidates("chain", "hueadjust rev"), ["hueadjust reverse"])
         self.assertEqual(self.candidates("chain", "nothing x"), [])
+        self.assertEqual(self.candidates("chain", "gray:zo"), ["gray:zoom"])
+        self.assertEqual(
+            self.candidates("chain", "satadjust,"),
+            ["satadjust,mode=", "satadjust,lower", "satadjust,raise"],
+        )
+        self.assertEqual(
+            self.candidates("chain", "gray:shift,x=1,fill=b"), ["gray:shift,x=1,fill=black"]
+        )
+        self.assertEqual(self.candidates("chain", "nothing,x"), [])
         self.assertEqual(self.candidates("chain", "gray", ""), [""])
 
     def assert_completes(self, shell, setup, line, expected):
@@ -292,6 +301,7 @@ class Completion(RastTest):
         ("rast overlay --with=pa", "rast overlay --with=page.ppm"),
         ("rast chain -q 'gra", "rast chain -q 'gray"),
         ("rast chain 'satadjust raise : hu", "rast chain 'satadjust raise : hueadjust"),
+        ("rast chain satadjust,raise:hu", "rast chain satadjust,raise:hueadjust"),
     )
 
     BASH = Path("/usr/share/bash-completion/bash_completion")

@@ -1,6 +1,8 @@
 #include "commands/completion.h"
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "commands/command.h"
 #include "text/failure.h"
@@ -52,23 +54,22 @@ const chain::Parameter* findParameter(const chain::Operation& operation, const s
 
 // Only the last word of a chain's text changes.
 void addChains(Candidates& candidates, const std::string& chain) {
-  // A candidate is one line, and what follows a tab is its meaning.
+  // A candidate is one line, and its meaning follows a tab.
   if (chain.find_first_of("\t\n") != std::string::npos) return;
-  const std::size_t space = chain.rfind(' ');
-  const std::string before = space != std::string::npos ? chain.substr(0, space + 1) : "";
+  const bool hasBlanks = chain.find(' ') != std::string::npos;
+  const std::string before = chain.substr(0, chain.find_last_of(hasBlanks ? " " : ",:") + 1);
   const std::string last = chain.substr(before.size());
-  const chain::Operation* operation = nullptr;
-  bool isFirst = true;
-  for (const std::string& word : split(before, ' ')) {
-    if (word.empty()) continue;
-    if (isFirst) operation = chain::findOperation(word);
-    isFirst = word == ":";
-  }
-  if (isFirst) {
+  const std::string stepEnd = hasBlanks ? " : " : ":";
+  const std::size_t end = before.rfind(stepEnd);
+  std::vector<std::string> words = split(
+      before.substr(end == std::string::npos ? 0 : end + stepEnd.size()), hasBlanks ? ' ' : ',');
+  std::erase(words, "");
+  if (words.empty()) {
     for (const chain::Operation& o : chain::operations())
       candidates.add(before + o.name, o.summary);
     return;
   }
+  const chain::Operation* const operation = chain::findOperation(words[0]);
   if (operation == nullptr) return;
   const std::size_t equals = last.find('=');
   if (equals == std::string::npos) {

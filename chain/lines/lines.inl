@@ -3,7 +3,7 @@
 
 namespace {
 
-#include "frame/simd.h"
+#include "frame/simd.inl"
 
 // The pixels, fewer than a register has samples, up to the first whose store is aligned. Where none
 // is, any number is right.

@@ -4,7 +4,8 @@
 
 namespace {
 
-#include "frame/simd.h"
+#include "frame/simd.inl"
+#include "frame/rowLoops.inl"
 
 #include "tone/curve.rows.inl"
 #include "color/saturation.rows.inl"

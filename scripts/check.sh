@@ -147,6 +147,11 @@ suite_levels() {
       figure "$level: built, not run on this processor"
     fi
   done
+  local build=build/arm-own-neon
+  quietly cmake -S . -B $build -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/armhf.cmake \
+    -DCMAKE_CXX_FLAGS=-mfpu=neon -DRAST_TOOL=OFF -DRAST_CHAIN=ON -DRAST_WERROR=ON
+  quietly cmake --build $build --target rast rastchain
+  figure "arm with NEON among the compiler's own flags: built"
 }
 
 suite_simulated() {

@@ -57,6 +57,29 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
 
 }  // namespace definition
 
+/// True when nothing that is written lies where something is read.
+bool sourcesApart(const Cursors& start, const Placement& placement) {
+  size_t out = 0;
+  size_t base = 0;
+  size_t overlay = 1;  // the pixel that a shared stretch shows without consuming it
+  compose(
+      placement, [&](size_t pixels) { out += pixels; },
+      [&](int32_t y) {
+        const Runs runs = placement.runsOf(y);
+        for (size_t i = 0; i < runs.count; ++i) {
+          const auto [cover, length] = runs.run[i];
+          out += length;
+          if (cover == Cover::base) overlay += length;
+          if (cover == Cover::overlay || cover == Cover::both) base += length;
+        }
+      });
+  const auto apartFromOut = [&](const Cursor<1>& source, size_t pixels) {
+    const auto begin = static_cast<ptrdiff_t>(source.offset);
+    return apart(start.out, out * kPixel, addressAt(source.planes[0], begin), pixels * kPixel);
+  };
+  return apartFromOut(start.base, base) && apartFromOut(start.overlay, overlay);
+}
+
 void copyRun(Cursors& at, Cursor<1>& from, size_t size) {
   memcpy(at.out, from.at(), size);
   at.out += size;
@@ -94,29 +117,6 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
         break;
     }
   }
-}
-
-/// True when nothing that is written lies where something is read.
-bool sourcesApart(const Cursors& start, const Placement& placement) {
-  size_t out = 0;
-  size_t base = 0;
-  size_t overlay = 1;  // the pixel that a shared stretch shows without consuming it
-  compose(
-      placement, [&](size_t pixels) { out += pixels; },
-      [&](int32_t y) {
-        const Runs runs = placement.runsOf(y);
-        for (size_t i = 0; i < runs.count; ++i) {
-          const auto [cover, length] = runs.run[i];
-          out += length;
-          if (cover == Cover::base) overlay += length;
-          if (cover == Cover::overlay || cover == Cover::both) base += length;
-        }
-      });
-  const auto apartFromOut = [&](const Cursor<1>& source, size_t pixels) {
-    const auto begin = static_cast<ptrdiff_t>(source.offset);
-    return apart(start.out, out * kPixel, addressAt(source.planes[0], begin), pixels * kPixel);
-  };
-  return apartFromOut(start.base, base) && apartFromOut(start.overlay, overlay);
 }
 
 /// A pixel offset, which fits 32 bits, in bytes.

@@ -91,7 +91,7 @@ uint8_t inkAmount(bool largest, const int16_t (&coef)[3], int32_t offset, const 
   return clampToSample(((coef[0] * c[0] + coef[1] * c[1] + coef[2] * c[2]) >> 8) + offset);
 }
 
-void convert(const RastArea& area, const ColorPlanes& planes, const RastBinConvColor& rec) {
+void binConv(const RastArea& area, const ColorPlanes& planes, const RastBinConvColor& rec) {
   eachLine(area, [&](ptrdiff_t line) {
     for (ptrdiff_t x = line; x < line + area.nWidth; ++x) {
       const uint8_t c[3] = {planes.in[0][x], planes.in[1][x], planes.in[2][x]};
@@ -132,7 +132,7 @@ void convertWithRecord(const Rows* rows, const RastArea& area, const RastPlaneSe
   const ColorPlanes planes(set);
   if (!rows || !rows->ink || !isSingleInk(record) ||
       !planesApart(planes.in, planes.out, area.nWidth)) {
-    definition::convert(area, planes, record);
+    definition::binConv(area, planes, record);
     return;
   }
   // Beyond 255 either way an offset changes nothing more: the sum it is added to is a sample.

@@ -1,8 +1,8 @@
-// The loop of the row kernels for lines: along a row in blocks of registers. Each level includes this
-// file once, after frame/simd.inl.
+// The loop of the row kernels for lines, in blocks of registers. Each level includes this file
+// once, after frame/simd.inl.
 
-// The pixels, fewer than a register has samples, up to the first whose store is aligned. Where none
-// is, any number is right.
+// The number of pixels, smaller than a register, before the first pixel whose store is aligned.
+// Where no store is, any number is right.
 template <size_t N>
 inline size_t unaligned(const Row<1, N>& row) {
   return -(uintptr_t)row.out[0] % kBytes;
@@ -14,8 +14,8 @@ inline size_t unaligned(const Row<3, 1>& row) {
 inline size_t unaligned(const Row<4, 1>& row) { return -(uintptr_t)row.out[0] % kBytes / 4; }
 
 // Runs along a row of at least a block. The first block starts with the row, the last one ends with
-// it, and those between store to aligned addresses; what two of them share is written twice. A
-// shorter row gets the definition.
+// it, and the blocks between store to aligned addresses. Samples that two blocks share are written
+// twice. A shorter row gets the definition.
 template <size_t kBlock, size_t N, size_t M, class Work>
 inline void eachBlock(const Row<N, M>& row,
                       void (*const chain::Lines::*definition)(const Row<N, M>&), Work work) {

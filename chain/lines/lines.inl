@@ -1,5 +1,5 @@
-// The row kernels for lines at one level. Included by the level's own file inside the level's
-// namespace, after the C headers and intrinsics, as frame/rows.inl is.
+// All row kernels for lines of one level. The file of the level includes this one once, inside the
+// namespace of the level, after the C headers and intrinsics, like frame/rows.inl.
 
 namespace {
 

@@ -1,3 +1,5 @@
+// The row kernel of color balance. Each level includes this file once.
+
 // (above * 256) / room, at most 255.
 inline U8 scaledChroma(U8 above, const U16 (&room)[2], const U16 (&reciprocal)[2]) {
   return narrow((I16)quotient(widenLow(above) << 8, room[0], reciprocal[0]),

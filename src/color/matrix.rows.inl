@@ -1,3 +1,5 @@
+// The row kernels of hue adjustment by a matrix. Each level includes this file once.
+
 // The factors of two interleaved components.
 inline I16 pairOf(int16_t even, int16_t odd) {
   I16 v;

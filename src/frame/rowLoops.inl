@@ -1,14 +1,14 @@
-// The loops of row kernels: along a row in whole registers, and in blocks of registers. Each level
-// includes this file once, after frame/simd.inl.
+// The loops of row kernels, in whole registers and in blocks of registers. Each level includes this
+// file once, after frame/simd.inl.
 
 enum class Order {
   straight,       // out[x] from in[x]
   mirrored,       // out[width - 1 - x] from in[x]
-  groupsMirrored  // whole groups of four mirrored in themselves, what is left of the row straight
+  groupsMirrored  // whole groups of four mirrored in themselves, the rest of the row straight
 };
 
-// Runs a row through `body`, which takes rows of whole registers and applies the order itself. What
-// is left of the row goes through it as a zero-filled copy: nothing outside the row is read or
+// Runs a row through `body`, which takes rows of whole registers and applies the order itself. The
+// rest of the row goes through it as a zero-filled copy: nothing outside the row is read or
 // written.
 template <Order order, size_t N, size_t M, class Body>
 inline void sweep(const Row<N, M>& row, Body body) {
@@ -54,7 +54,7 @@ inline void sweep(const Row<N, M>& row, Body body) {
 // stays in the first-level cache.
 constexpr size_t kBlock = 512;
 
-// In place on whole registers.
+// Looks up all samples of a block of whole registers, in place.
 inline void lookUpBlock(uint8_t* block, size_t width, const uint8_t* table) {
   const Lookup lookup(table);
   for (size_t x = 0; x < width; x += kBytes) store(block + x, lookup(load(block + x)));

@@ -15,8 +15,8 @@ constexpr size_t kBytes = 32;
 constexpr size_t kBytes = 16;
 #endif
 
-// Where the machine has no vectors, arithmetic on them is taken apart: it then costs more than the
-// definition's, sample by sample.
+// Without vectors in the machine, compilers take arithmetic on them apart: it costs more than the
+// definition's arithmetic, sample by sample.
 #if defined(__AVX2__) || defined(__SSE2__) || defined(__ARM_NEON)
 constexpr bool kHasVectors = true;
 #else
@@ -228,8 +228,8 @@ class Lookup {
 
 // A byte shuffle looks up 16 entries and gives 0 where the index is negative. Each half of the
 // table is a chain of eight shuffles, with 16 subtracted (saturating) from the index between them;
-// entry k of the chain holds part k XOR part k - 1, so that what a sample has gathered when it goes
-// negative is its entry.
+// entry k of the chain holds part k XOR part k - 1, so that the sum of a sample is its entry when
+// the index becomes negative.
 class Lookup {
  public:
   explicit Lookup(const uint8_t* table) {

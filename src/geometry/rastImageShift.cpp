@@ -8,7 +8,7 @@ namespace rast {
 
 namespace {
 
-/// What is written of one output page: margins around `lines` copied stretches of `copied` samples.
+/// The parts of one output page: margins around `lines` lines of `copied` copied samples.
 struct Segments {
   int32_t left;
   int32_t copied;

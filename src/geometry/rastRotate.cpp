@@ -156,7 +156,7 @@ void rotate(const Target& target, SourceLines source) {
 
 }  // namespace definition
 
-/// The bytes from the first to the last of equally spaced stretches.
+/// The bytes from the first to the last of equally spaced lines.
 struct Block {
   const void* first;
   size_t size;
@@ -168,7 +168,7 @@ struct Block {
   bool apartFrom(const Block& other) const { return apart(first, size, other.first, other.size); }
 };
 
-/// Where the source line that `at` points into starts: its leftmost sample that is wanted.
+/// The leftmost wanted sample of the source line that `at` points into.
 const uint8_t* lineStart(const Target& target, const uint8_t* at) {
   return target.sourceStep < 0 ? at - (target.lines - 1) : at;
 }

@@ -26,8 +26,8 @@ struct Source : Cursor<N> {
   }
 };
 
-/// The samples of a line that a rectangle consumes. Three planes leave out what the output's right
-/// edge cuts off; a single plane does not and drifts: the interface is so.
+/// The samples of a line that a rectangle consumes. Three planes leave out the samples that the
+/// output's right edge cuts off; a single plane does not and drifts: the interface is so.
 template <size_t N>
 int32_t visibleWidth(const Span& columns, int32_t width, int32_t outWidth) {
   const bool cut = N == 3 && columns.end > outWidth;

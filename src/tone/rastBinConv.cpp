@@ -1,4 +1,4 @@
-// Two-colour conversion.
+// Two-color conversion.
 #include "tone/rastBinConv.h"
 
 #include <stdio.h>
@@ -32,7 +32,7 @@ constexpr RastBinConvColor g_BinConvColorTbl[] = {
 };
 constexpr uint32_t kColors = sizeof g_BinConvColorTbl / sizeof g_BinConvColorTbl[0];
 
-// The saturation at and above which a pixel counts fully as colour, by hue.
+// The saturation at and above which a pixel counts fully as color, by hue.
 constexpr uint8_t g_BinConvSatLimitTbl[256] = {
     136, 136, 136, 137, 137, 137, 137, 137, 137, 138, 138, 138, 138, 138, 138, 139, 139, 139, 139,
     139, 139, 140, 140, 140, 140, 140, 140, 141, 141, 141, 141, 141, 141, 142, 142, 142, 142, 142,
@@ -78,7 +78,7 @@ uint8_t hue(uint8_t r, uint8_t g, uint8_t b, uint8_t least, uint8_t chroma) {
   return static_cast<uint8_t>(h);
 }
 
-/// How far the pixel counts as colour, 0 .. 256.
+/// How far the pixel counts as color, 0 .. 256.
 int32_t colorWeight(uint8_t saturation, uint8_t limit) {
   if (saturation <= kGreyFloor) return 0;
   if (limit < saturation) return 256;
@@ -114,7 +114,7 @@ void binConv(const RastArea& area, const ColorPlanes& planes, const RastBinConvC
 
 }  // namespace definition
 
-/// True for records like the built-in ones, of which the row kernel can make all that is written.
+/// True for records like the built-in ones: the row kernel makes all that they write.
 bool isSingleInk(const RastBinConvColor& rec) {
   int32_t sum = 0;
   for (size_t k = 0; k < 3; ++k) {

@@ -1,4 +1,4 @@
-// A 256-entry curve on the three colour planes or on the mono plane.
+// A 256-entry curve on the three color planes or on the mono plane.
 #include <stdio.h>
 
 #include "frame/frame.h"

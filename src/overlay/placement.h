@@ -109,8 +109,8 @@ void compose(const Placement& placement, Fill fill, Line line) {
 /// not be there.
 template <size_t N>
 struct Cursor {
-  const uint8_t* planes[N];
-  uintptr_t offset;  // wraps, as addresses do
+  const uint8_t* planes[N]{};
+  uintptr_t offset{};  // wraps, as addresses do
 
   const uint8_t* at(size_t k = 0) const { return planes[k] + static_cast<ptrdiff_t>(offset); }
   void advance(ptrdiff_t bytes) { offset += static_cast<uintptr_t>(bytes); }

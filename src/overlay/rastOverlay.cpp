@@ -16,9 +16,9 @@ struct Source : Cursor<N> {
   bool started = false;
 
   /// `visible` columns of each line are consumed.
-  Source(const uint8_t* const* planes, ptrdiff_t start, int32_t pitch, int32_t visible)
+  Source(const uint8_t* const* image, ptrdiff_t start, int32_t pitch, int32_t visible)
       : Cursor<N>{{}, static_cast<uintptr_t>(start)}, skip(wrappingSubtract(pitch, visible)) {
-    for (size_t k = 0; k < N; ++k) this->planes[k] = planes[k];
+    for (size_t k = 0; k < N; ++k) this->planes[k] = image[k];
   }
   void beginLine() {
     if (started) this->advance(skip);

@@ -64,9 +64,6 @@ set(own_vectors $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
 # Controllers have little room. What this makes slower is definitions, which run seldom: copies of
 # loops for each case of a condition are an eighth of all code.
 set(small_code $<$<CXX_COMPILER_ID:GNU>:-fno-unswitch-loops>)
-set(RAST_HARDENING
-  $<$<BOOL:${RAST_TARGET_X86_64}>:-fcf-protection=full>
-  $<$<BOOL:${RAST_TARGET_AARCH64}>:-mbranch-protection=standard>)
 
 # Kernels are in <kernels>_<level>.cpp; <kernels>.cpp chooses among them, before any sanitizer is up.
 function(add_kernel_objects name kernels)
@@ -87,10 +84,8 @@ function(add_kernel_objects name kernels)
   target_include_directories(${name}
     PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_compile_options(${name} PRIVATE
-    -fvisibility=hidden -ffp-contract=off -fno-exceptions -fno-rtti -fno-threadsafe-statics
+    -ffp-contract=off -fno-exceptions -fno-rtti -fno-threadsafe-statics
     $<$<BOOL:${RAST_TARGET_ARM}>:-fno-unwind-tables>
     $<$<BOOL:${RAST_TARGET_ARM}>:-fno-asynchronous-unwind-tables>
-    ${small_code} ${own_vectors} ${RAST_HARDENING})
-  get_property(shared GLOBAL PROPERTY TARGET_SUPPORTS_SHARED_LIBS)
-  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ${shared})
+    ${small_code} ${own_vectors})
 endfunction()

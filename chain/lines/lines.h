@@ -5,8 +5,8 @@
 
 namespace rast::chain {
 
-/// One function per row kernel. A line holds `width` pixels, the samples of each pixel one after the
-/// other; a plane holds the `width` samples of one component. A kernel reads and writes nothing
+/// One function per row kernel. A line holds `width` pixels, the samples of each pixel one after
+/// the other; a plane holds the `width` samples of one component. A kernel reads and writes nothing
 /// else. The line and the planes share no byte.
 struct Lines {
   /// out[k][x] = in[0][3 * x + k] for k < 3, and out[k][x] = in[0][4 * x + k] for k < 4.

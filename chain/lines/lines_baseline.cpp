@@ -1,5 +1,5 @@
 // The level that every machine of the target runs; built with the target's own flags.
-#if defined(__aarch64__)
+#if defined(__ARM_NEON)
 #include <arm_neon.h>
 #elif defined(__SSE2__)
 #include <emmintrin.h>

@@ -1,6 +1,7 @@
-// For SSE2, which has no byte shuffle. A riffle takes a sample of the first half of several
-// registers and one of the second in turn, as one does with cards; undone, it takes every second
-// sample, then the others. Of n samples, number i comes to 2 i mod (n - 1).
+// The row kernels for SSE2, which has no byte shuffle. Each level includes this file once at most.
+// A riffle takes samples of the first half of several registers and of the second half in turn: it
+// moves sample i of n to place 2 i mod (n - 1). Undone, it takes every second sample, then the
+// others.
 
 inline U8 zipLow(U8 a, U8 b) { return (U8)_mm_unpacklo_epi8((__m128i)a, (__m128i)b); }
 inline U8 zipHigh(U8 a, U8 b) { return (U8)_mm_unpackhi_epi8((__m128i)a, (__m128i)b); }
@@ -29,7 +30,7 @@ inline void undoRiffle(U8 (&v)[n]) {
   }
 }
 
-// Five riffles take sample 3 x + k of 96 to 32 (3 x + k) mod 95 = x + 32 k.
+// Five riffles move sample 3 x + k of 96 to place 32 (3 x + k) mod 95 = x + 32 k.
 void split3(const Row<1, 3>& row) {
   eachBlock<2 * kBytes>(row, &chain::Lines::split3, [=](size_t x) {
     U8 v[6];

@@ -1,9 +1,10 @@
-// For machines that shuffle bytes. The pixels of a register's width fill one register for each
-// component. A shuffle within a register brings each component to places that no other register has
-// it in; blends then gather the component, or the pixels, of all registers.
+// The row kernels for machines that shuffle bytes. Each level includes this file once at most. The
+// pixels of a register's width fill one register for each component. A shuffle within a register
+// moves each component to places where no other register has it; blends then gather the component,
+// or the pixels, of all registers.
 
-// b where the pattern has the place, otherwise a; patterns and orders count within a lane, and all
-// lanes have the same.
+// `blend` gives b where the pattern has the place, otherwise a. Patterns and orders count within a
+// lane and are the same in all lanes.
 #if defined(__AVX512VBMI__)
 
 constexpr size_t kLane = kBytes;
@@ -15,8 +16,8 @@ constexpr uint64_t placesIn() {
   return places;
 }
 
-// Knowing the mask, clang would merge blends and shuffles to shuffles of two registers, which take
-// three operations each.
+// If clang knew the mask, it would merge blends and shuffles to shuffles of two registers, which
+// take three operations each.
 template <class Pattern>
 inline U8 blend(U8 a, U8 b) {
   constexpr uint64_t places = placesIn<Pattern>();
@@ -63,7 +64,7 @@ inline U8 blend(U8 a, U8 b) {
 
 inline U8 shuffle(U8 v, U8 places) { return (U8)_mm256_shuffle_epi8((__m256i)v, (__m256i)places); }
 
-// The upper lanes hold what follows the lower lanes of all registers.
+// The upper lanes hold the samples that follow the lower lanes of all registers.
 template <size_t N>
 inline void loadLine(U8 (&v)[N], const uint8_t* line) {
   for (size_t i = 0; i < N; ++i) {
@@ -103,8 +104,8 @@ inline U8 reorder(U8 v) {
   return shuffle(v, load(kPlaces<Order>.at));
 }
 
-// Of three components, sample k of pixel x is at place (3 x + k) mod kLane of register (3 x + k) /
-// kLane, and register r has component k at each third place from (k - r) mod 3 on.
+// With three components, sample k of pixel x is at place (3 x + k) mod kLane of register (3 x + k)
+// / kLane, and register r has component k at each third place from (k - r) mod 3 on.
 static_assert(kLane % 3 == 1);
 
 template <size_t first>
@@ -148,8 +149,8 @@ void join3(const Row<3, 1>& row) {
   });
 }
 
-// Of four components, a register of pixels is shuffled to quarters of one component each, component
-// k of register r in quarter (k + r) mod 4.
+// With four components, a register of pixels is shuffled to quarters of one component each.
+// Component k of register r is in quarter (k + r) mod 4.
 constexpr size_t kQuarterLane = kLane / 4;
 
 template <size_t r>

@@ -1,4 +1,5 @@
-// For NEON, which loads and stores registers of interleaved samples as they are needed.
+// The row kernels for NEON, whose loads split interleaved samples and whose stores join them. Each
+// level includes this file once at most.
 
 void split3(const Row<1, 3>& row) {
   eachBlock<kBytes>(row, &chain::Lines::split3, [=](size_t x) {

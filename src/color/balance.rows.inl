@@ -1,26 +1,4 @@
-// A block of a row in short stages, each with few enough constants for the registers; the block
-// stays in the first-level cache.
-constexpr size_t kBlock = 512;
-
-// In place on whole registers.
-inline void lookUpBlock(uint8_t* block, size_t width, const uint8_t* table) {
-  const Lookup lookup(table);
-  for (size_t x = 0; x < width; x += kBytes) store(block + x, lookup(load(block + x)));
-}
-
-// Calls `work` with each block of a row of whole registers.
-template <class Work>
-inline void eachBlock(const ColorRow& row, Work work) {
-  ColorRow block = row;
-  for (size_t x = 0; x < row.width; x += kBlock) {
-    for (size_t k = 0; k < 3; ++k) {
-      block.in[k] = row.in[k] + x;
-      block.out[k] = row.out[k] + x;
-    }
-    block.width = row.width - x < kBlock ? row.width - x : kBlock;
-    work(block);
-  }
-}
+// The row kernel of color balance. Each level includes this file once.
 
 // (above * 256) / room, at most 255.
 inline U8 scaledChroma(U8 above, const U16 (&room)[2], const U16 (&reciprocal)[2]) {

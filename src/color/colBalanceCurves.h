@@ -1,4 +1,4 @@
-// The built-in curves of colour balance.
+// The built-in curves of color balance.
 #pragma once
 
 #include <stddef.h>

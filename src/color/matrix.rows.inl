@@ -1,13 +1,4 @@
-// Four quarter registers of 32-bit sums, as widening and zipping leaves them, to samples: divided
-// by 256 towards zero, offset, clamped and, with all bits set in `invert`, inverted.
-inline U8 samplesOf(const U32 (&sum)[4], U32 offset, U8 invert) {
-  I32 v[4];
-  for (size_t i = 0; i < 4; ++i) {
-    const U32 towardsZero = (U32)((I32)sum[i] >> 31) >> 24;  // 255 where negative
-    v[i] = (I32)((U32)((I32)(sum[i] + towardsZero) >> 8) + offset);
-  }
-  return narrow(narrow(v[0], v[1]), narrow(v[2], v[3])) ^ invert;
-}
+// The row kernels of hue adjustment by a matrix. Each level includes this file once.
 
 // The factors of two interleaved components.
 inline I16 pairOf(int16_t even, int16_t odd) {

@@ -1,3 +1,5 @@
+// The row kernel of hue adjustment by a table of products. Each level includes this file once.
+
 #if defined(__AVX2__)
 
 inline U32 gather(const int32_t* table, I32 index) {

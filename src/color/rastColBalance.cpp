@@ -1,4 +1,4 @@
-// Colour balance: grey part and scaled chroma, each through its own curve.
+// Color balance: gray part and scaled chroma, each through its own curve.
 #include "color/colBalanceCurves.h"
 #include "frame/frame.h"
 #include "frame/operations.h"

@@ -1,4 +1,4 @@
-// Hue adjustment by a colour matrix, directly or through the caller's buffer of products.
+// Hue adjustment by a color matrix, directly or through the caller's buffer of products.
 #include <stdio.h>
 
 #include "frame/frame.h"

@@ -1,3 +1,5 @@
+// The row kernel of saturation. Each level includes this file once.
+
 // The gain of 96/128 or 160/128 is 3/4 or 5/4, so that a product fits 16 bits.
 inline I16 moveFromGrey(U16 component, U16 grey, int16_t quarters) {
   const I16 product = ((I16)component - (I16)grey) * quarters;

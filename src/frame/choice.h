@@ -1,5 +1,5 @@
-// Choosing the level of a table of kernels. With several levels the choice is an ifunc, made once by
-// the loader: nothing writable stays behind and no call pays a test. The resolver runs before
+// Choosing the level of a table of kernels. With several levels the choice is an ifunc, made once
+// by the loader: no writable data remains and no call makes a test. The resolver runs before
 // relocation is done and before any sanitizer is up: it reads no table, and the files that hold one
 // are built without sanitizers.
 #pragma once
@@ -9,12 +9,12 @@
 
 namespace rast {
 
-/// What gives a level's table.
+/// The function that returns a level's table.
 template <class Table>
 using Kernels = const Table* (*)();
 
-/// That of the best level that was built and that this machine runs. `hwcap` is what the
-/// loader passes to resolvers on ARM; elsewhere it passes nothing, and nothing is read.
+/// Returns the function of the best level that was built and that this machine runs. `hwcap` is the
+/// argument that the loader passes to resolvers on ARM; elsewhere it passes none, and none is read.
 template <class Table>
 static inline Kernels<Table> best([[maybe_unused]] unsigned long hwcap) {
 #if RAST_HAS_AVX512

@@ -1,6 +1,6 @@
-// What this processor runs. No state is kept and nothing of libgcc's cached detection is used, so
-// these may be called before relocation is done; static, so that the resolver never runs another
-// file's instrumented copy.
+// The levels that this processor runs. The functions keep no state and use nothing of libgcc's
+// cached detection, so they may be called before relocation is done. They are static, so that the
+// resolver never runs another file's instrumented copy.
 #pragma once
 
 #include <stdint.h>
@@ -13,7 +13,8 @@ namespace rast::cpu {
 
 #if defined(__x86_64__)
 
-/// The register state that the operating system saves, as XCR0 tells; 0 where it cannot be read.
+/// The register state that the operating system saves, as XCR0 reports it; 0 where it cannot be
+/// read.
 static inline uint32_t savedState() {
   uint32_t a = 0;
   uint32_t b = 0;

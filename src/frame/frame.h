@@ -1,4 +1,4 @@
-// What every operation stands on: line addressing and the checks that operations share.
+// Line addressing and the checks that operations share.
 #pragma once
 
 #include <stddef.h>
@@ -37,7 +37,7 @@ void eachLine(const RastArea& area, Work work) {
   for (int32_t r = 0; r < area.nHeight; ++r) work(lineOffset(area, r));
 }
 
-/// The colour planes of a call, as they were before anything was written.
+/// The color planes of a call, as they were before anything was written.
 struct ColorPlanes {
   const uint8_t* in[3];
   uint8_t* out[3];
@@ -46,7 +46,7 @@ struct ColorPlanes {
       : in{set.pIn[0], set.pIn[1], set.pIn[2]}, out{set.pOut[0], set.pOut[1], set.pOut[2]} {}
 };
 
-/// True when all six colour planes are there.
+/// True when all six color planes are there.
 constexpr bool hasColorPlanes(const RastPlaneSet& set) {
   return set.pIn[0] && set.pIn[1] && set.pIn[2] && set.pOut[0] && set.pOut[1] && set.pOut[2];
 }

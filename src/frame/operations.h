@@ -40,8 +40,8 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
 uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
               const RastZoomParam* pParam);
 
-/// The level, or none where a rectangle is so narrow or small that what kernels prepare for a line
-/// or a call takes longer than looking up its few samples one by one.
+/// The level, or none where a rectangle is so narrow or small that the preparations of kernels for
+/// a line or a call take longer than looking up its few samples one by one.
 inline const Rows* repaid(const Rows* rows, const RastArea* pArea) {
   constexpr int64_t leastSamples = 1024;
   if (!pArea) return rows;
@@ -49,7 +49,7 @@ inline const Rows* repaid(const Rows* rows, const RastArea* pArea) {
   return narrow || int64_t{pArea->nWidth} * pArea->nHeight < leastSamples ? nullptr : rows;
 }
 
-/// The level, or none where output lines of pixels are too short to be worth dividing into stretches.
+/// The level, or none where output lines of pixels are too short to be worth dividing into runs.
 inline const Rows* repaid(const Rows* rows, const RastOverlayParam* pOvlParam) {
   constexpr int32_t leastWidth = 64;
   return pOvlParam && pOvlParam->nOutWidth < leastWidth ? nullptr : rows;

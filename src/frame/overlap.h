@@ -1,4 +1,4 @@
-// The only reasoning about overlapping memory: may row kernels serve a call?
+// All reasoning about overlapping memory, which decides whether row kernels may serve a call.
 //
 // A row kernel reads a whole register of every input before it writes one, and finishes its line
 // before the next begins. Lines are therefore never out of order, and only bytes shared within a
@@ -46,8 +46,8 @@ bool planesApart(const uint8_t* const (&in)[N], uint8_t* const (&out)[N], int32_
   return true;
 }
 
-/// True when no line of the rectangle in any output touches the block, so that what a kernel reads
-/// of it beforehand stays true to the end.
+/// True when no line of the rectangle in any output touches the block, so that the bytes of it that
+/// a kernel reads beforehand are the same at the end.
 template <size_t N>
 bool linesApart(const RastArea& area, uint8_t* const (&out)[N], const void* block, size_t size) {
   const auto width = static_cast<size_t>(area.nWidth);

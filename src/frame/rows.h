@@ -27,7 +27,7 @@ struct ColorMatrix {
   uint8_t invert;
 };
 
-/// What the two-colour conversion needs where only the second ink is written: its amount, a sum of
+/// The second ink of the two-color conversion, where no other ink is written: its amount, a sum of
 /// the components weighted in 1/256 (at most 256 together) plus an offset in -255 .. 255, and the
 /// outputs it feeds, the others being 0.
 struct Ink {
@@ -76,8 +76,8 @@ struct LinePlan {
 
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
 /// row in each plane. An output may be its own input, except where mirrored, and overlaps nothing
-/// else. Those of pixels, from saturation to ink, are null where a level has nothing faster than
-/// the definition.
+/// else. The kernels of pixels, from saturation to ink, are null where a level has nothing faster
+/// than the definition.
 struct Rows {
   /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].
   void (*curve)(const MonoRow& row, const uint8_t* table);
@@ -92,7 +92,7 @@ struct Rows {
   /// Hue adjustment through a built buffer of any content.
   void (*products)(const ColorRow& row, const RastHueLut& lut);
 
-  /// Colour balance with the curves of the three components and of the grey part.
+  /// Color balance with the curves of the three components and of the gray part.
   void (*balance)(const ColorRow& row, const uint8_t* curves);
 
   void (*ink)(const ColorRow& row, const Ink& ink);
@@ -123,7 +123,7 @@ struct Rows {
   size_t registerBytes;
 };
 
-/// Each level has a function for each table of kernels, that of another library too.
+/// Each level has a function for each table of kernels, also for the table of another library.
 namespace baseline {
 template <class Table>
 const Table* kernels();

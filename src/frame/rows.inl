@@ -1,10 +1,11 @@
-// All row kernels of one level. Included by the level's own file inside the level's namespace,
-// after the C headers and intrinsics, so that nothing here is shared between levels: no name in it
-// has external linkage but the function for the table, and it uses no C++ library header.
+// All row kernels of one level. The file of the level includes this one once, inside the namespace
+// of the level, after the C headers and intrinsics, so that levels share no code: only the function
+// for the table has external linkage, and no C++ library header is used.
 
 namespace {
 
-#include "frame/simd.h"
+#include "frame/simd.inl"
+#include "frame/rowLoops.inl"
 
 #include "tone/curve.rows.inl"
 #include "color/saturation.rows.inl"

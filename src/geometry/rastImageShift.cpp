@@ -8,7 +8,7 @@ namespace rast {
 
 namespace {
 
-/// What is written of one output page: margins around `lines` copied stretches of `copied` samples.
+/// The parts of one output page: margins around `lines` lines of `copied` copied samples.
 struct Segments {
   int32_t left;
   int32_t copied;
@@ -46,13 +46,8 @@ struct Segments {
   }
 };
 
-}  // namespace
-
-}  // namespace rast
-
-uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
-                        const RastShiftParam* pParam, uint32_t nPlaneMode) {
-  using namespace rast;
+uint32_t imageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                    const RastShiftParam* pParam, uint32_t nPlaneMode) {
   if (!pArea || !fitsLine(*pArea)) return RAST_ERR_INVALID_ARG;
   if (!pPlanes || (!pPlanes->pIn[0] && !pPlanes->pIn[3])) return RAST_ERR_INVALID_ARG;
   if (pPlanes->nSize < 1 || !pParam) return RAST_ERR_INVALID_ARG;
@@ -90,4 +85,13 @@ uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
   fill(wrappingMultiply(wrappingAdd(segments.top, segments.lines), pitch),
        wrappingMultiply(pitch, segments.bottom));
   return RAST_OK;
+}
+
+}  // namespace
+
+}  // namespace rast
+
+uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
+                        const RastShiftParam* pParam, uint32_t nPlaneMode) {
+  return rast::imageShift(pArea, pPlanes, pParam, nPlaneMode);
 }

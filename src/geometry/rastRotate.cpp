@@ -60,8 +60,8 @@ void locateFirstLine(RastRotateCtx& ctx) {
   ctx.nCurLine = k == 0 ? first : wrappingSubtract(first, ctx.stBand[k - 1].nLines);
 }
 
-uint32_t accumulate(const RastArea* pArea, const RastRotateBand* pBand, RastRotateCtx* pCtx,
-                    uint32_t nRotate) {
+uint32_t rotateInputAccumulate(const RastArea* pArea, const RastRotateBand* pBand,
+                               RastRotateCtx* pCtx, uint32_t nRotate) {
   if (!pArea || !pBand) return RAST_ERR_INVALID_ARG;
   if (!pCtx || nRotate > 3) return RAST_ERR_INVALID_ARG;
   if (!pBand->pIn[0]) return RAST_ERR_INVALID_ARG;
@@ -156,7 +156,7 @@ void rotate(const Target& target, SourceLines source) {
 
 }  // namespace definition
 
-/// The bytes from the first to the last of equally spaced stretches.
+/// The bytes from the first to the last of equally spaced lines.
 struct Block {
   const void* first;
   size_t size;
@@ -168,7 +168,7 @@ struct Block {
   bool apartFrom(const Block& other) const { return apart(first, size, other.first, other.size); }
 };
 
-/// Where the source line that `at` points into starts: its leftmost sample that is wanted.
+/// The leftmost wanted sample of the source line that `at` points into.
 const uint8_t* lineStart(const Target& target, const uint8_t* at) {
   return target.sourceStep < 0 ? at - (target.lines - 1) : at;
 }
@@ -319,7 +319,7 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
 
 uint32_t rastRotateInputAccumulate(const RastArea* pArea, const RastRotateBand* pBand,
                                    RastRotateCtx* pCtx, uint32_t nRotate) {
-  return rast::accumulate(pArea, pBand, pCtx, nRotate);
+  return rast::rotateInputAccumulate(pArea, pBand, pCtx, nRotate);
 }
 
 uint32_t rastRotateSockOutput(const RastRotateBand* pBand, RastRotateCtx* pCtx) {

@@ -60,7 +60,7 @@ void sumLine(uint16_t* sums, const uint8_t* line, size_t width, bool first) {
     sums[x] = static_cast<uint16_t>(first ? line[x] : sums[x] + line[x]);
 }
 
-/// The sum formed with a group's last line does not wrap; of the quotient 8 bits are kept.
+/// The sum formed with a group's last line does not wrap; 8 bits of the quotient are kept.
 void meanLine(uint8_t* mean, const uint16_t* sums, const uint8_t* line, size_t width,
               uint32_t count) {
   for (size_t x = 0; x < width; ++x) {
@@ -211,7 +211,7 @@ class Reduction {
     means_ = allocateSet(param_.nPlaneNum, width_);
     if (means_) sums_ = allocateSet(param_.nPlaneNum, 2 * width_);
     if (sums_) return true;
-    // Where it is the sums that failed, the means before them stay allocated: the interface is so.
+    // If the sums fail, the means before them stay allocated: the interface is so.
     free(source_);
     return false;
   }
@@ -256,7 +256,7 @@ class Reduction {
 
   /// True when kernels can be used and give the same to the byte: sums of lines do not wrap, and
   /// output lines of different planes share no byte. These are written one sample of each plane at
-  /// a time, after all that is read for them has been read.
+  /// a time, after all samples for them have been read.
   bool served(const Rows& rows) const {
     constexpr uint32_t leastRatioY = 4;
     if (param_.nRatioY < leastRatioY || width_ < rows.registerBytes) return false;
@@ -282,7 +282,7 @@ class Reduction {
   /// line of the last group of two, which a group of one adds again.
   bool reduces(const Rows& rows) {
     if (!served(rows)) return false;
-    // Of a line: whole groups, and the samples of a last, cut one.
+    // The whole groups of a line, and the samples of a last, cut group.
     const uint64_t width = width_;
     const uint64_t ratio = param_.nRatioX;
     const auto outputs = static_cast<size_t>(width * ratio / kWhole);
@@ -325,7 +325,7 @@ class Reduction {
     return true;
   }
 
-  /// A period at a time. What the last register holds past the last output is not written.
+  /// A period at a time. The samples of the last register past the last output are not written.
   void reduceByPlan(const Rows& rows, const LinePlan& plan, const uint8_t* line, size_t outputs,
                     uint8_t* out) {
     for (size_t left = outputs; left != 0; line += LinePlan::kPeriod) {
@@ -351,8 +351,8 @@ class Reduction {
     return static_cast<uint8_t>((sum & 0xFFFF) / count);
   }
 
-  /// Where neither direction is reduced and no output touches another or a source line: copies, in
-  /// one piece where lines follow one another.
+  /// Copies, if neither direction is reduced and no output touches another or a source line: in one
+  /// piece where lines follow one another.
   bool copies() {
     if (param_.nRatioX != kWhole || param_.nRatioY != kWhole) return false;
     moveTo(area_.nStartY);

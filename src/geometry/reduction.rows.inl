@@ -1,3 +1,5 @@
+// The kernels of reduction, for lines and across lines. Each level includes this file once.
+
 // Runs along a line of at least a register; the last register is taken back to end with the line.
 template <class Work>
 inline void eachRegister(size_t width, Work work) {
@@ -8,8 +10,8 @@ void addRow(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t width) {
   eachRegister(width, [=](size_t x) { store(out + x, load(a + x) + load(b + x)); });
 }
 
-// Prefetches the lines of the next group, which another plane's lines come before. By an integer,
-// because the last group has none.
+// Prefetches the lines of the next group, which are used after the lines of the other planes. The
+// address is an integer, because the last group has no next one.
 inline void prefetch(const uint8_t* samples, ptrdiff_t distance) {
   __builtin_prefetch((const void*)((uintptr_t)samples + (uintptr_t)distance));
 }

@@ -1,3 +1,5 @@
+// The kernel that turns groups of lines. Each level includes this file once.
+
 // A lane of 16 samples for each of 16 lines makes a square. Registers of two lanes turn two squares
 // at once, that of the 16 lines below in the upper lane; wider ones measured no faster, because a
 // transposition waits for memory.
@@ -66,8 +68,8 @@ inline void transposeBlock(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* 
   for (size_t i = 0; i < kSide; ++i) __builtin_memcpy(out + (ptrdiff_t)i * pitch, &v[i], kLines);
 }
 
-// Where the last block would reach past the end, the one that ends there is taken: what it shares
-// with the block before is written twice.
+// A last block that would reach past the end is moved back to end there: the samples that it shares
+// with the block before are written twice.
 inline size_t blockStart(size_t at, size_t end, size_t size) {
   return at + size <= end ? at : end - size;
 }

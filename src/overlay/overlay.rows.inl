@@ -1,4 +1,6 @@
-// `Planes` overlay planes, then as many of the base where there is one.
+// The row kernels of overlays. Each level includes this file once.
+
+// The inputs are `Planes` planes of the overlay, then as many of the base where there is one.
 template <size_t Planes, bool onBase>
 void overlayRow(const Row<onBase ? 2 * Planes : Planes, Planes>& whole, const Blend& blend) {
   const uint16_t scale = blend.scale;

@@ -1,4 +1,4 @@
-// Where the two images of an overlay lie in the output: shared by both overlay operations.
+// The places of the two images of an overlay in the output, shared by both overlay operations.
 #pragma once
 
 #include <stddef.h>
@@ -11,7 +11,7 @@ namespace rast {
 
 enum class Cover { none, base, overlay, both };
 
-/// A stretch of one line whose pixels have the same cover.
+/// Consecutive pixels of one line that have the same cover.
 struct Run {
   Cover cover;
   size_t length;
@@ -51,7 +51,7 @@ struct Placement {
         overlayLines(param.nOvlY, param.nOvlHeight),
         left(lesser(baseColumns.begin, overlayColumns.begin)),
         right(lesser(param.nOutWidth, greater(baseColumns.end, overlayColumns.end))),
-        // The base's column stands where its line would be expected: the interface is so.
+        // The base's column is used where its line would be expected: the interface is so.
         top(lesser(baseColumns.begin, overlayLines.begin)),
         bottom(lesser(param.nOutHeight, greater(baseLines.end, overlayLines.end))),
         outWidth(param.nOutWidth),
@@ -92,7 +92,7 @@ struct Placement {
 };
 
 /// The order in which an output is written: `fill(n)` for each margin of n background pixels,
-/// `line(y)` for what lies between the left and right margins of line y.
+/// `line(y)` for the pixels between the left and right margins of line y.
 template <class Fill, class Line>
 void compose(const Placement& placement, Fill fill, Line line) {
   int32_t y = 0;
@@ -105,12 +105,12 @@ void compose(const Placement& placement, Fill fill, Line line) {
   for (; y < placement.outHeight; ++y) fill(placement.wholeLine());
 }
 
-/// Where an image of N planes is read next: an offset, because an image of which nothing shows need
+/// The next place to read in an image of N planes, as an offset: an image that does not show need
 /// not be there.
 template <size_t N>
 struct Cursor {
-  const uint8_t* planes[N];
-  uintptr_t offset;  // wraps, as addresses do
+  const uint8_t* planes[N]{};
+  uintptr_t offset{};  // wraps, as addresses do
 
   const uint8_t* at(size_t k = 0) const { return planes[k] + static_cast<ptrdiff_t>(offset); }
   void advance(ptrdiff_t bytes) { offset += static_cast<uintptr_t>(bytes); }

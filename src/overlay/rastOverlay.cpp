@@ -16,9 +16,9 @@ struct Source : Cursor<N> {
   bool started = false;
 
   /// `visible` columns of each line are consumed.
-  Source(const uint8_t* const* planes, ptrdiff_t start, int32_t pitch, int32_t visible)
+  Source(const uint8_t* const* image, ptrdiff_t start, int32_t pitch, int32_t visible)
       : Cursor<N>{{}, static_cast<uintptr_t>(start)}, skip(wrappingSubtract(pitch, visible)) {
-    for (size_t k = 0; k < N; ++k) this->planes[k] = planes[k];
+    for (size_t k = 0; k < N; ++k) this->planes[k] = image[k];
   }
   void beginLine() {
     if (started) this->advance(skip);
@@ -26,8 +26,8 @@ struct Source : Cursor<N> {
   }
 };
 
-/// The samples of a line that a rectangle consumes. Three planes leave out what the output's right
-/// edge cuts off; a single plane does not and drifts: the interface is so.
+/// The samples of a line that a rectangle consumes. Three planes leave out the samples that the
+/// output's right edge cuts off; a single plane does not and drifts: the interface is so.
 template <size_t N>
 int32_t visibleWidth(const Span& columns, int32_t width, int32_t outWidth) {
   const bool cut = N == 3 && columns.end > outWidth;
@@ -110,44 +110,6 @@ void line(Composition<N>& c, int32_t y) {
 
 }  // namespace definition
 
-/// A row of the overlay alone, or of the overlay and then the base.
-template <size_t N, size_t M>
-Row<N, M> rowAt(const Composition<M>& c, size_t width) {
-  Row<N, M> row;
-  for (size_t k = 0; k < N; ++k) row.in[k] = k < M ? c.overlay.at(k) : c.base.at(k - M);
-  for (size_t k = 0; k < M; ++k) row.out[k] = c.out[k];
-  row.width = width;
-  return row;
-}
-
-void run(const Rows& rows, const Composition<3>& c, bool onBase, size_t length) {
-  onBase ? rows.overlayOnBase(rowAt<6>(c, length), c.blend)
-         : rows.overlay(rowAt<3>(c, length), c.blend);
-}
-
-void run(const Rows& rows, const Composition<1>& c, bool onBase, size_t length) {
-  onBase ? rows.overlayOnBaseMono(rowAt<2>(c, length), c.blend)
-         : rows.overlayMono(rowAt<1>(c, length), c.blend);
-}
-
-template <size_t N>
-void line(const Rows& rows, Composition<N>& c, int32_t y) {
-  const Runs runs = c.placement.runsOf(y);
-  for (size_t i = 0; i < runs.count; ++i) {
-    const auto [cover, length] = runs.run[i];
-    if (cover == Cover::none) {
-      c.fill(length);
-      continue;
-    }
-    if (cover == Cover::base) {
-      for (size_t k = 0; k < N; ++k) memcpy(c.out[k], c.base.at(k), length);
-    } else {
-      run(rows, c, cover == Cover::both, length);
-    }
-    c.advance(cover, length);
-  }
-}
-
 /// From the lowest to the highest offset that a moving cursor has covered.
 struct Extent {
   ptrdiff_t at = 0;
@@ -202,6 +164,44 @@ bool planesApart(const Composition<N>& c) {
     }
   }
   return true;
+}
+
+/// A row of the overlay alone, or of the overlay and then the base.
+template <size_t N, size_t M>
+Row<N, M> rowAt(const Composition<M>& c, size_t width) {
+  Row<N, M> row;
+  for (size_t k = 0; k < N; ++k) row.in[k] = k < M ? c.overlay.at(k) : c.base.at(k - M);
+  for (size_t k = 0; k < M; ++k) row.out[k] = c.out[k];
+  row.width = width;
+  return row;
+}
+
+void run(const Rows& rows, const Composition<3>& c, bool onBase, size_t length) {
+  onBase ? rows.overlayOnBase(rowAt<6>(c, length), c.blend)
+         : rows.overlay(rowAt<3>(c, length), c.blend);
+}
+
+void run(const Rows& rows, const Composition<1>& c, bool onBase, size_t length) {
+  onBase ? rows.overlayOnBaseMono(rowAt<2>(c, length), c.blend)
+         : rows.overlayMono(rowAt<1>(c, length), c.blend);
+}
+
+template <size_t N>
+void line(const Rows& rows, Composition<N>& c, int32_t y) {
+  const Runs runs = c.placement.runsOf(y);
+  for (size_t i = 0; i < runs.count; ++i) {
+    const auto [cover, length] = runs.run[i];
+    if (cover == Cover::none) {
+      c.fill(length);
+      continue;
+    }
+    if (cover == Cover::base) {
+      for (size_t k = 0; k < N; ++k) memcpy(c.out[k], c.base.at(k), length);
+    } else {
+      run(rows, c, cover == Cover::both, length);
+    }
+    c.advance(cover, length);
+  }
 }
 
 constexpr uint8_t kThresholds[] = {16, 0, 1};  // by blend mode

@@ -31,8 +31,9 @@ void copyPixel(Cursors& at, const uint8_t* from) {
   for (const uint8_t sample : pixel) *at.out++ = sample;
 }
 
-/// The cursors cross: what the base alone covers shows the overlay's pixels, what the overlay alone
-/// covers the base's, and what both cover repeats one pixel of the overlay while the base's pass.
+/// The cursors cross. Pixels that the base alone covers show the overlay; pixels that the overlay
+/// alone covers show the base; pixels that both cover repeat one pixel of the overlay, and the
+/// base's cursor passes.
 void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background) {
   for (int32_t x = placement.left; x < placement.right; ++x) {
     switch (placement.coverAt(x, y)) {
@@ -57,13 +58,36 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
 
 }  // namespace definition
 
+/// True when no output byte is also read.
+bool sourcesApart(const Cursors& start, const Placement& placement) {
+  size_t out = 0;
+  size_t base = 0;
+  size_t overlay = 1;  // the pixel that a shared stretch shows without consuming it
+  compose(
+      placement, [&](size_t pixels) { out += pixels; },
+      [&](int32_t y) {
+        const Runs runs = placement.runsOf(y);
+        for (size_t i = 0; i < runs.count; ++i) {
+          const auto [cover, length] = runs.run[i];
+          out += length;
+          if (cover == Cover::base) overlay += length;
+          if (cover == Cover::overlay || cover == Cover::both) base += length;
+        }
+      });
+  const auto apartFromOut = [&](const Cursor<1>& source, size_t pixels) {
+    const auto begin = static_cast<ptrdiff_t>(source.offset);
+    return apart(start.out, out * kPixel, addressAt(source.planes[0], begin), pixels * kPixel);
+  };
+  return apartFromOut(start.base, base) && apartFromOut(start.overlay, overlay);
+}
+
 void copyRun(Cursors& at, Cursor<1>& from, size_t size) {
   memcpy(at.out, from.at(), size);
   at.out += size;
   from.advance(static_cast<ptrdiff_t>(size));
 }
 
-/// Writes one pixel over and over, doubling what there is.
+/// Writes one pixel again and again, doubling the written pixels each time.
 void repeatPixel(Cursors& at, size_t size) {
   memcpy(at.out, at.overlay.at(), kPixel);
   for (size_t done = kPixel; done < size;) {
@@ -94,29 +118,6 @@ void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background
         break;
     }
   }
-}
-
-/// True when nothing that is written lies where something is read.
-bool sourcesApart(const Cursors& start, const Placement& placement) {
-  size_t out = 0;
-  size_t base = 0;
-  size_t overlay = 1;  // the pixel that a shared stretch shows without consuming it
-  compose(
-      placement, [&](size_t pixels) { out += pixels; },
-      [&](int32_t y) {
-        const Runs runs = placement.runsOf(y);
-        for (size_t i = 0; i < runs.count; ++i) {
-          const auto [cover, length] = runs.run[i];
-          out += length;
-          if (cover == Cover::base) overlay += length;
-          if (cover == Cover::overlay || cover == Cover::both) base += length;
-        }
-      });
-  const auto apartFromOut = [&](const Cursor<1>& source, size_t pixels) {
-    const auto begin = static_cast<ptrdiff_t>(source.offset);
-    return apart(start.out, out * kPixel, addressAt(source.planes[0], begin), pixels * kPixel);
-  };
-  return apartFromOut(start.base, base) && apartFromOut(start.overlay, overlay);
 }
 
 /// A pixel offset, which fits 32 bits, in bytes.

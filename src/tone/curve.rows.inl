@@ -1,3 +1,5 @@
+// The row kernels of curves. Each level includes this file once.
+
 // `n` registers of samples from column x on.
 template <Order order, size_t n>
 inline void curveAt(const MonoRow& row, const Lookup& lookup, size_t x) {

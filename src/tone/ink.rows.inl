@@ -1,10 +1,12 @@
-// The hue circle and the grey floor of the two-colour conversion: a base hue for each smallest
+// The row kernel of the two-color conversion. Each level includes this file once.
+
+// The hue circle and the gray floor of the two-color conversion: a base hue for each smallest
 // component, 42 steps to either side of it; saturations up to 15 count as neutral.
 constexpr uint8_t kHueBase[3] = {42, 127, 212};
 constexpr uint16_t kHueSector = 42;
 constexpr uint8_t kGreyFloor = 15;
 
-// (n * factor) / d, truncated, where it fits a sample.
+// (n * factor) / d, truncated, if that fits a sample.
 inline U8 scaledRatio(U8 n, uint16_t factor, U8 d, const Reciprocals& reciprocals) {
   U16 low;
   U16 high;
@@ -25,7 +27,7 @@ inline U8 hueOf(const U8 (&c)[3], U8 least, U8 chroma, const Reciprocals& recipr
   return select((U8)(behind > ahead), base + steps, base - steps);
 }
 
-// The ink of a half register: 0 up to the grey floor, all of it above the limit, in between in
+// The ink of a half register: 0 up to the gray floor, all of it above the limit, in between in
 // proportion.
 inline U16 weighted(U16 amount, U16 saturation, U16 limit, U16 reciprocal) {
   const U16 proportion = quotient((saturation - kGreyFloor) << 8, limit - kGreyFloor, reciprocal);

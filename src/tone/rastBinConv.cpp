@@ -1,4 +1,4 @@
-// Two-colour conversion.
+// Two-color conversion.
 #include "tone/rastBinConv.h"
 
 #include <stdio.h>
@@ -32,7 +32,7 @@ constexpr RastBinConvColor g_BinConvColorTbl[] = {
 };
 constexpr uint32_t kColors = sizeof g_BinConvColorTbl / sizeof g_BinConvColorTbl[0];
 
-// The saturation at and above which a pixel counts fully as colour, by hue.
+// The saturation at and above which a pixel counts fully as color, by hue.
 constexpr uint8_t g_BinConvSatLimitTbl[256] = {
     136, 136, 136, 137, 137, 137, 137, 137, 137, 138, 138, 138, 138, 138, 138, 139, 139, 139, 139,
     139, 139, 140, 140, 140, 140, 140, 140, 141, 141, 141, 141, 141, 141, 142, 142, 142, 142, 142,
@@ -78,7 +78,7 @@ uint8_t hue(uint8_t r, uint8_t g, uint8_t b, uint8_t least, uint8_t chroma) {
   return static_cast<uint8_t>(h);
 }
 
-/// How far the pixel counts as colour, 0 .. 256.
+/// How far the pixel counts as color, 0 .. 256.
 int32_t colorWeight(uint8_t saturation, uint8_t limit) {
   if (saturation <= kGreyFloor) return 0;
   if (limit < saturation) return 256;
@@ -91,7 +91,7 @@ uint8_t inkAmount(bool largest, const int16_t (&coef)[3], int32_t offset, const 
   return clampToSample(((coef[0] * c[0] + coef[1] * c[1] + coef[2] * c[2]) >> 8) + offset);
 }
 
-void convert(const RastArea& area, const ColorPlanes& planes, const RastBinConvColor& rec) {
+void binConv(const RastArea& area, const ColorPlanes& planes, const RastBinConvColor& rec) {
   eachLine(area, [&](ptrdiff_t line) {
     for (ptrdiff_t x = line; x < line + area.nWidth; ++x) {
       const uint8_t c[3] = {planes.in[0][x], planes.in[1][x], planes.in[2][x]};
@@ -114,7 +114,7 @@ void convert(const RastArea& area, const ColorPlanes& planes, const RastBinConvC
 
 }  // namespace definition
 
-/// True for records like the built-in ones, of which the row kernel can make all that is written.
+/// True for records like the built-in ones: the row kernel makes all that they write.
 bool isSingleInk(const RastBinConvColor& rec) {
   int32_t sum = 0;
   for (size_t k = 0; k < 3; ++k) {
@@ -132,7 +132,7 @@ void convertWithRecord(const Rows* rows, const RastArea& area, const RastPlaneSe
   const ColorPlanes planes(set);
   if (!rows || !rows->ink || !isSingleInk(record) ||
       !planesApart(planes.in, planes.out, area.nWidth)) {
-    definition::convert(area, planes, record);
+    definition::binConv(area, planes, record);
     return;
   }
   // Beyond 255 either way an offset changes nothing more: the sum it is added to is a sample.

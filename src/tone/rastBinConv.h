@@ -1,4 +1,4 @@
-// The colour records of the two-colour conversion.
+// The color records of the two-color conversion.
 #pragma once
 
 #include <stdint.h>

@@ -1,4 +1,4 @@
-// A 256-entry curve on the three colour planes or on the mono plane.
+// A 256-entry curve on the three color planes or on the mono plane.
 #include <stdio.h>
 
 #include "frame/frame.h"
@@ -14,7 +14,7 @@ constexpr size_t kCurveSize = 256;
 namespace definition {
 
 template <size_t N>
-void colGamma(const RastArea& area, uint8_t* const (&out)[N], const uint8_t* const (&in)[N],
+void colGamma(const RastArea& area, const uint8_t* const (&in)[N], uint8_t* const (&out)[N],
               const uint8_t* curve) {
   eachLine(area, [&](ptrdiff_t line) {
     for (ptrdiff_t x = line; x < line + area.nWidth; ++x) {
@@ -28,12 +28,12 @@ void colGamma(const RastArea& area, uint8_t* const (&out)[N], const uint8_t* con
 }  // namespace definition
 
 template <size_t N>
-void process(const Rows* rows, const RastArea& area, uint8_t* const (&out)[N],
-             const uint8_t* const (&in)[N], const uint8_t* curve) {
+void process(const Rows* rows, const RastArea& area, const uint8_t* const (&in)[N],
+             uint8_t* const (&out)[N], const uint8_t* curve) {
   const bool served =
       rows && planesApart(in, out, area.nWidth) && linesApart(area, out, curve, kCurveSize);
   if (!served) {
-    definition::colGamma(area, out, in, curve);
+    definition::colGamma(area, in, out, curve);
     return;
   }
   eachLine(area, [&](ptrdiff_t line) {
@@ -61,10 +61,10 @@ uint32_t colGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
 
   const RastArea area = *pArea;
   if (mono) {
-    process<1>(rows, area, {pPlanes->pOut[3]}, {pPlanes->pIn[3]}, pCurve);
+    process<1>(rows, area, {pPlanes->pIn[3]}, {pPlanes->pOut[3]}, pCurve);
   } else {
     const ColorPlanes planes(*pPlanes);
-    process<3>(rows, area, planes.out, planes.in, pCurve);
+    process<3>(rows, area, planes.in, planes.out, pCurve);
   }
   return RAST_OK;
 }

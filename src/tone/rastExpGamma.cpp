@@ -1,9 +1,8 @@
 // Threshold-gain curve on the mono plane.
-#include "frame/operations.h"
-
 #include <stdio.h>
 
 #include "frame/frame.h"
+#include "frame/operations.h"
 #include "frame/overlap.h"
 
 namespace rast {
@@ -24,12 +23,16 @@ void fillTable(const RastExpGammaParam& param, uint8_t* table) {
   for (size_t i = 0; i < kTableSize; ++i) table[i] = curveSample(param, static_cast<uint8_t>(i));
 }
 
+namespace definition {
+
 template <class Curve>
-void definition(const RastArea& area, uint8_t* out, const uint8_t* in, Curve curve) {
+void expGamma(const RastArea& area, const uint8_t* in, uint8_t* out, Curve curve) {
   eachLine(area, [&](ptrdiff_t line) {
     for (ptrdiff_t x = line; x < line + area.nWidth; ++x) out[x] = curve(in[x]);
   });
 }
+
+}  // namespace definition
 
 }  // namespace
 
@@ -62,9 +65,10 @@ uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
     const uint8_t* const table = pLut ? pLut : own;
     eachLine(area, [&](ptrdiff_t line) { rows->curve(rowOf(in, out, line, area.nWidth), table); });
   } else if (pLut) {
-    definition(area, out[0], in[0], [pLut](uint8_t x) { return pLut[x]; });
+    definition::expGamma(area, in[0], out[0], [pLut](uint8_t x) { return pLut[x]; });
   } else {
-    definition(area, out[0], in[0], [&param](uint8_t x) { return curveSample(param, x); });
+    definition::expGamma(area, in[0], out[0],
+                         [&param](uint8_t x) { return curveSample(param, x); });
   }
   return RAST_OK;
 }

@@ -13,7 +13,7 @@
 
 namespace rast::RAST_LEVEL {
 namespace {
-#include "frame/simd.h"
+#include "frame/simd.inl"
 }
 
 /// How many of the 65,536 x 255 quotients are wrong.

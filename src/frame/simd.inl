@@ -1,10 +1,11 @@
-// The vector types and primitives that row kernels are written in, at the width of the level that
-// includes this file. Compiler vector extensions carry what they can; the rest is intrinsics, with
-// a plain loop for machines that have none.
+// The vector types and primitives that row kernels are written in, at the width of the level. The
+// file of each level includes this one once, inside the namespace of the level, after stdint.h,
+// stddef.h and the intrinsics. Compiler vector extensions carry most primitives; the others are
+// intrinsics, with a plain loop for machines that have none.
 //
-// widen splits a register of samples into a low and a high half and zip merges two halves. What a
-// half is differs between machines: of the register, or of each of its lanes of 16 bytes. narrow
-// puts samples back where they were.
+// widen splits a register of samples into a low and a high half and zip merges two halves. A half
+// is half of the register or of each of its lanes of 16 bytes: machines differ. narrow puts samples
+// back where they were.
 
 #if defined(__AVX512VBMI__)
 constexpr size_t kBytes = 64;
@@ -14,8 +15,8 @@ constexpr size_t kBytes = 32;
 constexpr size_t kBytes = 16;
 #endif
 
-// Where the machine has no vectors, arithmetic on them is taken apart: it then costs more than the
-// definition's, sample by sample.
+// Without vectors in the machine, compilers take arithmetic on them apart: it costs more than the
+// definition's arithmetic, sample by sample.
 #if defined(__AVX2__) || defined(__SSE2__) || defined(__ARM_NEON)
 constexpr bool kHasVectors = true;
 #else
@@ -227,8 +228,8 @@ class Lookup {
 
 // A byte shuffle looks up 16 entries and gives 0 where the index is negative. Each half of the
 // table is a chain of eight shuffles, with 16 subtracted (saturating) from the index between them;
-// entry k of the chain holds part k XOR part k - 1, so that what a sample has gathered when it goes
-// negative is its entry.
+// entry k of the chain holds part k XOR part k - 1, so that the sum of a sample is its entry when
+// the index becomes negative.
 class Lookup {
  public:
   explicit Lookup(const uint8_t* table) {
@@ -399,51 +400,13 @@ inline U16 quotient(U16 n, U16 d, U16 reciprocal) {
   return estimate - (U16)((I16)rest >= (I16)d);
 }
 
-enum class Order {
-  straight,       // out[x] from in[x]
-  mirrored,       // out[width - 1 - x] from in[x]
-  groupsMirrored  // whole groups of four mirrored in themselves, what is left of the row straight
-};
-
-// Runs a row through `body`, which takes rows of whole registers and applies the order itself. What
-// is left of the row goes through it as a zero-filled copy: nothing outside the row is read or
-// written.
-template <Order order, size_t N, size_t M, class Body>
-inline void sweep(const Row<N, M>& row, Body body) {
-  const size_t rest = row.width % kBytes;
-  const size_t whole = row.width - rest;
-  Row<N, M> part = row;
-  part.width = whole;
-  if (order == Order::mirrored) {
-    for (uint8_t*& out : part.out) out += rest;
+// Four quarter registers of 32-bit sums, as widening and zipping leaves them, to samples: divided
+// by 256 towards zero, offset, clamped and, with all bits set in `invert`, inverted.
+inline U8 samplesOf(const U32 (&sum)[4], U32 offset, U8 invert) {
+  I32 v[4];
+  for (size_t i = 0; i < 4; ++i) {
+    const U32 towardsZero = (U32)((I32)sum[i] >> 31) >> 24;  // 255 where negative
+    v[i] = (I32)((U32)((I32)(sum[i] + towardsZero) >> 8) + offset);
   }
-  uint8_t copy[N][kBytes];
-  uint8_t result[M][kBytes];
-  // One call of the body, as it is inlined, is half the code of two.
-  for (bool atRest = whole == 0;; atRest = true) {
-    if (atRest) {
-      if (!rest) return;
-      part.width = kBytes;
-      for (size_t k = 0; k < N; ++k) {
-        __builtin_memset(copy[k], 0, kBytes);
-        __builtin_memcpy(copy[k], row.in[k] + whole, rest);
-        part.in[k] = copy[k];
-      }
-      for (size_t k = 0; k < M; ++k) part.out[k] = result[k];
-    }
-    body(part);
-    if (atRest) break;
-  }
-  for (size_t k = 0; k < M; ++k) {
-    if (order == Order::mirrored) {
-      __builtin_memcpy(row.out[k], result[k] + kBytes - rest, rest);
-      continue;
-    }
-    __builtin_memcpy(row.out[k] + whole, result[k], rest);
-    if (order == Order::groupsMirrored) {
-      const size_t groups = rest / 4 * 4;
-      for (size_t j = 0; j < rest % 4; ++j)
-        row.out[k][whole + groups + j] = result[k][groups + 3 - j];
-    }
-  }
+  return narrow(narrow(v[0], v[1]), narrow(v[2], v[3])) ^ invert;
 }

@@ -98,7 +98,7 @@ class BandStep final : public Step {
                         reduced(page.nHeight, filter_.ratioY), context);
     plan.page.nResolutionX = page.nResolutionX * filter_.ratioX / kWholeRatio;
     plan.page.nResolutionY = page.nResolutionY * filter_.ratioY / kWholeRatio;
-    plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
+    plan.wantedLines = context.bandLines(page, quickLines(page));
     if (!filter_.inPlace) plan.lineBytes = lineSamples(page);
     plan.columnsIn = page.nWidth;
     plan.fixedBytes = lineSamples(page) * filter_.workingBytes;
@@ -120,8 +120,8 @@ class BandStep final : public Step {
     constexpr std::uint32_t callLines = 16;
     plan.unitLines = kWholeRatio / std::gcd(kWholeRatio, filter_.ratioY);
     plan.leastLines = std::min(plan.unitLines, page.nHeight);
-    if (context.wantedLines == 0) plan.wantedLines = std::max(plan.wantedLines, callLines);
-    plan.wantedLines = roundedUp(plan.wantedLines, plan.unitLines);
+    const std::uint32_t lines = context.bandLines(page, std::max(quickLines(page), callLines));
+    plan.wantedLines = std::min(roundedUp(lines, plan.unitLines), page.nHeight);
     const std::uint64_t made = lineSamples(plan.page);
     plan.lineBytes += (made * filter_.ratioY + kWholeRatio - 1) / kWholeRatio;
     plan.fixedBytes += made;

@@ -109,7 +109,7 @@ class RotateStep final : public Step {
     plan.page.nTurns = (page.nTurns + (mode_ == RAST_ROTATE_CW90 ? 1 : 3)) % 4;
     plan.fixedBytes = quickLines(page) * lineSamples(page);
     plan.lineBytes = lineSamples(plan.page);
-    plan.wantedLines = std::max(context.wantedLines, kQuickColumns);
+    plan.wantedLines = std::min(std::max(context.wantedLines, kQuickColumns), plan.page.nHeight);
     plan.quickLines = kQuickColumns;
     return plan;
   }

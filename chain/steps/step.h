@@ -47,6 +47,10 @@ struct Context {
   };
   Work work;
 
+  // Of a band of this page: as many as are wanted, or else as are quick, but no more than it has.
+  std::uint32_t bandLines(const Page& page, std::uint32_t quick) const {
+    return std::min(wantedLines != 0 ? wantedLines : quick, page.nHeight);
+  }
   bool failed() const { return refused.has_value(); }
   template <class... Parts>
   void refuse(std::uint32_t code, const Parts&... parts) {
@@ -110,7 +114,7 @@ struct Plan {
   std::uint64_t lineBytes = 0;   // for each line of the band; 0: no band
   std::uint32_t columnsIn = 0;   // of the band, where it has more than the page
   std::uint32_t leastLines = 1;
-  std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
+  std::uint32_t unitLines = 1;  // bands with fewer lines than are wanted hold a multiple
   std::uint32_t wantedLines = 1;
   std::uint32_t quickLines = 0;  // to draw at a time; 0: as many as the cache holds
   std::uint32_t lines = 0;       // of the band, decided when all steps are known

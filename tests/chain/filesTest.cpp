@@ -1,6 +1,7 @@
 // The temporary files of pages: none is left, wherever a page is abandoned, and folders that take
 // none are reported.
 #include <dirent.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -10,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -18,6 +20,18 @@
 
 #include "pages.h"
 #include "reference.h"
+
+/// Calls that a signal interrupts, of those that take room on the device.
+static int interruptions = 0;
+
+/// In place of the C library's, which chains call with wide offsets.
+extern "C" int posix_fallocate64(int file, off64_t offset, off64_t size) {
+  if (interruptions > 0) {
+    --interruptions;
+    return EINTR;
+  }
+  return posix_fallocate(file, static_cast<off_t>(offset), static_cast<off_t>(size));
+}
 
 namespace rast::test {
 namespace {
@@ -295,6 +309,21 @@ TEST(Folders, WhoseFilesMayNotGrowAreReported) {
     EXPECT_EQ(folder.use(), Folder::Use());
   }
   sigaction(SIGXFSZ, &before, nullptr);
+}
+
+TEST(Folders, WhoseFilesGrowInSpiteOfSignals) {
+  const Folder folder;
+  for (const char* text : {kGrowing[1], kGrowing[2]}) {
+    ImageSource image;
+    Tight page = tight(text, image, folder.path());
+    const RastChainSettings settings = settingsFor(image, folder.path());
+    const ChainPointer chain = openChain(text, &settings);
+    page.chain = chain.get();
+    interruptions = 3;
+    bool failed = false;
+    EXPECT_TRUE(page.holds(failed, false)) << text;
+    EXPECT_EQ(interruptions, 0) << text;
+  }
 }
 
 /// Runs `work` in a process of its own with a small file system at the folder. Nothing where that

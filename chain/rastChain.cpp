@@ -119,15 +119,18 @@ bool isSound(const Page& page) {
          (page.nComponents == 1 || page.nComponents == 3 || page.nComponents == 4);
 }
 
-// Whether lines of that record can be those of the page.
+// The lines can be those of the page: no plane is missing, and the pitch is one that memory can
+// have.
 bool fits(const RastChainLines& lines, const Page& page) {
   if (lines.nCount == 0) return true;
   const std::size_t planes = planesOf(lines, page.nComponents);
-  const std::size_t bytes = std::size_t{page.nWidth} * pixelStep(lines, page.nComponents);
-  const auto distance = static_cast<std::size_t>(lines.nPitch < 0 ? -lines.nPitch : lines.nPitch);
+  const std::uint64_t bytes = std::uint64_t{page.nWidth} * pixelStep(lines, page.nComponents);
+  const auto pitch = static_cast<std::uint64_t>(lines.nPitch);
+  const std::uint64_t distance = lines.nPitch < 0 ? 0 - pitch : pitch;
   return std::all_of(lines.pPlane, lines.pPlane + planes,
                      [](const std::uint8_t* plane) { return plane != nullptr; }) &&
-         (distance >= bytes || lines.nCount == 1);
+         (distance >= bytes || lines.nCount == 1) &&
+         distance <= PTRDIFF_MAX / std::min(lines.nCount, page.nHeight);
 }
 
 struct Stage {
@@ -196,7 +199,7 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   output.page = page;
   const std::uint32_t quick = plans_.empty() ? 0 : plans_.back().quickLines;
   output.page.nLines = quick != 0 ? quick : quickLines(page);
-  output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : output.page.nLines;
+  output.wantedLines = context_.bandLines(page, output.page.nLines);
   output.lineBytes = lineSamples(page) * (writes ? 2 : 1);
   plans_.push_back(output);
   return !context_.failed();
@@ -213,17 +216,19 @@ void PageRun::share(std::uint64_t memory) {
   const std::uint64_t share = memory / plans_.size();
   for (Plan& plan : plans_) {
     const std::uint64_t more = plan.lineBytes == 0 ? UINT32_MAX : share / plan.lineBytes;
-    const std::uint64_t lines = std::min<std::uint64_t>(plan.leastLines + more, plan.wantedLines);
     const std::uint32_t columns = std::max(plan.page.nWidth, plan.columnsIn);
-    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / columns, 1);
-    const std::uint64_t whole = std::min(lines, reach) / plan.unitLines * plan.unitLines;
-    plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(whole, plan.leastLines));
+    const std::uint64_t reach = kLongestBand / columns;
+    const std::uint64_t most = std::min(plan.leastLines + more, reach);
+    const std::uint64_t lines =
+        most < plan.wantedLines ? most - most % plan.unitLines : plan.wantedLines;
+    plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(lines, plan.leastLines));
   }
 }
 
 bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken) {
   memory = std::min<std::uint64_t>(memory, PTRDIFF_MAX);  // no allocation is larger
-  const std::uint64_t least = leastMemory() + taken;
+  const std::uint64_t own = leastMemory();
+  const std::uint64_t least = own + std::min(taken, UINT64_MAX - own);
   if (least > memory) {
     const Plan& largest = *std::ranges::max_element(plans_, {}, &Plan::leastBytes);
     const bool isBand = largest.leastLines > 1;
@@ -378,6 +383,7 @@ std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& ca
 template <class Call>
 std::uint32_t insideImage(RastChainImage* image, const Call& call) {
   if (image == nullptr) return RAST_CHAIN_ERR_USE;
+  if (image->lacksMemory) return RAST_CHAIN_ERR_MEMORY;
   if (image->context.failed()) return image->context.refused->code;
   const std::uint32_t result = withoutExceptions(nullptr, [&]() -> std::uint32_t {
     call();
@@ -420,7 +426,7 @@ std::uint32_t run(RastChain& chain, RastChainLines* in, RastChainLines* out,
   }
   if ((in != nullptr && !rast::chain::fits(*in, page.input())) ||
       (out != nullptr && !rast::chain::fits(*out, page.output()))) {
-    return reportUse("a plane is missing, or the pitch is shorter than a line", error);
+    return reportUse("a plane is missing, or the pitch is shorter than a line or too long", error);
   }
   if (!page.run(in, out)) return reportFailure(chain, error);
   return page.isDone() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
@@ -480,10 +486,10 @@ uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPag
 
 uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
                         RastChainError* pError) {
-  if (pChain == nullptr || pIn == nullptr) return reportUse("a pointer is null", pError);
-  pChain->page.reset();
-  if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
+  if (pChain == nullptr) return reportUse("a pointer is null", pError);
   return insidePage(*pChain, pError, [&]() -> std::uint32_t {
+    if (pIn == nullptr) return reportUse("a pointer is null", pError);
+    if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
     const RastChainSettings& settings = pChain->settings;
     const std::uint64_t memory = pIn->nMemory != 0       ? pIn->nMemory
                                  : settings.nMemory != 0 ? settings.nMemory

@@ -319,11 +319,7 @@ TEST_P(WrongPages, AreReportedByPlanAndBegin) {
   const auto& [text, width, height, components, code, step, operation, message] = GetParam();
   ImageSource image;
   image.picture = overlayImage(components == 1 ? 3 : 1);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
-  settings.pFolder = quickFolder();
-  settings.pUser = &image;
-  settings.pReadImage = readImageOnly;
+  const RastChainSettings settings = settingsFor(image);
   const ChainPointer chain = openChain(text, &settings);
   ASSERT_NE(chain, nullptr);
   RastChainPage page = {};
@@ -372,10 +368,7 @@ INSTANTIATE_TEST_SUITE_P(All, WrongPages, testing::ValuesIn(kWrongPages));
 TEST(Errors, OverlaysOfPagesThatAreTooLargeAreKnownBefore) {
   ImageSource image;
   image.picture = overlayImage(1);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
-  settings.pUser = &image;
-  settings.pReadImage = readImageOnly;
+  const RastChainSettings settings = settingsFor(image);
   for (const char* text :
        {"overlay logo.ppm", "shift size=9x9 : overlay logo.ppm size=65536x65536"}) {
     const ChainPointer chain = openChain(text, &settings);

@@ -73,12 +73,8 @@ TEST_P(Failures, OfEveryAllocationAreReported) {
   // What the chain makes, by one that nothing fails in.
   ImageSource source;
   source.picture = overlayImage(text.starts_with("gray") ? 1 : which.components);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
+  RastChainSettings settings = settingsFor(source);
   settings.nLines = 8;
-  settings.pFolder = quickFolder();
-  settings.pUser = &source;
-  settings.pReadImage = readImageOnly;
   const Outcome expected = runPage(openChain(text, &settings).get(), in, Feed(), random);
   ASSERT_EQ(expected.code, RAST_CHAIN_DONE) << expected.error.sMessage;
 

@@ -94,15 +94,6 @@ int descriptors() {
   return count;
 }
 
-RastChainSettings settingsFor(ImageSource& image, const std::string& folder) {
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
-  settings.pFolder = folder.c_str();
-  settings.pUser = &image;
-  settings.pReadImage = readImageOnly;
-  return settings;
-}
-
 class Abandoned : public testing::TestWithParam<const char*> {};
 
 TEST_P(Abandoned, PagesLeaveNothingBehind) {
@@ -110,7 +101,7 @@ TEST_P(Abandoned, PagesLeaveNothingBehind) {
   const int before = descriptors();
   ImageSource image;
   image.picture = overlayImage(3);
-  const RastChainSettings settings = settingsFor(image, folder.path());
+  const RastChainSettings settings = settingsFor(image, folder.path().c_str());
   Random random(1);
   const Picture in = randomPicture(13, 11, 3, random);
   const RastChainPage page = in.page();
@@ -190,7 +181,7 @@ TEST(Folders, ThatTakeNoFilesAreReported) {
       const int before = descriptors();
       ImageSource image;
       image.picture = overlayImage(1);
-      const RastChainSettings settings = settingsFor(image, path);
+      const RastChainSettings settings = settingsFor(image, path.c_str());
       RastChainError error = {};
       const ChainPointer chain = openChain(text, &settings, &error);
       ASSERT_NE(chain, nullptr) << error.sMessage;
@@ -268,7 +259,7 @@ Tight tight(const char* text, ImageSource& image, const std::string& folder) {
   tight.large = randomPicture(150, 150, 3, random);
   tight.small = randomPicture(90, 90, 3, random);
   image.picture = overlayImage(3);
-  const RastChainSettings settings = settingsFor(image, folder);
+  const RastChainSettings settings = settingsFor(image, folder.c_str());
   const ChainPointer free = openChain(text, &settings);
   tight.expectedLarge = runPage(free.get(), tight.large, Feed(), random);
   tight.expectedSmall = runPage(free.get(), tight.small, Feed(), random);
@@ -291,7 +282,7 @@ TEST(Folders, WhoseFilesMayNotGrowAreReported) {
     int failures = 0;
     for (rlim_t limit = 0; limit < 400000; limit += 4096) {
       SCOPED_TRACE(testing::Message() << text << ", files of " << limit << " bytes");
-      const RastChainSettings settings = settingsFor(image, folder.path());
+      const RastChainSettings settings = settingsFor(image, folder.path().c_str());
       const ChainPointer chain = openChain(text, &settings);
       page.chain = chain.get();
       bool failed = false;
@@ -316,7 +307,7 @@ TEST(Folders, WhoseFilesGrowInSpiteOfSignals) {
   for (const char* text : {kGrowing[1], kGrowing[2]}) {
     ImageSource image;
     Tight page = tight(text, image, folder.path());
-    const RastChainSettings settings = settingsFor(image, folder.path());
+    const RastChainSettings settings = settingsFor(image, folder.path().c_str());
     const ChainPointer chain = openChain(text, &settings);
     page.chain = chain.get();
     interruptions = 3;
@@ -353,7 +344,7 @@ TEST(Folders, ThatAreFullAreReported) {
     int failures = 0;
     for (int kilobytes = 4; kilobytes < 700; kilobytes += 12) {
       const std::optional<int> status = inSmallFolder(folder.path(), kilobytes, [&] {
-        const RastChainSettings settings = settingsFor(image, folder.path());
+        const RastChainSettings settings = settingsFor(image, folder.path().c_str());
         const ChainPointer chain = openChain(text, &settings);
         page.chain = chain.get();
         bool failed = false;

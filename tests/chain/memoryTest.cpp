@@ -39,19 +39,7 @@ constexpr int64_t roomFor(const std::string& text) {
   return 4096 + steps * 8192;
 }
 
-struct User {
-  ImageSource image;
-  uint64_t lines = 0;
-};
-
-int countLines(void* user, const RastChainLines* lines) {
-  static_cast<User*>(user)->lines += lines->nCount;
-  return 0;
-}
-
-int readFor(void* user, const char* name, int background, RastChainImage* image) {
-  return readImage(static_cast<User*>(user)->image, name, background, image);
-}
+int dropLines(void*, const RastChainLines*) { return 0; }
 
 class MemoryOf : public testing::TestWithParam<std::tuple<const char*, uint32_t>> {
  protected:
@@ -59,15 +47,11 @@ class MemoryOf : public testing::TestWithParam<std::tuple<const char*, uint32_t>
   ChainPointer open(uint64_t memory, uint32_t lines, bool writes) {
     const auto [text, components] = GetParam();
     const bool isGrayThere = std::string(text).starts_with("gray : overlay");
-    user_.image.picture = overlayImage(isGrayThere ? 1 : components);
-    RastChainSettings settings = {};
-    settings.nSize = sizeof settings;
+    image_.picture = overlayImage(isGrayThere ? 1 : components);
+    RastChainSettings settings = settingsFor(image_);
     settings.nMemory = memory;
     settings.nLines = lines;
-    settings.pFolder = quickFolder();
-    settings.pUser = &user_;
-    settings.pReadImage = readFor;
-    if (writes) settings.pWriteLines = countLines;
+    if (writes) settings.pWriteLines = dropLines;
     ChainPointer chain = openChain(text, &settings);
     const RastChainPage page = Picture(30, 30, components).page();
     RastChainPage out = {};
@@ -75,7 +59,7 @@ class MemoryOf : public testing::TestWithParam<std::tuple<const char*, uint32_t>
     return takes ? std::move(chain) : nullptr;
   }
 
-  User user_;
+  ImageSource image_;
 };
 
 TEST_P(MemoryOf, WhatIsPlannedIsEnoughAndLessIsNot) {
@@ -202,11 +186,9 @@ TEST(Memory, OfBandsIsNeverMoreThanThatOfThePage) {
         const Sheet sheet = sheetOf(in, Layout());
         int64_t peaks[3] = {};
         for (int i = 0; i < 3; ++i) {
-          User user;
           RastChainSettings settings = {};
           settings.nLines = std::array{1500U, 65536U, UINT32_MAX}[static_cast<size_t>(i)];
-          settings.pUser = &user;
-          if (writes) settings.pWriteLines = countLines;
+          if (writes) settings.pWriteLines = dropLines;
           const ChainPointer chain = openChain(text, &settings);
           RastChainPage out = {};
           const RastChainPage page = in.page();

@@ -1,4 +1,4 @@
-// The C interface: chains, their pages, and the way of lines through the steps.
+// The C interface: chains, their pages, and the lines that pass through the steps.
 #include <rast_chain.h>
 
 #include <algorithm>
@@ -141,26 +141,26 @@ struct Stage {
   std::unique_ptr<Step> step;
 };
 
-// A page on its way.
+// A page in work.
 class PageRun {
  public:
   PageRun(const Page& page, Context& context) : context_(context), entering_(page, context) {}
 
-  // Decides what comes out and what it takes. False after a failure.
+  // Decides the output page and the memory of each step. False after a failure.
   bool plan(const std::vector<Stage>& stages, bool writes);
   const Page& planned() const { return plans_.back().page; }
   std::uint64_t leastMemory() const;
-  // Carries the plan out.
+  // Opens the steps as planned, within the memory. False after a failure.
   bool open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken);
 
   const Page& output() const { return last_->page(); }
   const Page& input() const { return entering_.page(); }
 
-  // Moves lines until one side is exhausted. False after a failure.
+  // Moves lines until no line or no room is left. False after a failure.
   bool run(RastChainLines* in, RastChainLines* out);
   bool isDone() const { return entering_.isComplete() && made_ == output().nHeight; }
   std::uint32_t missing() const { return entering_.missing(); }
-  // Room for lines that are handed to the caller's function.
+  // Room for the lines that the caller's function receives.
   RastChainLines leaving();
   bool needsRoom() const { return made_ < output().nHeight; }
 
@@ -170,10 +170,10 @@ class PageRun {
 
   Context& context_;
   EnteringLines entering_;
-  std::vector<Plan> plans_;  // of the steps, and of what comes out
+  std::vector<Plan> plans_;  // of the steps, then of the output page
   std::vector<std::unique_ptr<LineSource>> sources_;
   LineSource* last_ = &entering_;
-  std::optional<PackedLines> joined_;  // planes of lines that come out interleaved or with gaps
+  std::optional<PackedLines> joined_;  // planes of output lines that are interleaved or have gaps
   bool writes_ = false;
   Bytes leaving_;
   std::uint32_t made_ = 0;
@@ -211,7 +211,7 @@ std::uint64_t PageRun::leastMemory() const {
   return least;
 }
 
-// What is left of the memory is shared by the bands, in whole units.
+// The bands share the rest of the memory, in whole units.
 void PageRun::share(std::uint64_t memory) {
   const std::uint64_t share = memory / plans_.size();
   for (Plan& plan : plans_) {
@@ -311,7 +311,7 @@ struct RastChain {
 
 namespace {
 
-// Cut between characters of UTF-8.
+// Cuts between characters of UTF-8.
 template <std::size_t size>
 void copyText(const std::string& text, char (&to)[size]) {
   std::size_t length = std::min(text.size(), size - 1);
@@ -335,7 +335,7 @@ std::uint32_t report(const Refusal& refused, RastChainError* error) {
   return refused.code;
 }
 
-// Without allocations.
+// Makes no allocation.
 std::uint32_t report(std::uint32_t code, const char* message, RastChainError* error) {
   if (error != nullptr) {
     *error = {};
@@ -349,7 +349,7 @@ std::uint32_t reportUse(const char* message, RastChainError* error) {
   return report(RAST_CHAIN_ERR_USE, message, error);
 }
 
-// Nothing but a lack of memory is thrown by the engine.
+// The engine throws only where memory is lacking.
 template <class Call>
 std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
 #ifdef __cpp_exceptions
@@ -368,7 +368,7 @@ std::uint32_t reportFailure(RastChain& chain, RastChainError* error) {
   return report(*std::exchange(chain.context.refused, {}), error);
 }
 
-// A call that begins the page or belongs to it. The page ends with its last line and with any error.
+// A call that begins the page or belongs to it. The page ends with its last line or any error.
 template <class Call>
 std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& call) {
   const std::uint32_t result = withoutExceptions(error, call);

@@ -67,7 +67,7 @@ class Words {
     return !fault_;
   }
 
-  // To the end of the line; comments are blanks.
+  // Skips blanks and comments up to the end of the line.
   void skipBlanks() {
     while (at_ < text_.size() && text_[at_] != '\n' && (isBlank(text_[at_]) || text_[at_] == '#')) {
       at_ = text_[at_] == '#' ? std::min(text_.find('\n', at_), text_.size()) : at_ + 1;
@@ -121,11 +121,11 @@ class Words {
   const std::string& text_;
   std::size_t at_ = 0;
   bool startsLine_ = true;
-  std::deque<Word> words_;  // that are read and not taken yet
+  std::deque<Word> words_;  // read and not taken yet
   std::optional<Word> fault_;
 };
 
-// One step, while its words come in.
+// Makes one step from its words.
 class StepParser {
  public:
   StepParser(const Operation& operation, Files files)
@@ -164,7 +164,7 @@ class StepParser {
     return refused;
   }
 
-  // The presets of what was not given.
+  // Completes the step with the presets of the other parameters.
   Result<Link> end() {
     if (operation_.needsParameter && std::ranges::none_of(given_, std::identity())) {
       std::string names;

@@ -110,7 +110,7 @@ bool PageStore::reserve(std::uint64_t offset, std::uint64_t size, Context& conte
   return true;
 }
 
-// Not through the mapping, which clears each page of memory before it is written.
+// Not through the mapping: the kernel clears each page of memory before it is written.
 bool PageStore::write(std::uint64_t offset, const std::uint8_t* samples, std::size_t size,
                       Context& context) {
   while (size > 0) {

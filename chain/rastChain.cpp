@@ -1,4 +1,4 @@
-// The C interface: chains, their pages, and the way of lines through the steps.
+// The C interface: chains, their pages, and the lines that pass through the steps.
 #include <rast_chain.h>
 
 #include <algorithm>
@@ -119,15 +119,18 @@ bool isSound(const Page& page) {
          (page.nComponents == 1 || page.nComponents == 3 || page.nComponents == 4);
 }
 
-// Whether lines of that record can be those of the page.
+// The lines can be those of the page: no plane is missing, and the pitch is one that memory can
+// have.
 bool fits(const RastChainLines& lines, const Page& page) {
   if (lines.nCount == 0) return true;
   const std::size_t planes = planesOf(lines, page.nComponents);
-  const std::size_t bytes = std::size_t{page.nWidth} * pixelStep(lines, page.nComponents);
-  const auto distance = static_cast<std::size_t>(lines.nPitch < 0 ? -lines.nPitch : lines.nPitch);
+  const std::uint64_t bytes = std::uint64_t{page.nWidth} * pixelStep(lines, page.nComponents);
+  const auto pitch = static_cast<std::uint64_t>(lines.nPitch);
+  const std::uint64_t distance = lines.nPitch < 0 ? 0 - pitch : pitch;
   return std::all_of(lines.pPlane, lines.pPlane + planes,
                      [](const std::uint8_t* plane) { return plane != nullptr; }) &&
-         (distance >= bytes || lines.nCount == 1);
+         (distance >= bytes || lines.nCount == 1) &&
+         distance <= PTRDIFF_MAX / std::min(lines.nCount, page.nHeight);
 }
 
 struct Stage {
@@ -138,26 +141,26 @@ struct Stage {
   std::unique_ptr<Step> step;
 };
 
-// A page on its way.
+// A page in work.
 class PageRun {
  public:
   PageRun(const Page& page, Context& context) : context_(context), entering_(page, context) {}
 
-  // Decides what comes out and what it takes. False after a failure.
+  // Decides the output page and the memory of each step. False after a failure.
   bool plan(const std::vector<Stage>& stages, bool writes);
   const Page& planned() const { return plans_.back().page; }
   std::uint64_t leastMemory() const;
-  // Carries the plan out.
+  // Opens the steps as planned, within the memory. False after a failure.
   bool open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken);
 
   const Page& output() const { return last_->page(); }
   const Page& input() const { return entering_.page(); }
 
-  // Moves lines until one side is exhausted. False after a failure.
+  // Moves lines until no line or no room is left. False after a failure.
   bool run(RastChainLines* in, RastChainLines* out);
   bool isDone() const { return entering_.isComplete() && made_ == output().nHeight; }
   std::uint32_t missing() const { return entering_.missing(); }
-  // Room for lines that are handed to the caller's function.
+  // Room for the lines that the caller's function receives.
   RastChainLines leaving();
   bool needsRoom() const { return made_ < output().nHeight; }
 
@@ -167,10 +170,10 @@ class PageRun {
 
   Context& context_;
   EnteringLines entering_;
-  std::vector<Plan> plans_;  // of the steps, and of what comes out
+  std::vector<Plan> plans_;  // of the steps, then of the output page
   std::vector<std::unique_ptr<LineSource>> sources_;
   LineSource* last_ = &entering_;
-  std::optional<PackedLines> joined_;  // planes of lines that come out interleaved or with gaps
+  std::optional<PackedLines> joined_;  // planes of output lines that are interleaved or have gaps
   bool writes_ = false;
   Bytes leaving_;
   std::uint32_t made_ = 0;
@@ -196,7 +199,7 @@ bool PageRun::plan(const std::vector<Stage>& stages, bool writes) {
   output.page = page;
   const std::uint32_t quick = plans_.empty() ? 0 : plans_.back().quickLines;
   output.page.nLines = quick != 0 ? quick : quickLines(page);
-  output.wantedLines = context_.wantedLines != 0 ? context_.wantedLines : output.page.nLines;
+  output.wantedLines = context_.bandLines(page, output.page.nLines);
   output.lineBytes = lineSamples(page) * (writes ? 2 : 1);
   plans_.push_back(output);
   return !context_.failed();
@@ -208,22 +211,24 @@ std::uint64_t PageRun::leastMemory() const {
   return least;
 }
 
-// What is left of the memory is shared by the bands, in whole units.
+// The bands share the rest of the memory, in whole units.
 void PageRun::share(std::uint64_t memory) {
   const std::uint64_t share = memory / plans_.size();
   for (Plan& plan : plans_) {
     const std::uint64_t more = plan.lineBytes == 0 ? UINT32_MAX : share / plan.lineBytes;
-    const std::uint64_t lines = std::min<std::uint64_t>(plan.leastLines + more, plan.wantedLines);
     const std::uint32_t columns = std::max(plan.page.nWidth, plan.columnsIn);
-    const std::uint64_t reach = std::max<std::uint64_t>(kLongestBand / columns, 1);
-    const std::uint64_t whole = std::min(lines, reach) / plan.unitLines * plan.unitLines;
-    plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(whole, plan.leastLines));
+    const std::uint64_t reach = kLongestBand / columns;
+    const std::uint64_t most = std::min(plan.leastLines + more, reach);
+    const std::uint64_t lines =
+        most < plan.wantedLines ? most - most % plan.unitLines : plan.wantedLines;
+    plan.lines = static_cast<std::uint32_t>(std::max<std::uint64_t>(lines, plan.leastLines));
   }
 }
 
 bool PageRun::open(const std::vector<Stage>& stages, std::uint64_t memory, std::uint64_t taken) {
   memory = std::min<std::uint64_t>(memory, PTRDIFF_MAX);  // no allocation is larger
-  const std::uint64_t least = leastMemory() + taken;
+  const std::uint64_t own = leastMemory();
+  const std::uint64_t least = own + std::min(taken, UINT64_MAX - own);
   if (least > memory) {
     const Plan& largest = *std::ranges::max_element(plans_, {}, &Plan::leastBytes);
     const bool isBand = largest.leastLines > 1;
@@ -306,7 +311,7 @@ struct RastChain {
 
 namespace {
 
-// Cut between characters of UTF-8.
+// Cuts between characters of UTF-8.
 template <std::size_t size>
 void copyText(const std::string& text, char (&to)[size]) {
   std::size_t length = std::min(text.size(), size - 1);
@@ -330,7 +335,7 @@ std::uint32_t report(const Refusal& refused, RastChainError* error) {
   return refused.code;
 }
 
-// Without allocations.
+// Makes no allocation.
 std::uint32_t report(std::uint32_t code, const char* message, RastChainError* error) {
   if (error != nullptr) {
     *error = {};
@@ -344,7 +349,7 @@ std::uint32_t reportUse(const char* message, RastChainError* error) {
   return report(RAST_CHAIN_ERR_USE, message, error);
 }
 
-// Nothing but a lack of memory is thrown by the engine.
+// The engine throws only where memory is lacking.
 template <class Call>
 std::uint32_t withoutExceptions(RastChainError* error, const Call& call) {
 #ifdef __cpp_exceptions
@@ -363,7 +368,7 @@ std::uint32_t reportFailure(RastChain& chain, RastChainError* error) {
   return report(*std::exchange(chain.context.refused, {}), error);
 }
 
-// A call that begins the page or belongs to it. The page ends with its last line and with any error.
+// A call that begins the page or belongs to it. The page ends with its last line or any error.
 template <class Call>
 std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& call) {
   const std::uint32_t result = withoutExceptions(error, call);
@@ -378,6 +383,7 @@ std::uint32_t insidePage(RastChain& chain, RastChainError* error, const Call& ca
 template <class Call>
 std::uint32_t insideImage(RastChainImage* image, const Call& call) {
   if (image == nullptr) return RAST_CHAIN_ERR_USE;
+  if (image->lacksMemory) return RAST_CHAIN_ERR_MEMORY;
   if (image->context.failed()) return image->context.refused->code;
   const std::uint32_t result = withoutExceptions(nullptr, [&]() -> std::uint32_t {
     call();
@@ -420,7 +426,7 @@ std::uint32_t run(RastChain& chain, RastChainLines* in, RastChainLines* out,
   }
   if ((in != nullptr && !rast::chain::fits(*in, page.input())) ||
       (out != nullptr && !rast::chain::fits(*out, page.output()))) {
-    return reportUse("a plane is missing, or the pitch is shorter than a line", error);
+    return reportUse("a plane is missing, or the pitch is shorter than a line or too long", error);
   }
   if (!page.run(in, out)) return reportFailure(chain, error);
   return page.isDone() ? RAST_CHAIN_DONE : RAST_CHAIN_OK;
@@ -480,10 +486,10 @@ uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPag
 
 uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPage* pOut,
                         RastChainError* pError) {
-  if (pChain == nullptr || pIn == nullptr) return reportUse("a pointer is null", pError);
-  pChain->page.reset();
-  if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
+  if (pChain == nullptr) return reportUse("a pointer is null", pError);
   return insidePage(*pChain, pError, [&]() -> std::uint32_t {
+    if (pIn == nullptr) return reportUse("a pointer is null", pError);
+    if (!rast::chain::isSound(*pIn)) return reportUse("a page has no such size or kind", pError);
     const RastChainSettings& settings = pChain->settings;
     const std::uint64_t memory = pIn->nMemory != 0       ? pIn->nMemory
                                  : settings.nMemory != 0 ? settings.nMemory

@@ -25,7 +25,16 @@
  * may begin the next one.
  *
  * Memory. The lines in work stay within a cap. A quarter turn and an overlay keep whole pages in
- * temporary files, which the cap does not count.
+ * temporary files, which the cap does not count. The cap does not count the lines that
+ * rastChainImageLines splits either: an image takes up to 64 KiB, or two lines if they are longer.
+ *
+ * Files. A quarter turn and an overlay create temporary files, which have no names while they hold
+ * samples. The library opens other files, those of curves and matrices, only where nFiles of the
+ * settings allows them; pReadImage of the settings opens the images of overlays.
+ *
+ * Progress. The library prints nothing. A caller measures progress by its own records: the lines of
+ * the page that have gone in, and the lines that have come out against nHeight of the page that
+ * rastChainPlan or rastChainBegin reports.
  *
  * Threads. The library has no global state. One chain belongs to one thread at a time; different
  * chains may run on different threads at once.
@@ -58,18 +67,19 @@ enum {
 /** A chain: opaque, owned by the caller between rastChainOpen and rastChainClose. */
 typedef struct RastChain RastChain;
 
-/** What failed, and where. */
+/** An error: its kind, its place and its message. */
 typedef struct RastChainError {
   uint32_t nCode;       /**< the result code of the call */
   uint32_t nStep;       /**< step of the chain, from 1; 0: no single step */
-  uint32_t nLine;       /**< line of what comes out of the step, from 1; 0: no single line */
-  uint32_t nBegin;      /**< byte of the chain's text at which the wrong word begins */
-  uint32_t nEnd;        /**< byte after that word; equal to nBegin where no word is wrong */
+  uint32_t nLine;       /**< line of the step's output, from 1; 0: no single line */
+  uint32_t nBegin;      /**< byte of the chain's text at which the wrong word begins; where a
+                             parameter is missing, the byte after the last word of its step */
+  uint32_t nEnd;        /**< byte after the wrong word; equal to nBegin where no word is wrong */
   uint64_t nNeeded;     /**< RAST_CHAIN_ERR_MEMORY: the least cap that the page needs, or 0 */
   char sOperation[16];  /**< name of the step's operation, or empty */
   char sSuggestion[64]; /**< nearest known spelling of the wrong word, the operation that
                              converts an unsupported page, or empty */
-  char sMessage[512];   /**< what is wrong, in English, without a full stop */
+  char sMessage[512];   /**< the message, in English, without a full stop */
 } RastChainError;
 
 /** The size and kind of a page. */
@@ -93,8 +103,10 @@ typedef struct RastChainPage {
  */
 typedef struct RastChainLines {
   uint8_t* pPlane[4]; /**< first sample of the next line; only read where lines go in */
-  ptrdiff_t nPitch;   /**< bytes from one line to the next, a line at the least unless there is one
-                           line only; negative: each line lies before the one above it */
+  ptrdiff_t nPitch;   /**< bytes from one line to the next: a line at the least unless there is one
+                           line only, and at most PTRDIFF_MAX divided by the lines (nCount, or the
+                           height of the page if that is less); negative: each line lies before the
+                           line above it */
   uint32_t nCount;    /**< lines that are left, or that there is room for */
   uint32_t nPlanar;   /**< 0: interleaved, any other value: planar */
 } RastChainLines;
@@ -109,15 +121,17 @@ typedef struct RastChainImage RastChainImage;
  * Settings of a chain. A member that is 0 has the meaning given below. rastChainOpen copies the
  * record and the folder's name.
  *
- * The functions are called on the caller's thread and must return. They must not call the library
- * with the chain that calls them; rastChainImageBegin and rastChainImageLines take the image alone.
+ * The library calls the functions on the caller's thread, inside a call for the chain. They
+ * must return. They must not pass that chain to any function of the library, so neither abandon
+ * its page nor close it; a result other than 0 ends the page. rastChainImageBegin and
+ * rastChainImageLines take the image alone.
  */
 typedef struct RastChainSettings {
-  size_t nSize;        /**< sizeof(RastChainSettings), so that later versions may add members; 0: as
-                            in version 1.0 */
+  size_t nSize;        /**< sizeof(RastChainSettings), so that later versions may add members;
+                            members beyond nSize bytes are 0; 0: the members of version 1.0 */
   uint64_t nMemory;    /**< cap in bytes for the lines in work; 0: 240 MiB */
-  uint32_t nLines;     /**< lines worked on at a time, where the operation leaves the choice; 0: as
-                            many as the processor's cache holds */
+  uint32_t nLines;     /**< lines worked on at a time, where the operation leaves the choice, and no
+                            more than the page has; 0: the lines that the processor's cache holds */
   uint32_t nGray;      /**< other than 0: color pages become gray before the first step */
   uint32_t nFiles;     /**< 0: curves and matrices must not be files; any other value: they may */
   const char* pFolder; /**< folder of temporary files; null: that of TMPDIR, or /tmp */
@@ -133,7 +147,7 @@ typedef struct RastChainSettings {
    * @param nBackground sample, 0 or 255, of the background that a transparent image is put on;
    *     RAST_CHAIN_NO_BACKGROUND: the text names none
    * @param pImage receives the image
-   * @return 0, or another value where the image cannot be had
+   * @return 0, or another value where the image cannot be read
    */
   int (*pReadImage)(void* pUser, const char* pName, int nBackground, RastChainImage* pImage);
 
@@ -141,7 +155,7 @@ typedef struct RastChainSettings {
    * Receives lines from rastChainWrite, in page order, interleaved and without gaps between lines.
    *
    * @param pUser pUser of the settings
-   * @param pLines the lines; valid during the call
+   * @param pLines the lines, one or more; the samples are the library's and valid during the call
    * @return 0, or another value to end the page
    */
   int (*pWriteLines)(void* pUser, const RastChainLines* pLines);
@@ -150,18 +164,20 @@ typedef struct RastChainSettings {
 /**
  * Opens a chain.
  *
- * A chain has up to 100 steps; without a step it passes pages as they are. A step is the name of an operation and its parameters: name=value, or
- * the name alone for a switch; the value of the first parameter may stand alone unless it is a
- * number or a size. rastChainDescribe lists the operations.
+ * A chain has up to 100 steps; without a step it passes pages unchanged. A step is the name of an
+ * operation and its parameters: name=value, or the name alone for a switch. The first parameter may
+ * be given by its value alone unless it is a number or a size. A word alone that is close to the
+ * name of a switch is rejected as a misspelling. rastChainDescribe lists the operations.
  *
  * Blanks separate words, and a colon between blanks or the end of a line separates steps. Quotation
  * marks keep blanks together, and # at the start of a word begins a comment up to the end of the
- * line. In a text without blanks, commas separate words and colons separate steps.
+ * line. In a line without blanks between its characters, commas separate words and colons separate
+ * steps.
  *
  * @param pText the chain, ending with a null byte
  * @param pSettings null: all members are 0
  * @param ppChain receives the chain, to be closed by rastChainClose, or null after an error
- * @param pError null, or receives what is wrong
+ * @param pError null, or receives the error
  * @return RAST_CHAIN_OK, or
  *   - RAST_CHAIN_ERR_USE: pText or ppChain is null
  *   - RAST_CHAIN_ERR_TEXT: the text is wrong, or a file that it names cannot be read
@@ -171,13 +187,13 @@ uint32_t rastChainOpen(const char* pText, const RastChainSettings* pSettings, Ra
                        RastChainError* pError);
 
 /**
- * Reports what a page would become, without beginning it. A page that is in work goes on.
+ * Reports the page that would come out, without beginning one. A page that is in work goes on.
  *
  * @param pChain the chain
  * @param pIn the page that would go in; its nMemory is not read
  * @param pOut receives the page that would come out; its nMemory receives the least cap that the
  *     page needs
- * @param pError null, or receives what is wrong
+ * @param pError null, or receives the error
  * @return RAST_CHAIN_OK, the first error of rastChainImageBegin or rastChainImageLines inside
  *     pReadImage, or
  *   - RAST_CHAIN_ERR_USE: a pointer is null, or pIn has no size or kind that a page may have
@@ -190,12 +206,12 @@ uint32_t rastChainPlan(RastChain* pChain, const RastChainPage* pIn, RastChainPag
                        RastChainError* pError);
 
 /**
- * Begins a page. A page that is not complete is abandoned.
+ * Begins a page. A page that is not complete is abandoned, also where the call fails.
  *
  * @param pChain the chain
  * @param pIn the page whose lines will go in
  * @param pOut null, or receives the page that will come out; may be pIn
- * @param pError null, or receives what is wrong
+ * @param pError null, or receives the error
  * @return RAST_CHAIN_OK, or an error of rastChainPlan, after which the chain has no page.
  *     RAST_CHAIN_ERR_MEMORY also where the page needs more than the cap, and RAST_CHAIN_ERR_FILE
  *     where any temporary file failed.
@@ -214,10 +230,10 @@ uint32_t rastChainBegin(RastChain* pChain, const RastChainPage* pIn, RastChainPa
  * @param pChain the chain, with a page
  * @param pIn lines to go in, not more than the page has left; null: none
  * @param pOut room for lines to come out; null: none. Must not overlap pIn.
- * @param pError null, or receives what is wrong
+ * @param pError null, or receives the error
  * @return RAST_CHAIN_OK; RAST_CHAIN_DONE, after which the chain has no page; or
- *   - RAST_CHAIN_ERR_USE: pChain is null or has no page, pIn has more lines than the page, a plane
- *     is null, or a pitch is shorter than a line
+ *   - RAST_CHAIN_ERR_USE: pChain is null or has no page, pIn has more lines than the page has left,
+ *     a plane is null, or a pitch is out of its range
  *   - RAST_CHAIN_ERR_FILE: a temporary file failed
  *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */
@@ -230,7 +246,7 @@ uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pO
  *
  * @param pChain the chain, with a page
  * @param pIn lines to go in, not more than the page has left; not changed
- * @param pError null, or receives what is wrong
+ * @param pError null, or receives the error
  * @return RAST_CHAIN_OK; RAST_CHAIN_DONE, after which the chain has no page; or an error of
  *     rastChainRun. RAST_CHAIN_ERR_USE also where pIn or pWriteLines is null, and
  *     RAST_CHAIN_ERR_CALLER where pWriteLines failed.
@@ -238,9 +254,10 @@ uint32_t rastChainRun(RastChain* pChain, RastChainLines* pIn, RastChainLines* pO
 uint32_t rastChainWrite(RastChain* pChain, const RastChainLines* pIn, RastChainError* pError);
 
 /**
- * Abandons the page, if there is one, and frees its memory and temporary files.
+ * Abandons the page, if there is one, and frees its memory and temporary files. The images of
+ * overlays stay.
  *
- * @param pChain the chain, or null
+ * @param pChain the chain, or null; not the chain that is calling a function of the settings
  */
 void rastChainAbandon(RastChain* pChain);
 
@@ -253,9 +270,9 @@ void rastChainAbandon(RastChain* pChain);
 uint32_t rastChainSteps(const RastChain* pChain);
 
 /**
- * Closes a chain and abandons its page.
+ * Closes a chain, abandons its page and frees its images.
  *
- * @param pChain the chain, or null
+ * @param pChain the chain, or null; not the chain that is calling a function of the settings
  */
 void rastChainClose(RastChain* pChain);
 
@@ -280,8 +297,8 @@ uint32_t rastChainImageBegin(RastChainImage* pImage, const RastChainPage* pPage)
  * @param pLines the lines, not more than the image has left; not changed
  * @return RAST_CHAIN_OK, RAST_CHAIN_DONE after the last line, the error of an earlier call for this
  *     image, or
- *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has no size, there are too many lines, a plane
- *     is null, or the pitch is shorter than a line
+ *   - RAST_CHAIN_ERR_USE: a pointer is null, the image has no size, there are too many lines, a
+ *     plane is null, or the pitch is out of its range
  *   - RAST_CHAIN_ERR_FILE: the temporary file failed
  *   - RAST_CHAIN_ERR_MEMORY: there is not enough memory
  */

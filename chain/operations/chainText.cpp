@@ -67,7 +67,7 @@ class Words {
     return !fault_;
   }
 
-  // To the end of the line; comments are blanks.
+  // Skips blanks and comments up to the end of the line.
   void skipBlanks() {
     while (at_ < text_.size() && text_[at_] != '\n' && (isBlank(text_[at_]) || text_[at_] == '#')) {
       at_ = text_[at_] == '#' ? std::min(text_.find('\n', at_), text_.size()) : at_ + 1;
@@ -121,11 +121,11 @@ class Words {
   const std::string& text_;
   std::size_t at_ = 0;
   bool startsLine_ = true;
-  std::deque<Word> words_;  // that are read and not taken yet
+  std::deque<Word> words_;  // read and not taken yet
   std::optional<Word> fault_;
 };
 
-// One step, while its words come in.
+// Makes one step from its words.
 class StepParser {
  public:
   StepParser(const Operation& operation, Files files)
@@ -150,8 +150,12 @@ class StepParser {
       const auto index = static_cast<std::size_t>(parameter - parameters.begin());
       return give(index, takesValue ? word.substr(equals + 1) : "1");
     }
+    // A word that may be a value has no '=' and so is no misspelled name that needs one.
+    const bool mayBeValue = mayBeUnnamed && equals == std::string::npos;
     std::vector<std::string> names;
-    for (const Parameter& p : parameters) names.emplace_back(p.name);
+    for (const Parameter& p : parameters) {
+      if (!mayBeValue || p.kind == Kind::flag) names.emplace_back(p.name);
+    }
     const std::string nearest = nearestName(name, names);
     if (mayBeUnnamed && nearest.empty()) return give(0, word);
     Refusal refused = wrongText("there is no parameter ", quoted(name),
@@ -160,7 +164,7 @@ class StepParser {
     return refused;
   }
 
-  // The presets of what was not given.
+  // Completes the step with the presets of the other parameters.
   Result<Link> end() {
     if (operation_.needsParameter && std::ranges::none_of(given_, std::identity())) {
       std::string names;
@@ -225,11 +229,14 @@ class ChainParser {
 
   Result<Chain> parse(const std::string& text) {
     Words words(text);
+    Word end;  // of the step, where a word is missing
     while (std::optional<Word> word = words.next()) {
-      if (std::optional<Refusal> refused = take(*word)) return placed(std::move(*refused), *word);
+      if (std::optional<Refusal> refused = take(*word)) {
+        return placed(std::move(*refused), word->endsStep() ? end : *word);
+      }
+      end.begin = end.end = word->end;
     }
     if (words.fault()) return placed(wrongText("a quotation mark is not closed"), *words.fault());
-    const Word end = {"", text.size(), text.size()};
     if (std::optional<Refusal> refused = endStep()) return placed(std::move(*refused), end);
     return std::move(chain_);
   }
@@ -260,7 +267,7 @@ class ChainParser {
     refused.step = chain_.size() + 1;
     if (step_) refused.operation = step_->name();
     refused.begin = word.begin;
-    refused.end = word.endsStep() ? word.begin : word.end;
+    refused.end = word.end;
     return refused;
   }
 

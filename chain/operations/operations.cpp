@@ -87,7 +87,7 @@ std::unique_ptr<Step> makeBinConv(const Values& values, const ReadImage&) {
 
 constexpr Parameter kSatAdjustParameters[] = {
     {"mode", Kind::choice, "lower|raise", 0, 1, nullptr,
-     "move each component towards the pixel's grey level, or away from it"},
+     "move each component towards the pixel's gray level, or away from it"},
 };
 
 std::unique_ptr<Step> makeSatAdjust(const Values& values, const ReadImage&) {
@@ -104,7 +104,7 @@ constexpr Parameter kHueAdjustParameters[] = {
      "five, separated by white space or commas; '#' starts a comment\n"
      "PRESET: identity, grayscale (ITU-R BT.601 luma), sepia, or swap-rb\n"
      "(red and blue exchanged)\n"
-     "rotate=DEGREES: hue rotation that keeps ITU-R BT.709 luma and greys,\n"
+     "rotate=DEGREES: hue rotation that keeps ITU-R BT.709 luma and grays,\n"
      "-360..360; the hueRotate formula of feColorMatrix in the W3C filter\n"
      "effects recommendation (weights 0.213, 0.715, 0.072), in 1/256\n"
      "./sepia: the file of that name"},
@@ -145,7 +145,7 @@ constexpr Parameter kColBalanceParameters[] = {
      "tone curve: 0 more contrast, 1 less contrast, 2 darker mid-tones,\n"
      "3 lighter mid-tones, 4 none"},
     {"level", Kind::numbers, "R,G,B,GREY", 0, 11, "5,5,5,5",
-     "levels of red, green, blue and the grey part, 0 to 10: 5 is neutral,\n"
+     "levels of red, green, blue and the gray part, 0 to 10: 5 is neutral,\n"
      "a step is 5 sample values; 11 is the same as 10"},
 };
 
@@ -298,26 +298,26 @@ constexpr Operation kTable[] = {
     {"colgamma", "tone curve",
      "Every sample x, in all components alike, becomes entry x of the curve.", kColGammaParameters,
      "rast colgamma --curve gamma=2.2 in.ppm out.ppm", makeColGamma, kEachPlane},
-    {"binconv", "two-colour conversion",
-     "Colour becomes an ink: the luma (77 R + 150 G + 29 B) / 256 less 30, times a weight that\n"
+    {"binconv", "two-color conversion",
+     "Color becomes an ink: the luma (77 R + 150 G + 29 B) / 256 less 30, times a weight that\n"
      "rises with the pixel's saturation up to a limit that depends on its hue. Neutral pixels\n"
      "become 0.",
      kBinConvParameters, "rast binconv --color 3 in.ppm out.ppm", makeBinConv, kColorOnly},
     {"satadjust", "saturation lowered or raised by a quarter",
-     "The grey level of a pixel is (70 R + 150 G + 29 B) / 256; the weights add up to less than\n"
-     "1, so greys get a little darker when lowered, and some a little lighter when raised.\n"
+     "The gray level of a pixel is (70 R + 150 G + 29 B) / 256; the weights add up to less than\n"
+     "1, so grays get a little darker when lowered, and some a little lighter when raised.\n"
      "Within a line every whole group of four pixels comes out mirrored, deliberately: pixels\n"
      "1 2 3 4 become 4 3 2 1; the one to three pixels left at the end stay in place.",
      kSatAdjustParameters, "rast satadjust --mode raise in.ppm out.ppm", makeSatAdjust, kColorOnly},
-    {"hueadjust", "colour matrix",
+    {"hueadjust", "color matrix",
      "With m the matrix and R = red + m[0][3], G = green + m[1][3], B = blue + m[2][3],\n"
      "component k becomes (m[k][0] * R + m[k][1] * G + m[k][2] * B) / 256 + m[k][4], truncated\n"
      "and clamped to 0..255: the weights are in 1/256, 256 is 1.0. A gray sample x becomes\n"
      "m[0][0] * (x + m[0][3]) / 256 + m[0][4], so only few matrices suit gray pages.",
      kHueAdjustParameters, "rast hueadjust --matrix rotate=30 in.ppm out.ppm", makeHueAdjust,
      kGrayAndColor, !kKeepsPages, kNeedsParameter},
-    {"colbalance", "colour balance",
-     "A pixel is split into its grey part, the smallest component, and what each component has\n"
+    {"colbalance", "color balance",
+     "A pixel is split into its gray part, the smallest component, and what each component has\n"
      "above it, scaled to the room left. Each passes through the tone curve, then through its\n"
      "level; then the pixel is put together again.",
      kColBalanceParameters, "rast colbalance --level 6,5,4,5 in.ppm out.ppm", makeColBalance,
@@ -328,10 +328,10 @@ constexpr Operation kTable[] = {
      "overlay lies alone, a transparent pixel is 0, whatever the background.\n"
      "Composition starts at line min(--base X, --at Y), the page's column being what enters:\n"
      "above it all is background and a page placed higher begins there; with --base 0,Y it is\n"
-     "line 0 and nothing surprising happens. Colour is just cut at the output page's right edge;\n"
+     "line 0 and nothing surprising happens. Color is just cut at the output page's right edge;\n"
      "the lines of a gray image that is cut there start as much too early in it, and by more from\n"
      "line to line.\n"
-     "The overlay must be gray for gray pages and colour for colour pages.",
+     "The overlay must be gray for gray pages and color for color pages.",
      kOverlayParameters,
      "rast overlay --with logo.ppm --at 3,1 --mode ink --density 80 in.ppm out.ppm", makeOverlay,
      kEachPlane, kKeepsPages},
@@ -363,7 +363,7 @@ constexpr Operation kTable[] = {
      kShiftParameters, "rast shift --x 2 --y 1 in.ppm out.ppm", makeShift, kEachPlane, !kKeepsPages,
      kNeedsParameter},
     {"gray",
-     "colour to gray",
+     "color to gray",
      "A pixel becomes its ITU-R BT.601 luma, 0.299 R + 0.587 G + 0.114 B, rounded to nearest. "
      "Gray\n"
      "pages pass as they are.",

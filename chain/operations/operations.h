@@ -48,7 +48,7 @@ std::vector<std::string> operationNames();
 // "gray pages", "gray and colour pages".
 const char* takenPages(const Operation& operation);
 
-// All operations as a JSON array.
+// Describes all operations as a JSON array.
 std::string describeOperations();
 
 }  // namespace rast::chain

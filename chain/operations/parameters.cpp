@@ -17,7 +17,7 @@ std::from_chars_result fromChars(const char* text, const char* end, std::int64_t
   return std::from_chars(text, end, number);
 }
 
-// Without exponents, hexadecimal digits and words.
+// Rejects exponents, hexadecimal digits and words.
 std::from_chars_result fromChars(const char* text, const char* end, double& number) {
   if (std::any_of(text, end, [](char c) { return c != '-' && c != '.' && (c < '0' || c > '9'); })) {
     return {text, std::errc::invalid_argument};
@@ -25,7 +25,7 @@ std::from_chars_result fromChars(const char* text, const char* end, double& numb
 #ifdef __cpp_lib_to_chars
   return std::from_chars(text, end, number, std::chars_format::fixed);
 #else
-  // The text ends with a null byte, and characters that depend on the locale are not in it.
+  // The text ends with a null byte and holds no character that depends on the locale.
   char* stop = nullptr;
   number = std::strtod(text, &stop);
   return {stop, stop == text ? std::errc::invalid_argument : std::errc()};
@@ -44,7 +44,7 @@ Result<Number> parse(const std::string& option, const std::string& text, Number 
   return wrongText(option, ": ", quoted(text), " is ", fault, "; expected ", low, "..", high);
 }
 
-// As many numbers between separators.
+// Reads `count` numbers between separators.
 Result<Value> readSeparated(const Parameter& parameter, const std::string& text, char separator,
                             std::size_t count) {
   const std::string option = optionName(parameter);

@@ -25,7 +25,7 @@ enum class Kind {
 
 using Numbers = std::vector<std::int64_t>;
 
-// Nothing where the parameter was not given and has no preset.
+// Empty where the parameter was not given and has no preset.
 using Value = std::variant<std::monostate, Numbers, std::string>;
 
 inline bool isGiven(const Value& value) { return value.index() != 0; }
@@ -43,7 +43,7 @@ struct Parameter {
   const char* help;
   bool operand = false;  // the first parameter of the command, which may precede IN
 
-  // Whether a chain may give the value of the first parameter without its name.
+  // True where a chain may give the value of the first parameter without its name.
   bool mayBeUnnamed() const;
   bool isRequired() const { return preset == nullptr; }
   bool hasPreset() const { return preset != nullptr && *preset != '\0'; }
@@ -51,7 +51,7 @@ struct Parameter {
 
 std::string optionName(const Parameter& parameter);
 
-// Which files a chain may name.
+// The files that a chain may name.
 struct Files {
   bool tables = false;  // curves and matrices, which the engine opens
   bool images = false;  // overlays, which the caller opens
@@ -81,12 +81,12 @@ std::vector<Preset> presetsOf(const Parameter& parameter);
 // The words that a parameter knows; a word that ends with '=' continues with a number.
 std::vector<std::string> knownWords(const Parameter& parameter);
 
-// Whether the text is one of these words, with its number.
+// True where the text is one of these words, with its number.
 bool isKnownWord(const Parameter& parameter, const std::string& text);
 
-// Whether the parameter may be given as the name of a file.
+// True where the value may be the name of a file.
 bool takesFile(const Parameter& parameter);
-// Whether this text is the name of a file.
+// True where this text is the name of a file.
 bool namesFile(const Parameter& parameter, const std::string& text);
 
 }  // namespace rast::chain

@@ -1,4 +1,4 @@
-// Why a chain or a page is rejected, as a value.
+// The error of a chain or a page, as a value.
 #pragma once
 
 #include <rast_chain.h>
@@ -13,17 +13,17 @@
 
 namespace rast::chain {
 
-// The message of what no step reports: memory for its lines cannot be had.
+// The message where an allocation fails.
 inline constexpr char kNoMemory[] = "not enough memory";
 
 struct Refusal {
   std::uint32_t code;
   std::string message;
   std::string suggestion = {};  // nearest spelling of a wrong word
-  std::uint64_t needed = 0;     // the memory cap that would do
+  std::uint64_t needed = 0;     // the least memory cap
   std::size_t step = 0;         // from 1; 0: no single step
   std::string operation = {};
-  std::uint32_t line = 0;  // from 1, of what comes out of the step; 0: no single line
+  std::uint32_t line = 0;  // from 1, of the step's output; 0: no single line
   std::size_t begin = 0;   // of the wrong word in the text
   std::size_t end = 0;
 };
@@ -37,7 +37,7 @@ Refusal wrongText(const Parts&... parts) {
   return refusal(RAST_CHAIN_ERR_TEXT, parts...);
 }
 
-// A value, or why there is none.
+// A value, or an error in its place.
 template <class T>
 class Result {
  public:

@@ -8,7 +8,7 @@
 
 namespace rast::chain {
 
-// Numbers that follow from one number X, given as "name=X".
+// Numbers that are computed from one number X, given as "name=X".
 struct Formula {
   const char* name;
   double low;
@@ -17,7 +17,7 @@ struct Formula {
   Numbers (*numbers)(double);
 };
 
-// What a curve or a matrix is made of.
+// The numbers of a curve or a matrix.
 struct Table {
   std::size_t count;  // of numbers
   Formula formula;

@@ -8,8 +8,8 @@ namespace rast::chain {
 
 namespace {
 
-// The groups that so many samples or lines form: an accumulator grows by the ratio with each one,
-// a group ends at 1000, and the rest is a group too.
+// The groups of `count` samples or lines: an accumulator grows by the ratio with each one, a group
+// ends at 1000, and the rest is a group too.
 constexpr std::uint32_t reduced(std::uint32_t count, std::uint32_t ratio) {
   return static_cast<std::uint32_t>((count - 1) * std::uint64_t{ratio} / kWholeRatio) + 1;
 }
@@ -44,8 +44,8 @@ class FilteredPage : public LineSource {
   }
 };
 
-// With fewer lines. The accumulator is back at 0 after a unit of lines, so that bands of whole units
-// give what the whole page gives.
+// A page with fewer lines. The accumulator is back at 0 after a unit of lines, so that bands of
+// whole units give the result of the whole page.
 class ReducedPage final : public FilteredPage {
  public:
   ReducedPage(LineSource& before, const Filter& filter, const Plan& plan, Context& context)
@@ -54,13 +54,8 @@ class ReducedPage final : public FilteredPage {
 
  private:
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
-    if (ready_ == 0 && !makeBand()) return 0;
-    const std::uint32_t count = std::min(lines, ready_);
-    const std::size_t bytes = std::size_t{count} * page().nWidth;
-    copyPlanes(next_, planes, bytes);
-    next_.advance(bytes);
-    ready_ -= count;
-    return count;
+    if (ready_.count == 0 && !makeBand()) return 0;
+    return ready_.draw(planes, lines, page().nWidth);
   }
 
   // False where lines of the band are still to come.
@@ -76,14 +71,12 @@ class ReducedPage final : public FilteredPage {
     if (!apply(drawn_->planes(), made_.planes(), wanted)) return false;
     read_ += wanted;
     gathered_ = 0;
-    next_ = made_.planes();
-    ready_ = reduced(wanted, filter_.ratioY);
+    ready_ = {made_.planes(), reduced(wanted, filter_.ratioY)};
     return true;
   }
 
   PackedLines made_;
-  Planes next_;
-  std::uint32_t ready_ = 0;
+  ReadyLines ready_;
   std::uint32_t gathered_ = 0;
   std::uint32_t read_ = 0;
 };
@@ -98,7 +91,7 @@ class BandStep final : public Step {
                         reduced(page.nHeight, filter_.ratioY), context);
     plan.page.nResolutionX = page.nResolutionX * filter_.ratioX / kWholeRatio;
     plan.page.nResolutionY = page.nResolutionY * filter_.ratioY / kWholeRatio;
-    plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
+    plan.wantedLines = context.bandLines(page, quickLines(page));
     if (!filter_.inPlace) plan.lineBytes = lineSamples(page);
     plan.columnsIn = page.nWidth;
     plan.fixedBytes = lineSamples(page) * filter_.workingBytes;
@@ -120,8 +113,8 @@ class BandStep final : public Step {
     constexpr std::uint32_t callLines = 16;
     plan.unitLines = kWholeRatio / std::gcd(kWholeRatio, filter_.ratioY);
     plan.leastLines = std::min(plan.unitLines, page.nHeight);
-    if (context.wantedLines == 0) plan.wantedLines = std::max(plan.wantedLines, callLines);
-    plan.wantedLines = roundedUp(plan.wantedLines, plan.unitLines);
+    const std::uint32_t lines = context.bandLines(page, std::max(quickLines(page), callLines));
+    plan.wantedLines = std::min(roundedUp(lines, plan.unitLines), page.nHeight);
     const std::uint64_t made = lineSamples(plan.page);
     plan.lineBytes += (made * filter_.ratioY + kWholeRatio - 1) / kWholeRatio;
     plan.fixedBytes += made;

@@ -57,7 +57,7 @@ class GrayStep final : public Step {
     plan.page.nComponents = 1;
     if (page.nComponents == 1) return plan;
     plan.lineBytes = lineSamples(page);
-    plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(page);
+    plan.wantedLines = context.bandLines(page, quickLines(page));
     return plan;
   }
 

@@ -1,4 +1,4 @@
-// An image that a function of the caller's reads, line by line, into a store.
+// An image that the caller's function reads, line by line, into a store.
 #pragma once
 
 #include <rast_chain.h>
@@ -8,7 +8,7 @@
 
 struct RastChainImage {
   rast::chain::Context& context;
-  bool interleaved;  // how the image is to be stored
+  bool interleaved;  // form of the stored image
   rast::chain::StoredPage stored = {};
   bool begun = false;
   bool lacksMemory = false;

@@ -8,7 +8,7 @@
 
 namespace rast::chain {
 
-// So many pixels of three or four components. Pixels and planes do not overlap.
+// Split and join `count` pixels of three or four components. Pixels and planes do not overlap.
 void splitLines(const std::uint8_t* pixels, const Planes& planes, std::size_t count);
 void joinLines(const Planes& planes, std::uint8_t* pixels, std::size_t count);
 

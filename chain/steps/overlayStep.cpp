@@ -38,8 +38,8 @@ struct Rectangle {
   }
 };
 
-// Where composition starts. The line is the smaller of the overlay's line and the page's column:
-// that is how the library has it.
+// The start of composition. The line is the smaller of the overlay's line and the page's column, as
+// in the library.
 Position originOf(const OverlaySettings& settings) {
   return {std::min(settings.base.x, settings.at.x), std::min(settings.base.x, settings.at.y)};
 }
@@ -131,9 +131,9 @@ class ComposedPage final : public LineSource {
     return param;
   }
 
-  // Interleaved sources are consumed as runs of pixels, the overlay's where the page alone lies and
-  // the page's where the overlay lies, whatever their sizes: both must hold that many. Where both
-  // lie, the overlay's next pixel is read too.
+  // Interleaved sources are consumed as runs of pixels: the overlay's where the page lies alone,
+  // the page's where the overlay lies. Both must hold enough pixels, whatever their sizes. Where
+  // both lie, the library reads the overlay's next pixel too.
   bool padSources() {
     const Position origin = originOf(settings_);
     const Rectangle composed(Span{origin.x, page().nWidth}, Span{origin.y, page().nHeight});
@@ -216,7 +216,7 @@ class OverlayStep final : public Step {
   }
 
   OverlaySettings settings_;
-  std::optional<StoredPage> overlay_;  // read when the first page begins
+  std::optional<StoredPage> overlay_;  // read for the first page
 };
 
 }  // namespace

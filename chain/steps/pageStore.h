@@ -20,11 +20,11 @@ class PageStore {
   PageStore(PageStore&& other) noexcept;
   PageStore& operator=(PageStore&& other) noexcept;
 
-  // Makes room for so many samples of 0. False, with a refusal, where there is none.
+  // Makes room for `size` samples of 0. False after a failure.
   bool open(std::uint64_t size, Context& context);
-  // More room, which moves the data.
+  // Makes more room and moves the data. False after a failure.
   bool grow(std::uint64_t size, Context& context);
-  // Takes the room on the device, without which nothing may be written to data().
+  // Takes the room on the device; only then may samples be written to data().
   bool reserve(std::uint64_t offset, std::uint64_t size, Context& context);
 
   bool write(std::uint64_t offset, const std::uint8_t* samples, std::size_t size, Context& context);
@@ -62,8 +62,7 @@ class StoredPage {
   // Copies lines to planes.
   void copyLines(std::uint32_t line, std::uint32_t lines, const Planes& planes) const;
 
-  // Lets at least so many pixels follow one another in an interleaved page; the added ones have
-  // this sample.
+  // Extends an interleaved page to `pixels` pixels at the least; the added ones have this sample.
   bool pad(std::uint64_t pixels, std::uint8_t sample, Context& context);
 
  private:
@@ -75,7 +74,7 @@ class StoredPage {
   std::uint64_t pixelBytes_ = 1;
   PageStore store_;
   std::uint32_t stored_ = 0;
-  Bytes pixels_;  // interleaved lines on their way to the file
+  Bytes pixels_;  // interleaved lines, before they are written
   std::size_t pixelsSize_ = 0;
 };
 

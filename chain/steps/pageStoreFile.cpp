@@ -94,12 +94,23 @@ bool PageStore::grow(std::uint64_t size, Context& context) {
 }
 
 bool PageStore::reserve(std::uint64_t offset, std::uint64_t size, Context& context) {
-  const int error = posix_fallocate(file_, static_cast<off_t>(offset), static_cast<off_t>(size));
-  if (error != 0) refuse(context, "extended", error);
-  return error == 0;
+  // In pieces: some file systems undo a whole call that a signal interrupts.
+  constexpr std::uint64_t longest = 1 << 24;
+  while (size > 0) {
+    const std::uint64_t piece = std::min(size, longest);
+    const int error = posix_fallocate(file_, static_cast<off_t>(offset), static_cast<off_t>(piece));
+    if (error == EINTR) continue;
+    if (error != 0) {
+      refuse(context, "extended", error);
+      return false;
+    }
+    offset += piece;
+    size -= piece;
+  }
+  return true;
 }
 
-// Not through the mapping, which clears each page of memory before it is written.
+// Not through the mapping: the kernel clears each page of memory before it is written.
 bool PageStore::write(std::uint64_t offset, const std::uint8_t* samples, std::size_t size,
                       Context& context) {
   while (size > 0) {

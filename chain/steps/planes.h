@@ -3,6 +3,7 @@
 
 #include <rast.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,7 +14,7 @@ inline constexpr std::size_t kMostPlanes = 4;
 
 using Bytes = std::unique_ptr<std::uint8_t[]>;
 
-// Not initialized, so that a page that promises much costs nothing until samples arrive.
+// Not initialized, so that no memory of a large page is touched until its samples arrive.
 inline Bytes makeBytes(std::size_t size) {
   return std::make_unique_for_overwrite<std::uint8_t[]>(size);
 }
@@ -52,6 +53,21 @@ class PackedLines {
 };
 
 void copyPlanes(const Planes& from, const Planes& to, std::size_t bytes);
+
+// Lines of a band that are made and not drawn yet.
+struct ReadyLines {
+  Planes planes;
+  std::uint32_t count = 0;
+
+  // Draws up to `lines` of them. Returns their number.
+  std::uint32_t draw(const Planes& to, std::uint32_t lines, std::size_t width) {
+    lines = std::min(lines, count);
+    copyPlanes(planes, to, lines * width);
+    planes.advance(lines * width);
+    count -= lines;
+    return lines;
+  }
+};
 
 // The planes of a gray page at index `gray`, those of a color page at 0 .. 2.
 RastPlaneSet planeSet(const Planes& in, const Planes& out, std::size_t gray);

@@ -27,18 +27,12 @@ class TurnedPage final : public LineSource {
  private:
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
     if (!stored_.isComplete() && !(gather() && accumulate())) return 0;
-    if (ready_ == 0 && lines >= std::min(most_, page().nHeight - turned_)) return turnBand(planes);
-    if (ready_ == 0) {
+    if (ready_.count == 0) {
+      if (lines >= std::min(most_, page().nHeight - turned_)) return turnBand(planes);
       if (!leaving_) leaving_.emplace(page().nWidth, page().nComponents, most_);
-      ready_ = turnBand(leaving_->planes());
-      next_ = leaving_->planes();
+      ready_ = {leaving_->planes(), turnBand(leaving_->planes())};
     }
-    const std::uint32_t count = std::min(lines, ready_);
-    const std::size_t bytes = std::size_t{count} * page().nWidth;
-    copyPlanes(next_, planes, bytes);
-    next_.advance(bytes);
-    ready_ -= count;
-    return count;
+    return ready_.draw(planes, lines, page().nWidth);
   }
 
   // False while lines are still to come.
@@ -91,9 +85,8 @@ class TurnedPage final : public LineSource {
   StoredPage stored_;
   RastRotateCtx bands_ = {};
   std::uint32_t turned_ = 0;
-  std::optional<PackedLines> leaving_;  // where fewer lines are asked for than are turned together
-  Planes next_;
-  std::uint32_t ready_ = 0;
+  std::optional<PackedLines> leaving_;  // a band that is larger than the room
+  ReadyLines ready_;
 };
 
 class RotateStep final : public Step {
@@ -109,7 +102,7 @@ class RotateStep final : public Step {
     plan.page.nTurns = (page.nTurns + (mode_ == RAST_ROTATE_CW90 ? 1 : 3)) % 4;
     plan.fixedBytes = quickLines(page) * lineSamples(page);
     plan.lineBytes = lineSamples(plan.page);
-    plan.wantedLines = std::max(context.wantedLines, kQuickColumns);
+    plan.wantedLines = std::min(std::max(context.wantedLines, kQuickColumns), plan.page.nHeight);
     plan.quickLines = kQuickColumns;
     return plan;
   }

@@ -28,11 +28,10 @@ class ShiftedPage final : public LineSource {
 
  private:
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
-    lines = std::min(lines, most_);
     if (done() < top_) return fillBlank(planes, std::min(lines, top_ - done()));
     const std::uint32_t rest = top_ + shown_ - std::min(top_ + shown_, done());
     if (rest == 0) return fillBlank(planes, lines);
-    return shiftBand(planes, std::min(lines, rest));
+    return shiftBand(planes, std::min({lines, rest, most_}));
   }
 
   // With a negative offset, as many of the last lines are dropped.
@@ -100,7 +99,7 @@ class ShiftStep final : public Step {
     plan.lineBytes = lineSamples(page);
     plan.columnsIn = page.nWidth;
     const Page& wider = page.nWidth > plan.page.nWidth ? page : plan.page;
-    plan.wantedLines = context.wantedLines != 0 ? context.wantedLines : quickLines(wider);
+    plan.wantedLines = context.bandLines(page, quickLines(wider));
     return plan;
   }
 

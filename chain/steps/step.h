@@ -1,5 +1,5 @@
-// Steps of a chain. A page passes through them line by line: each step draws lines from the one
-// before it when lines are drawn from it, as far as the caller has handed lines in.
+// Steps of a chain. A page passes through the steps line by line: when lines are drawn from a step,
+// the step draws lines from the step before it, and the first step draws the lines of the caller.
 #pragma once
 
 #include <rast_chain.h>
@@ -34,7 +34,7 @@ inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
 // Lines that are quick to work on at a time: they stay in the processor's cache.
 std::uint32_t quickLines(const Page& page);
 
-// What the steps of a page share.
+// State that the steps of a page share.
 struct Context {
   std::uint32_t wantedLines = 0;   // of a band; 0: as many as are quick
   std::string folder;              // of temporary files
@@ -47,6 +47,10 @@ struct Context {
   };
   Work work;
 
+  // Lines of a band of this page: the wanted ones or else the quick ones, within the page.
+  std::uint32_t bandLines(const Page& page, std::uint32_t quick) const {
+    return std::min(wantedLines != 0 ? wantedLines : quick, page.nHeight);
+  }
   bool failed() const { return refused.has_value(); }
   template <class... Parts>
   void refuse(std::uint32_t code, const Parts&... parts) {
@@ -60,8 +64,8 @@ class LineSource {
   virtual ~LineSource() = default;
   const Page& page() const { return page_; }
 
-  // Draws the next lines, at most so many, to packed planes. Returns how many there were: 0 where
-  // lines must be handed in first, at the end of the page, and after a failure.
+  // Draws up to `lines` of the next lines to packed planes. Returns their number: 0 where the
+  // caller must hand in lines first, at the end of the page, and after a failure.
   std::uint32_t draw(const Planes& planes, std::uint32_t lines) {
     lines = std::min(lines, left());
     if (lines == 0) return 0;
@@ -77,7 +81,7 @@ class LineSource {
   LineSource(const Page& page, Context& context)
       : context_(context), page_(page), work_(context.work) {}
 
-  // Carries out a call of the library. Failures other than a lack of memory are mistakes of a step.
+  // Calls the library. A failure other than a lack of memory is a mistake of the step.
   template <class Call>
   bool succeeds(const Call& call) {
     const std::uint32_t result = call();
@@ -103,14 +107,14 @@ class LineSource {
   std::uint32_t done_ = 0;
 };
 
-// What a step makes of a page, and the memory that it takes.
+// The page that a step makes of another, and the memory that the step takes.
 struct Plan {
-  Page page;                     // that comes out
+  Page page;                     // the output
   std::uint64_t fixedBytes = 0;  // besides the band
   std::uint64_t lineBytes = 0;   // for each line of the band; 0: no band
   std::uint32_t columnsIn = 0;   // of the band, where it has more than the page
   std::uint32_t leastLines = 1;
-  std::uint32_t unitLines = 1;  // bands hold a multiple, unless the page is shorter
+  std::uint32_t unitLines = 1;  // a band below wantedLines holds a multiple
   std::uint32_t wantedLines = 1;
   std::uint32_t quickLines = 0;  // to draw at a time; 0: as many as the cache holds
   std::uint32_t lines = 0;       // of the band, decided when all steps are known
@@ -121,7 +125,7 @@ struct Plan {
 class Step {
  public:
   virtual ~Step() = default;
-  // Rejects what the library leaves to its caller to avoid.
+  // Rejects pages and values that the library leaves to its caller to check.
   virtual Plan plan(const Page& page, Context& context) = 0;
   // The plan is the one that was made last, with its lines decided. Null after a failure.
   virtual std::unique_ptr<LineSource> open(LineSource& before, const Plan& plan,
@@ -138,7 +142,7 @@ struct Filter {
   using Apply = std::function<std::uint32_t(const RastArea&, const Planes& in, const Planes& out)>;
   Apply apply;
   bool inPlace = true;  // in and out may be the same; where not, they do not overlap
-  // Columns and lines that come out, in thousandths of those that go in.
+  // Columns and lines of the output, in thousandths of the input.
   std::uint32_t ratioX = kWholeRatio;
   std::uint32_t ratioY = kWholeRatio;
   std::uint32_t workingBytes = 0;  // that the library takes for each sample of a line

@@ -8,8 +8,8 @@
 
 namespace rast {
 
-// In quotation marks, with everything escaped that JSON does not allow inside. Bytes that are no
-// UTF-8 become U+FFFD.
+// The text in quotation marks, with the escapes that JSON needs. Bytes that are no UTF-8 become
+// U+FFFD.
 std::string jsonString(std::string_view text);
 
 class JsonObject {

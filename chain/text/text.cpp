@@ -13,7 +13,7 @@ std::string join(std::initializer_list<Part> parts) {
 std::string quoted(std::string_view text) {
   constexpr std::size_t longest = 120;
   std::size_t end = std::min(text.size(), longest);
-  // Not inside a UTF-8 character.
+  // No cut inside a UTF-8 character.
   while (end < text.size() && end > 0 && (text[end] & 0xC0) == 0x80) --end;
   return join('\'', text.substr(0, end), end < text.size() ? "..." : "", '\'');
 }

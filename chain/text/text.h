@@ -43,7 +43,7 @@ std::string join(const Parts&... parts) {
   return join({Part(parts)...});
 }
 
-// A text of the user's as a message shows it: in quotation marks, and cut if it is long.
+// The user's text for a message: in quotation marks, and cut if it is long.
 std::string quoted(std::string_view text);
 
 std::string fixed(double number, int digits);

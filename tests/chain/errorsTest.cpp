@@ -129,6 +129,10 @@ constexpr WrongText kWrongTexts[] = {
     {"colgamma inverrt", "inverrt", 1, "colgamma", "invert", "not allowed"},
     {"hueadjust matrix=serpia", "matrix=serpia", 1, "hueadjust", "sepia", "not allowed"},
     {"gray : overlay logo.ppm", "logo.ppm", 2, "overlay", "", "not allowed"},
+    // A value without its name is close to names of switches only.
+    {"overlay a", "a", 1, "overlay", "", "not allowed"},
+    {"overlay whte logo.ppm", "whte", 1, "overlay", "white", "'whte'"},
+    {"overlay a=1,2", "a=1,2", 1, "overlay", "at", "'a'"},
     // Several lines, comments and quotes before the wrong word.
     {"satadjust raise\n# to : gray\n\n  shift x=1 # far\n\trotate cww\ngray", "cww", 3, "rotate",
      "cw", "'cww'"},
@@ -143,6 +147,22 @@ constexpr WrongText kWrongTexts[] = {
     {"shift,x=1,'y=2", "'y=2", 1, "", "", "not closed"},
 };
 INSTANTIATE_TEST_SUITE_P(All, WrongTexts, testing::ValuesIn(kWrongTexts));
+
+TEST(Errors, ParametersThatAreMissingArePlacedAtTheEndOfTheirStep) {
+  for (const auto& [text, place] :
+       std::vector<std::pair<std::string, uint32_t>>{{"satadjust", 9},
+                                                     {"satadjust  ", 9},
+                                                     {"shift\n", 5},
+                                                     {"gray : satadjust : gray", 16},
+                                                     {"gray:satadjust:gray", 14},
+                                                     {"satadjust # mode\n\ngray", 9},
+                                                     {"overlay at=1,2 : gray", 14}}) {
+    RastChainError error = scribbled();
+    EXPECT_EQ(openChain(text, nullptr, &error), nullptr);
+    EXPECT_EQ(error.nBegin, place) << text;
+    EXPECT_EQ(error.nEnd, place) << text;
+  }
+}
 
 TEST(Errors, LongTextsAreCutBetweenCharacters) {
   for (size_t shift = 0; shift < 4; ++shift) {
@@ -243,6 +263,9 @@ TEST(Errors, NullPointersAreRejected) {
   EXPECT_EQ(rastChainRun(chain, nullptr, nullptr, &error), RAST_CHAIN_OK);
   expectUse(rastChainWrite(chain, nullptr, &error));
   expectUse(rastChainWrite(chain, &lines, &error));
+  ASSERT_EQ(rastChainBegin(chain, &page, &out, &error), RAST_CHAIN_OK);
+  expectUse(rastChainBegin(chain, nullptr, &out, &error));
+  expectUse(rastChainRun(chain, nullptr, nullptr, &error));
   rastChainAbandon(nullptr);
   rastChainClose(nullptr);
   EXPECT_EQ(rastChainImageBegin(nullptr, &page), uint32_t{RAST_CHAIN_ERR_USE});
@@ -296,11 +319,7 @@ TEST_P(WrongPages, AreReportedByPlanAndBegin) {
   const auto& [text, width, height, components, code, step, operation, message] = GetParam();
   ImageSource image;
   image.picture = overlayImage(components == 1 ? 3 : 1);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
-  settings.pFolder = quickFolder();
-  settings.pUser = &image;
-  settings.pReadImage = readImageOnly;
+  const RastChainSettings settings = settingsFor(image);
   const ChainPointer chain = openChain(text, &settings);
   ASSERT_NE(chain, nullptr);
   RastChainPage page = {};
@@ -349,10 +368,7 @@ INSTANTIATE_TEST_SUITE_P(All, WrongPages, testing::ValuesIn(kWrongPages));
 TEST(Errors, OverlaysOfPagesThatAreTooLargeAreKnownBefore) {
   ImageSource image;
   image.picture = overlayImage(1);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
-  settings.pUser = &image;
-  settings.pReadImage = readImageOnly;
+  const RastChainSettings settings = settingsFor(image);
   for (const char* text :
        {"overlay logo.ppm", "shift size=9x9 : overlay logo.ppm size=65536x65536"}) {
     const ChainPointer chain = openChain(text, &settings);
@@ -426,6 +442,15 @@ constexpr WrongCall kWrongCalls[] = {
     {"lines overlap", [](RastChainLines& in, RastChainLines&) { in.nPitch = 17; }},
     {"lines overlap upwards", [](RastChainLines& in, RastChainLines&) { in.nPitch = -17; }},
     {"no pitch", [](RastChainLines& in, RastChainLines&) { in.nPitch = 0; }},
+    {"the smallest pitch", [](RastChainLines& in, RastChainLines&) { in.nPitch = PTRDIFF_MIN; }},
+    {"the smallest pitch of one line",
+     [](RastChainLines& in, RastChainLines&) { in.nCount = 1, in.nPitch = PTRDIFF_MIN; }},
+    {"lines beyond all addresses",
+     [](RastChainLines& in, RastChainLines&) { in.nPitch = PTRDIFF_MAX / 3 + 1; }},
+    {"lines before all addresses",
+     [](RastChainLines& in, RastChainLines&) { in.nPitch = PTRDIFF_MIN / 2; }},
+    {"room beyond all addresses",
+     [](RastChainLines&, RastChainLines& out) { out.nPitch = PTRDIFF_MAX / 2 + 1; }, true},
     {"no room", [](RastChainLines&, RastChainLines& out) { out.pPlane[0] = nullptr; }, true},
     {"room overlaps", [](RastChainLines&, RastChainLines& out) { out.nPitch = 5; }, true},
 };
@@ -574,6 +599,25 @@ TEST(Errors, ShorterSettingsMeanZeroForTheRest) {
   longer.known.nSize = sizeof longer;
   memset(longer.rest, 0xFF, sizeof longer.rest);
   EXPECT_NE(openChain("gray", &longer.known), nullptr);
+  // No member fits.
+  longer.known.nSize = 1;
+  longer.known.nMemory = 1;
+  const ChainPointer plain = openChain("satadjust raise", &longer.known);
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ(rastChainBegin(plain.get(), &page, &page, nullptr), RAST_CHAIN_OK);
+}
+
+TEST(Errors, RoomMayBeMoreThanThePageNeeds) {
+  const ChainPointer chain = openChain("colgamma invert");
+  RastChainPage page = Picture(4, 2, 1).page();
+  ASSERT_EQ(rastChainBegin(chain.get(), &page, &page, nullptr), RAST_CHAIN_OK);
+  uint8_t samples[8] = {};
+  uint8_t result[8] = {};
+  RastChainLines in = {{samples}, 4, 2, 0};
+  RastChainLines out = {{result}, 4, UINT32_MAX, 0};
+  EXPECT_EQ(rastChainRun(chain.get(), &in, &out, nullptr), RAST_CHAIN_DONE);
+  EXPECT_EQ(result[7], 255);
+  EXPECT_EQ(out.nCount, UINT32_MAX - 2);
 }
 
 TEST(Errors, SettingsAndNamesAreCopied) {

@@ -2,6 +2,8 @@
 // and the chain serves the next page.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -71,12 +73,8 @@ TEST_P(Failures, OfEveryAllocationAreReported) {
   // What the chain makes, by one that nothing fails in.
   ImageSource source;
   source.picture = overlayImage(text.starts_with("gray") ? 1 : which.components);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
+  RastChainSettings settings = settingsFor(source);
   settings.nLines = 8;
-  settings.pFolder = quickFolder();
-  settings.pUser = &source;
-  settings.pReadImage = readImageOnly;
   const Outcome expected = runPage(openChain(text, &settings).get(), in, Feed(), random);
   ASSERT_EQ(expected.code, RAST_CHAIN_DONE) << expected.error.sMessage;
 
@@ -154,6 +152,53 @@ constexpr Case kCases[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Chains, Failures,
                          testing::Combine(testing::ValuesIn(kCases), testing::Bool()));
+
+/// Goes on in spite of errors.
+struct Stubborn {
+  RastChainPage page;
+  Sheet image;
+  std::array<uint32_t, 8> codes = {};
+};
+
+int readStubbornly(void* user, const char*, int, RastChainImage* image) {
+  auto& stubborn = *static_cast<Stubborn*>(user);
+  stubborn.codes = {rastChainImageBegin(image, &stubborn.page)};
+  for (uint32_t line = 0; line < 7; ++line) {
+    const RastChainLines lines = stubborn.image.lines(line, 1);
+    stubborn.codes[line + 1] = rastChainImageLines(image, &lines);
+  }
+  return 0;
+}
+
+TEST(Failures, OfImagesAreReportedByEveryLaterCall) {
+  Random random(1);
+  const Picture image = randomPicture(9, 7, 3, random);
+  Stubborn stubborn = {image.page(), sheetOf(image, Layout())};
+  RastChainSettings settings = {};
+  settings.pFolder = quickFolder();
+  settings.pUser = &stubborn;
+  settings.pReadImage = readStubbornly;
+  const RastChainPage page = Picture(12, 12, 3).page();
+  for (long failing = 0;; ++failing) {
+    const ChainPointer chain = openChain("overlayrgb logo.ppm", &settings);
+    stubborn.codes = {};
+    RastChainPage out = {};
+    uint32_t code = 0;
+    bool failed = false;
+    {
+      const Allocations allocations(failing);
+      code = rastChainPlan(chain.get(), &page, &out, nullptr);
+      failed = allocations.count() > failing;
+    }
+    EXPECT_EQ(code, failed ? uint32_t{RAST_CHAIN_ERR_MEMORY} : uint32_t{RAST_CHAIN_OK});
+    const auto first = std::ranges::find(stubborn.codes, uint32_t{RAST_CHAIN_ERR_MEMORY});
+    EXPECT_TRUE(std::all_of(first, stubborn.codes.end(), [](uint32_t each) {
+      return each == uint32_t{RAST_CHAIN_ERR_MEMORY};
+    })) << testing::PrintToString(stubborn.codes);
+    if (!failed) break;
+  }
+  EXPECT_EQ(stubborn.codes.back(), uint32_t{RAST_CHAIN_DONE});
+}
 
 TEST(Failures, OfTextsAndDescriptionsAreReported) {
   for (const char* text : {"satadjst raise", "gray : rotate cww", "shift x='1", "overlay a",

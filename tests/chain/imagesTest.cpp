@@ -28,11 +28,7 @@ TEST_P(FaultyImages, EndThePageAndAreReadAgain) {
   const auto& [fault, operation] = GetParam();
   ImageSource image;
   image.picture = overlayImage(3);
-  RastChainSettings settings = {};
-  settings.nSize = sizeof settings;
-  settings.pFolder = quickFolder();
-  settings.pUser = &image;
-  settings.pReadImage = readImageOnly;
+  const RastChainSettings settings = settingsFor(image);
   const ChainPointer chain = openChain("gray : " + std::string(operation) + " logo.ppm", &settings);
   EXPECT_EQ(image.calls, 0) << "no image is read before a page needs it";
   const ChainPointer colors = openChain(std::string(operation) + " logo.ppm at=1,1", &settings);
@@ -127,10 +123,7 @@ TEST(Images, OfAnotherKindAreRejected) {
       if (kind == page) continue;
       ImageSource image;
       image.picture = overlayImage(kind);
-      RastChainSettings settings = {};
-      settings.pFolder = quickFolder();
-      settings.pUser = &image;
-      settings.pReadImage = readImageOnly;
+      const RastChainSettings settings = settingsFor(image);
       for (const char* text : {"overlay logo.ppm", "overlayrgb logo.ppm"}) {
         if (page != 3 && std::string(text) == "overlayrgb logo.ppm") continue;
         const ChainPointer chain = openChain(text, &settings);
@@ -152,15 +145,24 @@ TEST(Images, TheTextNamesTheirBackground) {
   for (const auto& [text, background] : cases) {
     ImageSource image;
     image.picture = overlayImage(3);
-    RastChainSettings settings = {};
-    settings.pFolder = quickFolder();
-    settings.pUser = &image;
-    settings.pReadImage = readImageOnly;
+    const RastChainSettings settings = settingsFor(image);
     const ChainPointer chain = openChain(text, &settings);
     const RastChainPage in = Picture(5, 5, 3).page();
     EXPECT_EQ(rastChainBegin(chain.get(), &in, nullptr, nullptr), RAST_CHAIN_OK);
     EXPECT_EQ(image.background, background) << text;
     EXPECT_EQ(image.name, "logo.ppm");
+  }
+}
+
+TEST(Images, MayHaveNamesThatAreCloseToParameters) {
+  for (const char* name : {"a", "bt", "ize", "mod"}) {
+    ImageSource image;
+    image.picture = overlayImage(1);
+    const RastChainSettings settings = settingsFor(image);
+    const ChainPointer chain = openChain(std::string("overlay ") + name, &settings);
+    const RastChainPage in = Picture(5, 5, 1).page();
+    EXPECT_EQ(rastChainBegin(chain.get(), &in, nullptr, nullptr), RAST_CHAIN_OK);
+    EXPECT_EQ(image.name, name);
   }
 }
 

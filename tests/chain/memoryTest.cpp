@@ -1,6 +1,7 @@
 // The memory of pages: what is planned is enough, less is rejected, and no more is taken.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,19 +39,7 @@ constexpr int64_t roomFor(const std::string& text) {
   return 4096 + steps * 8192;
 }
 
-struct User {
-  ImageSource image;
-  uint64_t lines = 0;
-};
-
-int countLines(void* user, const RastChainLines* lines) {
-  static_cast<User*>(user)->lines += lines->nCount;
-  return 0;
-}
-
-int readFor(void* user, const char* name, int background, RastChainImage* image) {
-  return readImage(static_cast<User*>(user)->image, name, background, image);
-}
+int dropLines(void*, const RastChainLines*) { return 0; }
 
 class MemoryOf : public testing::TestWithParam<std::tuple<const char*, uint32_t>> {
  protected:
@@ -58,15 +47,11 @@ class MemoryOf : public testing::TestWithParam<std::tuple<const char*, uint32_t>
   ChainPointer open(uint64_t memory, uint32_t lines, bool writes) {
     const auto [text, components] = GetParam();
     const bool isGrayThere = std::string(text).starts_with("gray : overlay");
-    user_.image.picture = overlayImage(isGrayThere ? 1 : components);
-    RastChainSettings settings = {};
-    settings.nSize = sizeof settings;
+    image_.picture = overlayImage(isGrayThere ? 1 : components);
+    RastChainSettings settings = settingsFor(image_);
     settings.nMemory = memory;
     settings.nLines = lines;
-    settings.pFolder = quickFolder();
-    settings.pUser = &user_;
-    settings.pReadImage = readFor;
-    if (writes) settings.pWriteLines = countLines;
+    if (writes) settings.pWriteLines = dropLines;
     ChainPointer chain = openChain(text, &settings);
     const RastChainPage page = Picture(30, 30, components).page();
     RastChainPage out = {};
@@ -74,7 +59,7 @@ class MemoryOf : public testing::TestWithParam<std::tuple<const char*, uint32_t>
     return takes ? std::move(chain) : nullptr;
   }
 
-  User user_;
+  ImageSource image_;
 };
 
 TEST_P(MemoryOf, WhatIsPlannedIsEnoughAndLessIsNot) {
@@ -191,6 +176,61 @@ TEST(Memory, OfHugePagesIsReportedBeforeItIsTaken) {
     EXPECT_LT(count, 100);
     EXPECT_LT(peak, 1 << 16);
   }
+}
+
+TEST(Memory, OfBandsIsNeverMoreThanThatOfThePage) {
+  for (const char* text : {"gray", "zoom y=999", "zoom y=500", "shift y=1", "rotate cw", ""}) {
+    for (const uint32_t height : {3U, 1500U}) {
+      for (const bool writes : {false, true}) {
+        const Picture in(1000, height, 3);
+        const Sheet sheet = sheetOf(in, Layout());
+        int64_t peaks[3] = {};
+        for (int i = 0; i < 3; ++i) {
+          RastChainSettings settings = {};
+          settings.nLines = std::array{1500U, 65536U, UINT32_MAX}[static_cast<size_t>(i)];
+          if (writes) settings.pWriteLines = dropLines;
+          const ChainPointer chain = openChain(text, &settings);
+          RastChainPage out = {};
+          const RastChainPage page = in.page();
+          ASSERT_EQ(rastChainPlan(chain.get(), &page, &out, nullptr), RAST_CHAIN_OK);
+          Sheet result(out.nWidth, out.nHeight, out.nComponents, {false, 7});
+          RastChainLines linesIn = sheet.lines(0, height);
+          RastChainLines linesOut = result.lines(0, out.nHeight);
+          uint32_t code = 0;
+          const Allocations allocations;
+          code = rastChainBegin(chain.get(), &page, nullptr, nullptr);
+          if (code == RAST_CHAIN_OK) {
+            code = writes ? rastChainWrite(chain.get(), &linesIn, nullptr)
+                          : rastChainRun(chain.get(), &linesIn, &linesOut, nullptr);
+          }
+          peaks[i] = allocations.peak();
+          EXPECT_EQ(code, uint32_t{RAST_CHAIN_DONE});
+        }
+        // Large allocations are rounded up to whole pages of memory, or not.
+        EXPECT_LE(std::abs(peaks[1] - peaks[0]), 16384) << text << ", " << height << " lines";
+        EXPECT_LE(std::abs(peaks[2] - peaks[0]), 16384) << text << ", " << height << " lines";
+        const int64_t samples = 1000 * int64_t{height} * 3;
+        EXPECT_LE(peaks[0], 5 * samples + 100000) << text << ", " << height << " lines";
+      }
+    }
+  }
+}
+
+TEST(Memory, ThatTheCallerTakesMayBeAnyNumber) {
+  const ChainPointer chain = openChain("satadjust raise");
+  RastChainPage page = Picture(100, 100, 3).page();
+  RastChainPage out = {};
+  ASSERT_EQ(rastChainPlan(chain.get(), &page, &out, nullptr), RAST_CHAIN_OK);
+  RastChainError error = {};
+  page.nMemory = out.nMemory + 1000;
+  page.nTaken = 1000;
+  EXPECT_EQ(rastChainBegin(chain.get(), &page, nullptr, &error), RAST_CHAIN_OK);
+  page.nTaken = 1001;
+  EXPECT_EQ(rastChainBegin(chain.get(), &page, nullptr, &error), uint32_t{RAST_CHAIN_ERR_MEMORY});
+  EXPECT_EQ(error.nNeeded, out.nMemory + 1001);
+  page.nTaken = UINT64_MAX;
+  EXPECT_EQ(rastChainBegin(chain.get(), &page, nullptr, &error), uint32_t{RAST_CHAIN_ERR_MEMORY});
+  EXPECT_EQ(error.nNeeded, UINT64_MAX);
 }
 
 /// The library counts samples of a band in 32 bits.

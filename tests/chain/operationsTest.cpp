@@ -225,6 +225,8 @@ TEST_F(Chains, WithoutBlanksAreSplitAtCommas) {
        "colbalance level=6,5,4,5 : overlay logo.ppm at=20,10"},
       {"overlay,at=20,10,logo.ppm,white,size=50x60", "overlay at=20,10 logo.ppm white size=50x60"},
       {"gray", "gray"},
+      {"shift,x=40,y=20:rotate,cw\n", "shift x=40 y=20 : rotate cw"},
+      {" \n\trotate,cw \r\n\n# the end", "rotate cw"},
       {"::gray:::zoom,percent=33.3:", "gray : zoom percent=33.3"},
       {"hueadjust,matrix=rotate=-30,mirror", "hueadjust matrix=rotate=-30 mirror"},
       {"shift,x=-1,y=-2,fill=black", "shift x=-1 y=-2 fill=black"},

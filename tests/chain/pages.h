@@ -381,4 +381,14 @@ inline int readImageOnly(void* user, const char* name, int background, RastChain
   return readImage(*static_cast<ImageSource*>(user), name, background, image);
 }
 
+/// Settings of chains whose overlays are that image.
+inline RastChainSettings settingsFor(ImageSource& image, const char* folder = quickFolder()) {
+  RastChainSettings settings = {};
+  settings.nSize = sizeof settings;
+  settings.pFolder = folder;
+  settings.pUser = &image;
+  settings.pReadImage = readImageOnly;
+  return settings;
+}
+
 }  // namespace rast::test

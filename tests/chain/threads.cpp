@@ -25,11 +25,8 @@ std::vector<std::string> workThrough(const Picture& in) {
   for (const char* text : kTexts) {
     ImageSource image;
     image.picture = in;
-    RastChainSettings settings = {};
-    settings.nSize = sizeof settings;
+    RastChainSettings settings = settingsFor(image);
     settings.nLines = 5;
-    settings.pUser = &image;
-    settings.pReadImage = readImageOnly;
     const ChainPointer chain = openChain(text, &settings);
     for (int page = 0; page < 3; ++page) {
       Random random(1);

@@ -17,7 +17,7 @@
  * read before any output sample is written, outputs are written in ascending plane order, and
  * positions go from left to right and from top to bottom. An output plane may be the input plane
  * of the same component (in place) at full speed; any other overlap, of planes with each other or
- * of an output with a curve or lookup buffer, is honoured byte for byte at the speed of plain code.
+ * of an output with a curve or lookup buffer, is honored byte for byte at the speed of plain code.
  * The RastArea, the RastPlaneSet and the parameter block are read once, before anything is written;
  * curves and lookup buffers are read as each output sample is made. Rotation and reduction have
  * orders of their own, stated there.
@@ -176,8 +176,8 @@ uint32_t rastBinConv(const RastArea* pArea, const RastPlaneSet* pPlanes, uint32_
 
 /**
  * Color saturation lowered or raised by a quarter. Each component moves a quarter of the way
- * towards (mode 0) or away from (mode 1) the pixel's grey level Y = (70 c0 + 150 c1 + 29 c2) >> 8,
- * truncating towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: greys get a
+ * towards (mode 0) or away from (mode 1) the pixel's gray level Y = (70 c0 + 150 c1 + 29 c2) >> 8,
+ * truncating towards zero and clamping to 0 .. 255. The weights add up to 249, not 256: grays get a
  * little darker in mode 0, and in mode 1 the upper ones a little lighter.
  *
  * Within a line every whole group of four pixels comes out mirrored: the result of the group's
@@ -259,20 +259,20 @@ uint32_t rastHueAdjust(const RastArea* pArea, const RastPlaneSet* pPlanes,
 typedef struct RastColBalanceParam {
   uint8_t nCurve; /**< 0 .. 4: tone curve of all four channels; 4 is the identity */
   int16_t
-      nLevel[4]; /**< 0 .. 11: level of components 0 to 2 and of the grey part. 5 is neutral, a step
+      nLevel[4]; /**< 0 .. 11: level of components 0 to 2 and of the gray part. 5 is neutral, a step
                         is 5 sample values; above 5 the curve begins with a ramp from 0; 11 is 10 */
 } RastColBalanceParam;
 
 /**
- * Color balance. A pixel is split into its grey part mn, the smallest component, and what each
+ * Color balance. A pixel is split into its gray part mn, the smallest component, and what each
  * component has above it, scaled to the room left: X' = (X - mn) * 256 / (255 - mn), at most 255
  * (255 where mn is 255). Each passes through its own curve, tone curve then level; the pixel is put
- * together as ((255 - k) * X'' >> 8) + k with k the curved grey part. All divisions truncate.
+ * together as ((255 - k) * X'' >> 8) + k with k the curved gray part. All divisions truncate.
  *
  * @param pArea the rectangle
  * @param pPlanes pIn[0 .. 2] are read, pOut[0 .. 2] written; pIn[3] and pOut[3] must be null
  * @param pParam always required and checked
- * @param pLut null, or 1025 bytes: the curves of components 0, 1, 2 and of the grey part, 256 bytes
+ * @param pLut null, or 1025 bytes: the curves of components 0, 1, 2 and of the gray part, 256 bytes
  *     each, then the built flag. Flag 0: the curves are filled and the flag set to 1. Any other
  *     value: the curves are used as they stand.
  *
@@ -499,7 +499,7 @@ uint32_t rastRotateInputAccumulate(const RastArea* pArea, const RastRotateBand* 
  * ones with that of the first input band.
  *
  * For each plane in turn one sample is read and written, source line by source line; overlap is
- * honoured in that order. A source line in an entry without planes, which a cleared context has
+ * honored in that order. A source line in an entry without planes, which a cleared context has
  * after its last band, and those after it are left out.
  *
  * @return RAST_OK; RAST_COMPLETE when, clockwise, the last source column has been written
@@ -528,7 +528,7 @@ typedef struct RastZoomParam {
  * been stored and samples are copied. Stored sums wrap at 16 bits.
  *
  * An output line is made when its source lines have been read in all planes; then its samples are
- * written one after the other, each in plane after plane. Overlap is honoured in that order.
+ * written one after the other, each in plane after plane. Overlap is honored in that order.
  *
  * @param pArea the source rectangle; nHeight is the end line, exclusive: lines nStartY to nHeight -
  *     1 are read, none where nHeight <= nStartY

@@ -10,7 +10,7 @@ jobs=$(nproc)
 # Name, length, and what the suite shows.
 list="default       short  The release build does all that its tests ask, with g++
 clang         long   The same with clang
-O0            long   No test depends on optimisation
+O0            long   No test depends on optimization
 asan-ubsan    short  No test makes the library or the command do anything undefined, or leave its memory
 tsan          short  Concurrent calls share nothing that is written, and the threads of the command nothing unguarded
 levels        short  Every instruction-set level works alone
@@ -31,7 +31,7 @@ gallery       short  Each picture of the gallery is what its command makes; its 
 playground    short  The library in a browser gives the command's bytes
 valgrind      short  Neither the library nor the command reads what is not set
 lint          short  Formatting and static analysis have nothing to say
-compilers     long   g++ and clang give the same bytes at every optimisation, char signed or not
+compilers     long   g++ and clang give the same bytes at every optimization, char signed or not
 msan          short  No result depends on memory that is not set
 fuzz          long   What fuzzers find is the same at every level, or refused by the command (FUZZ_SECONDS each)
 differential  long   Random calls make no difference between levels (CALLS)
@@ -225,23 +225,23 @@ suite_musl() {
 
 suite_symbols() {
   deps test clang arm aarch64
-  local target optimise compiler build chain=include/rast_chain.h exports
+  local target optimize compiler build chain=include/rast_chain.h exports
   for target in gcc clang armhf aarch64; do
     case $target in
       gcc) compiler=(-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++) ;;
       clang) compiler=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++) ;;
       *) compiler=("-DCMAKE_TOOLCHAIN_FILE=$PWD/cmake/$target.cmake") ;;
     esac
-    for optimise in -O0 -O2; do
-      build=build/symbols/$target$optimise
+    for optimize in -O0 -O2; do
+      build=build/symbols/$target$optimize
       quietly cmake -S . -B "$build" -G Ninja -DRAST_TOOL=OFF -DRAST_CHAIN=ON -DRAST_WERROR=ON \
-        -DCMAKE_BUILD_TYPE=None "-DCMAKE_CXX_FLAGS=$optimise" "${compiler[@]}"
+        -DCMAKE_BUILD_TYPE=None "-DCMAKE_CXX_FLAGS=$optimize" "${compiler[@]}"
       quietly cmake --build "$build"
       quietly tests/interface/check_binary.py include/rast.h "$build"/src/librast.{so,a}
       exports=$(grep -oE '[0-9]+ exports' "$log")
       quietly tests/interface/check_chain_binary.py $chain include/rast.h \
         "$build"/chain/librastchain.so
-      figure "$target $optimise: $exports; $(grep -oE '[0-9]+ exports' "$log") for chains"
+      figure "$target $optimize: $exports; $(grep -oE '[0-9]+ exports' "$log") for chains"
     done
   done
 }

@@ -86,7 +86,7 @@ std::string parameterJson(const Parameter& parameter) {
 std::string operationJson(const Operation& operation) {
   JsonArray pages;
   if (operation.takes.gray) pages.add("gray");
-  if (operation.takes.color) pages.add("colour");
+  if (operation.takes.color) pages.add("color");
   if (operation.takes.cmyk) pages.add("cmyk");
   JsonArray parameters(",\n  ");
   for (const Parameter& parameter : operation.parameters) {

@@ -144,7 +144,7 @@ constexpr Parameter kColBalanceParameters[] = {
     {"curve", Kind::numbers, "N", 0, 4, "4",
      "tone curve: 0 more contrast, 1 less contrast, 2 darker mid-tones,\n"
      "3 lighter mid-tones, 4 none"},
-    {"level", Kind::numbers, "R,G,B,GREY", 0, 11, "5,5,5,5",
+    {"level", Kind::numbers, "R,G,B,GRAY", 0, 11, "5,5,5,5",
      "levels of red, green, blue and the gray part, 0 to 10: 5 is neutral,\n"
      "a step is 5 sample values; 11 is the same as 10"},
 };
@@ -390,9 +390,9 @@ std::vector<std::string> operationNames() {
 
 const char* takenPages(const Operation& operation) {
   const Takes& takes = operation.takes;
-  return takes.gray && takes.color ? "gray and colour pages"
+  return takes.gray && takes.color ? "gray and color pages"
          : takes.gray              ? "gray pages"
-                                   : "colour pages";
+                                   : "color pages";
 }
 
 }  // namespace rast::chain

@@ -45,7 +45,7 @@ const Operation* findOperation(const std::string& name);
 // The names of all operations.
 std::vector<std::string> operationNames();
 
-// "gray pages", "gray and colour pages".
+// "gray pages", "gray and color pages".
 const char* takenPages(const Operation& operation);
 
 // Describes all operations as a JSON array.

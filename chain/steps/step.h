@@ -21,7 +21,7 @@ namespace rast::chain {
 using Page = RastChainPage;
 
 inline const char* kindOf(std::uint32_t components) {
-  return components == 1 ? "gray" : components == 3 ? "colour" : "CMYK";
+  return components == 1 ? "gray" : components == 3 ? "color" : "CMYK";
 }
 
 inline std::uint64_t lineSamples(const Page& page) {

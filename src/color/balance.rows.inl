@@ -6,14 +6,14 @@ inline U8 scaledChroma(U8 above, const U16 (&room)[2], const U16 (&reciprocal)[2
                 (I16)quotient(widenHigh(above) << 8, room[1], reciprocal[1]));
 }
 
-inline U16 mixed(U16 grey, U16 chroma) { return (((255 - grey) * chroma) >> 8) + grey; }
+inline U16 mixed(U16 gray, U16 chroma) { return (((255 - gray) * chroma) >> 8) + gray; }
 
 void balanceRow(const ColorRow& whole, const uint8_t* curves) {
   const Reciprocals reciprocals;
   sweep<Order::straight>(whole, [&](const ColorRow& row) {
     eachBlock(row, [&](ColorRow block) {
       uint8_t chroma[3][kBlock];
-      uint8_t grey[kBlock];
+      uint8_t gray[kBlock];
       for (size_t x = 0; x < block.width; x += kBytes) {
         const U8 c[3] = {load(block.in[0] + x), load(block.in[1] + x), load(block.in[2] + x)};
         const U8 least = lesser(c[0], lesser(c[1], c[2]));
@@ -25,12 +25,12 @@ void balanceRow(const ColorRow& whole, const uint8_t* curves) {
         for (size_t k = 0; k < 3; ++k) {
           store(chroma[k] + x, scaledChroma(c[k] - least, room, reciprocal) | white);
         }
-        store(grey + x, least);
+        store(gray + x, least);
       }
       for (size_t k = 0; k < 3; ++k) lookUpBlock(chroma[k], block.width, curves + 256 * k);
-      lookUpBlock(grey, block.width, curves + 256 * 3);
+      lookUpBlock(gray, block.width, curves + 256 * 3);
       for (size_t x = 0; x < block.width; x += kBytes) {
-        const U8 g = load(grey + x);
+        const U8 g = load(gray + x);
         for (size_t k = 0; k < 3; ++k) {
           const U8 c = load(chroma[k] + x);
           store(block.out[k] + x, narrow((I16)mixed(widenLow(g), widenLow(c)),

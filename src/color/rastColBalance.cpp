@@ -9,7 +9,7 @@ namespace rast {
 namespace {
 
 constexpr size_t kChannels = 4;
-constexpr size_t kGrey = 3;
+constexpr size_t kGray = 3;
 constexpr size_t kCurvesSize = kChannels * 256;
 constexpr size_t kBuiltFlag = kCurvesSize;
 
@@ -53,7 +53,7 @@ Pixel balance(const Pixel& in, const Curves& curves) {
   const auto& [r, g, b] = in.component;
   const uint8_t mn = g_rastMinCompareTbl[r * 256 + g_rastMinCompareTbl[g * 256 + b]];
   const uint32_t room = 255U - mn;
-  const uint8_t k = curves(kGrey, mn);
+  const uint8_t k = curves(kGray, mn);
   Pixel out;
   for (size_t ch = 0; ch < 3; ++ch) {
     uint32_t chroma = 255;

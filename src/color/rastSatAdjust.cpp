@@ -36,10 +36,10 @@ struct Pixel {
 Pixel adjust(const ColorPlanes& planes, ptrdiff_t x, int32_t gain) {
   const uint8_t c[3] = {planes.in[0][x], planes.in[1][x], planes.in[2][x]};
   const int32_t sum = g_SatWeightTbl0[c[0]] + g_SatWeightTbl1[c[1]] + g_SatWeightTbl2[c[2]];
-  const int32_t grey = clampToSample(sum >> 8);
+  const int32_t gray = clampToSample(sum >> 8);
   Pixel pixel;
   for (size_t k = 0; k < 3; ++k)
-    pixel.component[k] = clampToSample(grey + (c[k] - grey) * gain / 128);
+    pixel.component[k] = clampToSample(gray + (c[k] - gray) * gain / 128);
   return pixel;
 }
 

@@ -4,7 +4,7 @@
 // component, 42 steps to either side of it; saturations up to 15 count as neutral.
 constexpr uint8_t kHueBase[3] = {42, 127, 212};
 constexpr uint16_t kHueSector = 42;
-constexpr uint8_t kGreyFloor = 15;
+constexpr uint8_t kGrayFloor = 15;
 
 // (n * factor) / d, truncated, if that fits a sample.
 inline U8 scaledRatio(U8 n, uint16_t factor, U8 d, const Reciprocals& reciprocals) {
@@ -30,9 +30,9 @@ inline U8 hueOf(const U8 (&c)[3], U8 least, U8 chroma, const Reciprocals& recipr
 // The ink of a half register: 0 up to the gray floor, all of it above the limit, in between in
 // proportion.
 inline U16 weighted(U16 amount, U16 saturation, U16 limit, U16 reciprocal) {
-  const U16 proportion = quotient((saturation - kGreyFloor) << 8, limit - kGreyFloor, reciprocal);
+  const U16 proportion = quotient((saturation - kGrayFloor) << 8, limit - kGrayFloor, reciprocal);
   const U16 weight = select((U16)(saturation > limit), splat(uint16_t{256}), proportion);
-  return (weight * amount >> 8) & (U16)(saturation > kGreyFloor);
+  return (weight * amount >> 8) & (U16)(saturation > kGrayFloor);
 }
 
 void inkRow(const ColorRow& whole, const Ink& ink) {
@@ -64,7 +64,7 @@ void inkRow(const ColorRow& whole, const Ink& ink) {
         const U8 a = load(amount + x);
         U16 low;
         U16 high;
-        reciprocals(t - kGreyFloor, low, high);
+        reciprocals(t - kGrayFloor, low, high);
         const U8 v = narrow((I16)weighted(widenLow(a), widenLow(s), widenLow(t), low),
                             (I16)weighted(widenHigh(a), widenHigh(s), widenHigh(t), high));
         for (size_t k = 0; k < 3; ++k) store(block.out[k] + x, ink.feeds[k] ? v : U8{});

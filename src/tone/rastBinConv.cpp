@@ -49,7 +49,7 @@ constexpr uint8_t g_BinConvSatLimitTbl[256] = {
     125, 125, 125, 126, 126, 127, 127, 128, 128, 128, 129, 129, 130, 130, 130, 131, 131, 132, 132,
     132, 133, 133, 134, 134, 134, 135, 135, 136};
 
-constexpr int32_t kGreyFloor = 15;  // saturations up to here count as neutral
+constexpr int32_t kGrayFloor = 15;  // saturations up to here count as neutral
 
 // The hue circle: a base per smallest component and 42 steps to either side of it.
 constexpr int32_t kHueOfLeastRed = 42;
@@ -80,9 +80,9 @@ uint8_t hue(uint8_t r, uint8_t g, uint8_t b, uint8_t least, uint8_t chroma) {
 
 /// How far the pixel counts as color, 0 .. 256.
 int32_t colorWeight(uint8_t saturation, uint8_t limit) {
-  if (saturation <= kGreyFloor) return 0;
+  if (saturation <= kGrayFloor) return 0;
   if (limit < saturation) return 256;
-  return (saturation * 256 - kGreyFloor * 256) / (limit - kGreyFloor);
+  return (saturation * 256 - kGrayFloor * 256) / (limit - kGrayFloor);
 }
 
 uint8_t inkAmount(bool largest, const int16_t (&coef)[3], int32_t offset, const uint8_t (&c)[3],

@@ -21,7 +21,7 @@ struct RastBinConvColor {
   uint16_t nInkB[4];
 };
 
-/// rastBinConv, after its checks, with any colour record.
+/// rastBinConv, after its checks, with any color record.
 void convertWithRecord(const Rows* rows, const RastArea& area, const RastPlaneSet& planes,
                        const RastBinConvColor& record);
 

@@ -100,7 +100,7 @@ class Arena {
  private:
   static constexpr size_t kLargest = 262144;
 
-  /// Random bytes, in a narrow range where pixels are to be nearly grey, or extreme ones.
+  /// Random bytes, in a narrow range where pixels are to be nearly gray, or extreme ones.
   void fill(const Slot& slot) {
     static constexpr uint8_t extreme[] = {0, 1, 127, 128, 254, 255, 0, 255};
     const uint8_t* const from = pool_.data() + seed_;

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Changes the library's sources one token at a time and sees whether the operation tests notice.
 
-A mutant is one change: a comparison moved to its neighbour or turned round, another operator, a
+A mutant is one change: a comparison moved to its neighbor or turned round, another operator, a
 constant one up or down, a statement left out. Mutants that do not compile do not count, nor do
 those whose objects come out the same. What no test kills is tried once more with undefined
-behaviour made to trap. The sources are mutated in a copy below --work; an ARM mutant needs an ARM
+behavior made to trap. The sources are mutated in a copy below --work; an ARM mutant needs an ARM
 machine, since only lines that this one compiles and runs are taken.
 
   mutate.py --sample 300             a sample over all files, the same for the same --seed
@@ -96,7 +96,7 @@ def declares_array(tokens, i):
     return tokens[i].text == ")" or is_name(before) and before != "return" or before in "*&>"
 
 
-def neighbours(number):
+def neighbors(number):
     digits, suffix = re.fullmatch(r"(0[xX][0-9a-fA-F]+|\d+)(\w*)", number).groups()
     n, form = int(digits, 0), "{:#x}" if digits[:2].lower() == "0x" else "{}"
     return [form.format(m) + suffix for m in (n + 1, n - 1) if m >= 0]
@@ -112,7 +112,7 @@ def replacements(source, tokens, i):
     if text in NAMES:
         return NAMES[text]
     if re.fullmatch(r"(0[xX][0-9a-fA-F]+|\d+)[uUlL]*", text) and not declares_array(tokens, i):
-        return neighbours(text)
+        return neighbors(text)
     return ()
 
 
@@ -158,8 +158,8 @@ def statements(source, tokens):
             continue  # the parts of a for
         controlled = before == ")" and tokens[opening[i - 1] - 1].text in ("if", "for", "while",
                                                                          "constexpr")
-        labelled = before == ":" and "case" in (tokens[k].text for k in range(max(i - 6, 0), i))
-        if before in ("{", "}", ";", "else") or controlled or labelled:
+        labeled = before == ":" and "case" in (tokens[k].text for k in range(max(i - 6, 0), i))
+        if before in ("{", "}", ";", "else") or controlled or labeled:
             end = statement_end(tokens, i)
             if end and not is_declaration(source, tokens, i, end):
                 yield tokens[i], tokens[end]

@@ -175,10 +175,10 @@ TEST(BinConv, UnknownColorsCountAsTheFirst) {
   }
 }
 
-TEST(BinConv, GreysComeOutAsZero) {
+TEST(BinConv, GraysComeOutAsZero) {
   for (uint32_t color = 0; color < 6; ++color) {
-    for (int grey = 0; grey < 256; ++grey) {
-      EXPECT_EQ(converted({grey, grey, grey}, color), (Pixel{0, 0, 0})) << grey;
+    for (int gray = 0; gray < 256; ++gray) {
+      EXPECT_EQ(converted({gray, gray, gray}, color), (Pixel{0, 0, 0})) << gray;
     }
   }
 }

@@ -82,15 +82,15 @@ uint32_t checksum(const std::vector<Samples>& curves) {
   return crc32(joined);
 }
 
-/// `curve(channel, i)`, channel 3 being the grey part.
+/// `curve(channel, i)`, channel 3 being the gray part.
 template <class Curve>
 Pixel model(const Pixel& p, Curve curve) {
   const int least = std::min({p[0], p[1], p[2]});
-  const int grey = curve(3, least);
+  const int gray = curve(3, least);
   Pixel out;
   for (size_t k = 0; k < 3; ++k) {
     const int chroma = least == 255 ? 255 : std::min(255, (p[k] - least) * 256 / (255 - least));
-    out[k] = std::min(255, (255 - grey) * curve(k, chroma) / 256 + grey);
+    out[k] = std::min(255, (255 - gray) * curve(k, chroma) / 256 + gray);
   }
   return out;
 }
@@ -167,9 +167,9 @@ TEST(ColBalance, NeutralCurvesStillTruncate) {
   EXPECT_EQ(balanced({255, 255, 255}), (Pixel{255, 255, 255}));
 }
 
-TEST(ColBalance, NeutralCurvesKeepGreys) {
-  for (int grey = 0; grey < 256; ++grey) {
-    EXPECT_EQ(balanced({grey, grey, grey}), (Pixel{grey, grey, grey}));
+TEST(ColBalance, NeutralCurvesKeepGrays) {
+  for (int gray = 0; gray < 256; ++gray) {
+    EXPECT_EQ(balanced({gray, gray, gray}), (Pixel{gray, gray, gray}));
   }
 }
 
@@ -239,7 +239,7 @@ TEST(ColBalance, RandomPixelsFromTheTablesAndThroughABuffer) {
   }
 }
 
-TEST(ColBalance, EveryGreyPartAndChroma) {
+TEST(ColBalance, EveryGrayPartAndChroma) {
   for (const bool buffered : {false, true}) {
     Call call(256, 256);
     call.param = {3, {0, 9, 11, 7}};

@@ -30,7 +30,7 @@ RastHueParam randomParam(Random& random, ptrdiff_t span) {
   return param;
 }
 
-/// Recognisable garbage, so that what is filled and what is left can be told.
+/// Recognizable garbage, so that what is filled and what is left can be told.
 std::unique_ptr<RastHueLut> garbageLut(int16_t built, int16_t reverse = 0) {
   auto lut = std::make_unique<RastHueLut>();
   memset(lut.get(), 0xCD, sizeof *lut);

@@ -43,12 +43,12 @@ Pixel adjusted(const Pixel& pixel, uint32_t mode) {
 }
 
 Pixel model(const Pixel& p, uint32_t mode) {
-  const int grey = (70 * p[0] + 150 * p[1] + 29 * p[2]) / 256;
+  const int gray = (70 * p[0] + 150 * p[1] + 29 * p[2]) / 256;
   Pixel out;
   for (size_t k = 0; k < 3; ++k) {
-    const int distance = (p[k] - grey) * (mode == 0 ? 96 : 160);
+    const int distance = (p[k] - gray) * (mode == 0 ? 96 : 160);
     const int moved = distance < 0 ? -(-distance / 128) : distance / 128;
-    out[k] = clamped(grey + moved);
+    out[k] = clamped(gray + moved);
   }
   return out;
 }
@@ -73,21 +73,21 @@ TEST(SatAdjust, WorkedNumbers) {
   }
 }
 
-TEST(SatAdjust, GreysGetDarkerInModeZero) {
-  for (int grey = 1; grey < 256; ++grey) {
-    const Pixel out = adjusted({grey, grey, grey}, 0);
-    EXPECT_LT(out[0], grey);
+TEST(SatAdjust, GraysGetDarkerInModeZero) {
+  for (int gray = 1; gray < 256; ++gray) {
+    const Pixel out = adjusted({gray, gray, gray}, 0);
+    EXPECT_LT(out[0], gray);
     EXPECT_EQ(out, (Pixel{out[0], out[0], out[0]}));
   }
 }
 
-TEST(SatAdjust, LowGreysAndWhiteStayInModeOne) {
-  for (int grey = 0; grey < 256; ++grey) {
-    const int out = adjusted({grey, grey, grey}, 1)[0];
-    if (grey <= 109 || grey == 255) {
-      EXPECT_EQ(out, grey);
+TEST(SatAdjust, LowGraysAndWhiteStayInModeOne) {
+  for (int gray = 0; gray < 256; ++gray) {
+    const int out = adjusted({gray, gray, gray}, 1)[0];
+    if (gray <= 109 || gray == 255) {
+      EXPECT_EQ(out, gray);
     } else {
-      EXPECT_GT(out, grey);
+      EXPECT_GT(out, gray);
     }
   }
 }
@@ -107,7 +107,7 @@ TEST(SatAdjust, RandomPixelsInEveryWidth) {
   }
 }
 
-TEST(SatAdjust, EveryComponentAgainstEveryGreyLevel) {
+TEST(SatAdjust, EveryComponentAgainstEveryGrayLevel) {
   // Two equal components carry most of the weight, the third runs through its range.
   for (const uint32_t mode : {0U, 1U}) {
     for (size_t k = 0; k < 3; ++k) {
@@ -174,7 +174,7 @@ TEST(SatAdjust, CrossedPlanesAreReadBeforeTheyAreWritten) {
 }
 
 TEST(SatAdjust, AGroupIsReadBeforeItIsWritten) {
-  // The result of column 0 lands on column 4, which is done after the group: 208, 0, 0 has the grey
+  // The result of column 0 lands on column 4, which is done after the group: 208, 0, 0 has the gray
   // level 56 and becomes 56 + 114.
   Call call(6);
   call.area.nWidth = 5;

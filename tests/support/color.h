@@ -72,7 +72,7 @@ struct ColorCall : Planes {
   ColorCall(const ColorCall&) = delete;
   ColorCall& operator=(const ColorCall&) = delete;
 
-  /// Random, nearly grey and extreme pixels and such with two equal components, in every order.
+  /// Random, nearly gray and extreme pixels and such with two equal components, in every order.
   void randomize(uint64_t seed) {
     Random random(seed);
     random.fill(in[3].data(), in[3].size());

@@ -18,7 +18,7 @@ from test_rast import (
     pgm, png, ppm, ramp, reduced,
 )
 
-GRAY, COLOUR = 1, 3
+GRAY, COLOR = 1, 3
 BANDS = (1, 7, 64, 1000, 65536)
 MEMORIES = ("20M", "24M", "64M", "1G")
 
@@ -40,7 +40,7 @@ def sizes_of(stream):
     out = []
     while stream:
         kind, width, height = re.match(rb"P([56])\n(\d+) (\d+)\n255\n", stream).groups()
-        components = GRAY if kind == b"5" else COLOUR
+        components = GRAY if kind == b"5" else COLOR
         header = len(b"Px\n%s %s\n255\n" % (width, height))
         out.append((int(width), int(height), components))
         stream = stream[header + int(width) * int(height) * components :]
@@ -215,8 +215,8 @@ class Draw:
 
     NAMES = ("expgamma", "colgamma", "binconv", "satadjust", "hueadjust", "colbalance", "overlay",
              "overlayrgb", "rotate", "zoom", "shift", "gray")
-    ONLY = {"expgamma": GRAY, "binconv": COLOUR, "satadjust": COLOUR, "colbalance": COLOUR,
-            "overlayrgb": COLOUR}
+    ONLY = {"expgamma": GRAY, "binconv": COLOR, "satadjust": COLOR, "colbalance": COLOR,
+            "overlayrgb": COLOR}
 
     def step(self, sizes, wanted=None):
         components = sizes[0][2]
@@ -245,7 +245,7 @@ class SameBytes(ChainTest):
     def test_random_chains(self):
         for seed in range(45):
             source = random.Random(seed)
-            components = source.choice((GRAY, COLOUR))
+            components = source.choice((GRAY, COLOR))
             only = Draw.ONLY
             names = [n for n in Draw.NAMES if only.get(n, components) == components]
             steps, given, expected = self.draw(
@@ -264,7 +264,7 @@ class SameBytes(ChainTest):
                     self.assert_same(made, expected)
 
     def test_bands_and_memory(self):
-        for components in (GRAY, COLOUR):
+        for components in (GRAY, COLOR):
             for number, name in enumerate(Draw.NAMES):
                 if Draw.ONLY.get(name, components) != components:
                     continue
@@ -298,7 +298,7 @@ class SameBytes(ChainTest):
     def test_long_pages(self):
         """Pages of many bands, and of more bytes than the least memory."""
         source = random.Random(5)
-        for components in (GRAY, COLOUR):
+        for components in (GRAY, COLOR):
             logo = self.aside("logo", page(source, components, 41, 37))
             given = page(source, components, 1000, 5700 // components) + page(
                 source, components, 90, 900
@@ -317,7 +317,7 @@ class SameBytes(ChainTest):
     def test_ratios_of_long_bands(self):
         """Ratios that need bands of 1000 lines."""
         source = random.Random(6)
-        for components in (GRAY, COLOUR):
+        for components in (GRAY, COLOR):
             given = page(source, components, 90, 2345) + page(source, components, 7, 1001)
             for text, least in (
                 ("shift x=1 y=3 : zoom y=333 : colgamma invert", "20M"),
@@ -351,7 +351,7 @@ class SameBytes(ChainTest):
 
     def test_many_steps(self):
         source = random.Random(9)
-        given = page(source, COLOUR, 40, 50) + page(source, GRAY, 5, 300)
+        given = page(source, COLOR, 40, 50) + page(source, GRAY, 5, 300)
         mirrored = self.out("hueadjust", "--mirror", input=given)
         for steps, expected in (
             (["colgamma invert"] * 40, given),
@@ -563,7 +563,7 @@ class Malformed(ChainTest):
             ("expgamma gain=-1", "step 1, expgamma", "'-1'", "0..65535"),
             ("expgamma offset=", "step 1, expgamma", "''"),
             ("binconv color=6", "step 1, binconv", "0..5"),
-            ("colbalance level=5,5,5", "step 1, colbalance", "R,G,B,GREY"),
+            ("colbalance level=5,5,5", "step 1, colbalance", "R,G,B,GRAY"),
             ("shift fill=red", "step 1, shift", "'red'", "none or black or white"),
             ("shift size=3", "step 1, shift", "WxH"),
             ("colgamma gamma=99", "step 1, colgamma", "0.1..10"),
@@ -803,9 +803,9 @@ class Memory(ChainTest):
     def test_streaming_page(self):
         """Far more bytes than the memory, in steps that pass lines on."""
         for text, components, memory in (
-            ("colgamma gamma=2 : hueadjust sepia : satadjust raise", COLOUR, 24),
-            ("shift x=9 y=9 : zoom x=901 y=500 : colgamma invert : gray", COLOUR, 24),
-            ("zoom percent=50 : shift x=-5 y=-5 : colbalance curve=4", COLOUR, 20),
+            ("colgamma gamma=2 : hueadjust sepia : satadjust raise", COLOR, 24),
+            ("shift x=9 y=9 : zoom x=901 y=500 : colgamma invert : gray", COLOR, 24),
+            ("zoom percent=50 : shift x=-5 y=-5 : colbalance curve=4", COLOR, 20),
             ("expgamma gain=256 : zoom y=900 : expgamma gain=256", GRAY, 24),
         ):
             for band in (64, 65536):
@@ -835,7 +835,7 @@ class Memory(ChainTest):
                           ["zoom", "--y=300"], ["shift", "--x=-1"], ["gray"],
                           ["hueadjust", "--matrix=identity", "--format=png"]):
             with self.subTest(arguments):
-                blocks = self.wide(COLOUR, 30_000, 150)
+                blocks = self.wide(COLOR, 30_000, 150)
                 self.assertLess(self.done([*arguments, "-m24M"], blocks), 24 * 1024)
 
     def test_shared_libraries(self):
@@ -877,7 +877,7 @@ class Memory(ChainTest):
         asked = int(re.search(rb"--memory (\d+)M or more", done.stderr)[1])
         self.assertLess(asked, 36)
         kilobytes = self.done(("zoom", "--percent", "33.3", "-q", "-m", f"{asked}M"),
-                              self.wide(COLOUR, 5100, 6600))
+                              self.wide(COLOR, 5100, 6600))
         self.assertLess(kilobytes, asked * 1024)
         self.assertGreater(kilobytes, (asked - 17) * 1024)
 
@@ -897,7 +897,7 @@ class Memory(ChainTest):
         text = " : ".join(["colgamma invert", "zoom y=900", "shift x=1", "satadjust raise"] * 10)
         for band in (1, 65536):
             arguments = ("chain", "-m", "64M", "-b", band, text)
-            self.assertLess(self.done(arguments, self.wide(COLOUR, 300, 3000)), 64 * 1024)
+            self.assertLess(self.done(arguments, self.wide(COLOR, 300, 3000)), 64 * 1024)
 
     def test_address_space(self):
         """Another folder would not help."""
@@ -913,7 +913,7 @@ class Memory(ChainTest):
 
     def test_flat_over_pages(self):
         source = random.Random(4)
-        one = page(source, COLOUR, 60, 40)
+        one = page(source, COLOR, 60, 40)
         for text, count in (
             ("colgamma invert : zoom percent=70 : shift x=3 : gray", 1000), ("rotate cw", 200),
             ("zoom y=900 : rotate ccw : shift x=-2 : rotate cw", 200),
@@ -927,8 +927,8 @@ class Memory(ChainTest):
                      "shift x=5 y=90 : hueadjust sepia", "colbalance curve=4 : shift x=-5 y=-9"):
             with self.subTest(text):
                 # enough lines that all bands are full
-                alone = self.done(("chain", text), self.wide(COLOUR, 200, 2_000))
-                longer = self.done(("chain", text), self.wide(COLOUR, 200, 100_000))
+                alone = self.done(("chain", text), self.wide(COLOR, 200, 2_000))
+                longer = self.done(("chain", text), self.wide(COLOR, 200, 100_000))
                 self.assertLess(longer, alone + 1024)
 
     def test_stats_tell_the_truth(self):
@@ -938,7 +938,7 @@ class Memory(ChainTest):
             with self.subTest(band):
                 code, text, kilobytes = self.peak(
                     ("chain", "-s", "-b", band, "rotate cw : colgamma invert : zoom y=500"),
-                    self.wide(COLOUR, 3_000, 2_000),
+                    self.wide(COLOR, 3_000, 2_000),
                 )
                 self.assertEqual(code, DONE)
                 told = int(re.search(r"peak memory: (\d+) KiB", text)[1])

@@ -16,7 +16,7 @@ from test_rast import DONE, RastTest, pgm, ppm
 
 OK, COMPLETE = 0, 16
 BANDS = (1, 7, 64, 1000, 65536)
-MONO, COLOUR = 1, 3
+MONO, COLOR = 1, 3
 
 
 class Area(Structure):
@@ -108,7 +108,7 @@ class Page:
 
     @classmethod
     def of_pixels(cls, width, height, pixels):
-        return cls(width, height, [pixels[c :: COLOUR] for c in range(COLOUR)])
+        return cls(width, height, [pixels[c :: COLOR] for c in range(COLOR)])
 
     @property
     def components(self):
@@ -226,7 +226,7 @@ class Tone(Direct):
             )
 
     def test_colgamma(self):
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for _ in range(4):
                 curve = self.source.randbytes(256)
                 path = self.file("curve", " ".join(map(str, curve)).encode())
@@ -239,13 +239,13 @@ class Color(Direct):
     def test_binconv(self):
         for color in range(6):
             self.alike(
-                "binconv", "rastBinConv", COLOUR, "--color", color, parameters=(c_uint32(color),)
+                "binconv", "rastBinConv", COLOR, "--color", color, parameters=(c_uint32(color),)
             )
 
     def test_satadjust(self):
         for mode, name in enumerate(("lower", "raise")):
             self.alike(
-                "satadjust", "rastSatAdjust", COLOUR, "--mode", name, parameters=(c_uint32(mode),)
+                "satadjust", "rastSatAdjust", COLOR, "--mode", name, parameters=(c_uint32(mode),)
             )
 
     def matrix(self, most):
@@ -256,7 +256,7 @@ class Color(Direct):
         return hue, self.file("matrix", " ".join(map(str, numbers)).encode())
 
     def test_hueadjust_with_a_buffer(self):
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for most in (300, 1000, 32767):
                 for reverse in (0, 1):
                     hue, path = self.matrix(most)
@@ -269,7 +269,7 @@ class Color(Direct):
                     self.assertEqual(lut.nBuilt, 1)
 
     def test_hueadjust_without_a_buffer(self):
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for mirror, reverse, span in itertools.product((0, 1), (0, 1), (400, 32767)):
                 hue, path = self.matrix(span)
                 hue.nReverse, hue.nMirror = reverse, mirror
@@ -287,14 +287,14 @@ class Color(Direct):
                 parameters = ColBalance(curve, (c_int16 * 4)(*levels))
                 lut = ctypes.create_string_buffer(1025) if use_buffer else None
                 self.alike(
-                    "colbalance", "rastColBalance", COLOUR, "--curve", curve,
+                    "colbalance", "rastColBalance", COLOR, "--curve", curve,
                     "--level", ",".join(map(str, levels)), parameters=(byref(parameters), lut),
                 )
 
     def test_gray(self):
         """The library turns what the command has made gray."""
         weights = (Fraction(299, 1000), Fraction(587, 1000), Fraction(114, 1000))
-        pages, grays, expected = self.pages(COLOUR), [], []
+        pages, grays, expected = self.pages(COLOR), [], []
         for page in pages:
             columns = zip(*(plane.raw for plane in page.planes))
             luma = bytes(
@@ -348,7 +348,7 @@ class Overlays(Direct):
         return page, overlay, self.file("logo", overlay.image())
 
     def test_overlay(self):
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for k in range(36):
                 page, overlay, logo = self.images(components)
                 param, arguments = self.place(page, overlay)
@@ -366,11 +366,11 @@ class Overlays(Direct):
 
     def test_overlayrgb(self):
         for _ in range(30):
-            page, overlay, logo = self.images(COLOUR)
+            page, overlay, logo = self.images(COLOR)
             param, arguments = self.place(page, overlay)
             white = self.source.randrange(2)
-            count = param.nOutWidth * param.nOutHeight * COLOUR
-            rest = bytes([255 * white]) * (count + COLOUR)
+            count = param.nOutWidth * param.nOutHeight * COLOR
+            rest = bytes([255 * white]) * (count + COLOR)
             below, above = page.pixels() + rest, overlay.pixels() + rest
             out = ctypes.create_string_buffer(b"\x63" * count, count)
             below = ctypes.create_string_buffer(below, len(below))
@@ -404,7 +404,7 @@ class Geometry(Direct):
         return out
 
     def test_rotate(self):
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for mode, name in ((0, "ccw"), (2, "cw")):
                 pages = self.pages(components)
                 expected = [self.turned(page, mode) for page in pages]
@@ -424,7 +424,7 @@ class Geometry(Direct):
 
     def test_zoom(self):
         special = (1, 333, 500, 501, 999, 1000)
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for _ in range(14):
                 x, y = (
                     self.source.choice((*special, self.source.randint(1, 1000))) for _ in range(2)
@@ -453,7 +453,7 @@ class Geometry(Direct):
         return out
 
     def test_shift(self):
-        for components in (MONO, COLOUR):
+        for components in (MONO, COLOR):
             for k in range(24):
                 page = Page.random(
                     self.source, components, self.source.randint(2, 60), self.source.randint(2, 99)

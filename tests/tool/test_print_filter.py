@@ -29,9 +29,9 @@ def inverted(samples):
 
 
 class FilterTest(RastTest):
-    COLOUR = ramp(6 * 4 * 3)
+    COLOR = ramp(6 * 4 * 3)
     GRAY = ramp(5 * 2)
-    JOB = stream((page(6, 4, RGB, NumCopies=3), COLOUR), (page(5, 2, SW), GRAY))
+    JOB = stream((page(6, 4, RGB, NumCopies=3), COLOR), (page(5, 2, SW), GRAY))
 
     def setUp(self):
         super().setUp()
@@ -71,7 +71,7 @@ class FilterTest(RastTest):
 
 class Filter(FilterTest):
     def test_chain_of_the_job(self):
-        both = [(6, inverted(self.COLOUR)), (5, inverted(self.GRAY))]
+        both = [(6, inverted(self.COLOR)), (5, inverted(self.GRAY))]
         for options in (
             "rast-chain='colgamma invert'", 'rast-chain="colgamma curve=invert"',
             "media=A4 rast-chain=colgamma\\ invert sides=one-sided",
@@ -83,7 +83,7 @@ class Filter(FilterTest):
 
     def test_split_chains(self):
         """At blanks, where what comes before joins options unquoted."""
-        pixels, gray = self.COLOUR, self.GRAY
+        pixels, gray = self.COLOR, self.GRAY
         for text, short in (
             ("shift  x=40 y=20", "shift,x=40,y=20"),
             ("hueadjust matrix=rotate=90", "hueadjust,matrix=rotate=90"),
@@ -124,7 +124,7 @@ class Filter(FilterTest):
         self.assertEqual(self.filtered("mirror x=4 rast-chain=gray fill media=A4"),
                          self.filtered("rast-chain=gray"))
         # One that the queue has is not of the chain.
-        page_of_color = stream((page(6, 4, RGB), self.COLOUR))
+        page_of_color = stream((page(6, 4, RGB), self.COLOR))
         ppd = PPD.replace("*rast-chain", "*color").replace("rast-chain", "color")
         ppd = self.file("color.ppd", ppd.replace("colgamma invert", "").encode())
         plain = self.filtered("rast-chain=binconv", page_of_color)
@@ -239,7 +239,7 @@ class Filter(FilterTest):
         self.assert_error(done, USAGE, "step 2, colgamma", "missing")
 
     def test_no_chain_passes_pages(self):
-        as_they_are = [(6, self.COLOUR), (5, self.GRAY)]
+        as_they_are = [(6, self.COLOR), (5, self.GRAY)]
         for options in ("", "media=A4 fit-to-page"):
             self.assertEqual(self.filtered(options), as_they_are)
         self.assertEqual(self.filtered("rast-chain=None", ppd=self.ppd), as_they_are)
@@ -248,7 +248,7 @@ class Filter(FilterTest):
         fields = page(6, 4, RGB, MediaType=b"Plain", Duplex=1, PageSize=(1, 2), MediaPosition=3)
         done = self.run_filter(
             "1", "u", "t", "1", "rast-chain='colgamma invert'",
-            input=stream((fields, self.COLOUR)),
+            input=stream((fields, self.COLOR)),
         )
         written, _ = pages_of(done.stdout)[0]
         for name in ("MediaType", "Duplex", "PageSize", "MediaPosition", "cupsColorSpace"):
@@ -256,15 +256,15 @@ class Filter(FilterTest):
             self.assertEqual(written[name], expected)
 
     def test_chain_of_the_ppd(self):
-        both = [(6, inverted(self.COLOUR)), (5, inverted(self.GRAY))]
+        both = [(6, inverted(self.COLOR)), (5, inverted(self.GRAY))]
         self.assertEqual(self.filtered("", ppd=self.ppd), both)
         self.assertEqual(self.filtered("rast-chain=Inverted", ppd=self.ppd), both)
         turned = self.filtered("rast-chain=Turned", ppd=self.ppd)
         self.assertEqual([width for width, _ in turned], [4, 2])
         own = self.filtered("rast-chain='rotate cw : rotate ccw'", ppd=self.ppd)
-        self.assertEqual(own, [(6, self.COLOUR), (5, self.GRAY)])
+        self.assertEqual(own, [(6, self.COLOR), (5, self.GRAY)])
         plain = self.file("plain.ppd", PPD.replace("rast-chain", "something").encode())
-        self.assertEqual(self.filtered("", ppd=plain), [(6, self.COLOUR), (5, self.GRAY)])
+        self.assertEqual(self.filtered("", ppd=plain), [(6, self.COLOR), (5, self.GRAY)])
 
     def test_file_argument(self):
         source = self.file("job.ras", self.JOB)
@@ -321,7 +321,7 @@ class Filter(FilterTest):
         curve = self.file("curve", b" ".join(b"%d" % (255 - x) for x in range(256)))
         ppd = PPD.replace('"% colgamma invert"', f'"% colgamma {curve}"')
         ppd = self.file("own.ppd", ppd.encode())
-        self.assertEqual(self.filtered("", ppd=ppd)[0], (6, inverted(self.COLOUR)))
+        self.assertEqual(self.filtered("", ppd=ppd)[0], (6, inverted(self.COLOR)))
 
     def test_messages_cannot_be_forged(self):
         for words in ("STATE: +media-jam", "PAGE: 1 1000", "ATTR: job-impressions=1"):
@@ -342,7 +342,7 @@ class Filter(FilterTest):
             done = self.run_filter("1", "u", "t", "1", "", input=self.JOB, stdout=pipe)
         self.assert_error(done, OUTPUT, "standard output")
 
-    def test_cancelled(self):
+    def test_canceled(self):
         command = [self.filter, "1", "u", "t", "1", "rast-chain='rotate cw'"]
         with subprocess.Popen(
             command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,

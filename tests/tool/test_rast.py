@@ -794,11 +794,11 @@ def gamma_table(gamma):
 
 
 def saturation_model(quarters):
-    """The distance to the grey level becomes this many quarters of what it was."""
+    """The distance to the gray level becomes this many quarters of what it was."""
 
     def adjusted(pixel):
-        grey = (70 * pixel[0] + 150 * pixel[1] + 29 * pixel[2]) >> 8
-        return tuple(clamp(grey + math.trunc((c - grey) * quarters / 4)) for c in pixel)
+        gray = (70 * pixel[0] + 150 * pixel[1] + 29 * pixel[2]) >> 8
+        return tuple(clamp(gray + math.trunc((c - gray) * quarters / 4)) for c in pixel)
 
     def model(line):
         whole = len(line) // 4 * 4
@@ -836,12 +836,12 @@ def rotation_matrix(degrees):
 
 
 def balance_model(curves):
-    """Curves of red, green, blue and the grey part."""
+    """Curves of red, green, blue and the gray part."""
 
     def balanced(pixel):
-        grey = min(pixel)
-        k = curves[3][grey]
-        above = [min(255, (c - grey) * 256 // (255 - grey)) if grey < 255 else 255 for c in pixel]
+        gray = min(pixel)
+        k = curves[3][gray]
+        above = [min(255, (c - gray) * 256 // (255 - gray)) if gray < 255 else 255 for c in pixel]
         return tuple(((255 - k) * curves[j][x] >> 8) + k for j, x in enumerate(above))
 
     return lambda line: [balanced(pixel) for pixel in line]
@@ -1138,9 +1138,9 @@ class HueAdjust(Operation):
                 self.assertLess(abs(rounded[k] - 256 * row[k]), 1.6)
                 numbers += rounded + [0, 0]
             self.check(matrix_model(numbers), "hueadjust", "--matrix", f"rotate={degrees}")
-            greys = ppm(256, 1, bytes(v for v in range(256) for _ in range(3)))
-            out = self.apply("hueadjust", f"--matrix=rotate={degrees}", page=greys)
-            self.assert_same(out, greys)
+            grays = ppm(256, 1, bytes(v for v in range(256) for _ in range(3)))
+            out = self.apply("hueadjust", f"--matrix=rotate={degrees}", page=grays)
+            self.assert_same(out, grays)
         self.check(matrix_model(self.IDENTITY), "hueadjust", "--matrix", "rotate=0")
 
     def test_nothing_is_printed(self):
@@ -1170,11 +1170,11 @@ class HueAdjust(Operation):
 
 class ColBalance(Operation):
     def curve_of(self, tone, level):
-        """Tone curve, then level, as greys show it; 255 shows as 254 on a saturated pixel."""
-        greys = bytes(v for v in range(255) for _ in range(3)) + b"\xff\0\0"
+        """Tone curve, then level, as grays show it; 255 shows as 254 on a saturated pixel."""
+        grays = bytes(v for v in range(255) for _ in range(3)) + b"\xff\0\0"
         levels = ",".join([str(level)] * 4)
         arguments = ("colbalance", "--curve", tone, "--level", levels)
-        curve = self.apply(*arguments, page=ppm(256, 1, greys))[-768::3]
+        curve = self.apply(*arguments, page=ppm(256, 1, grays))[-768::3]
         return [*curve[:255], curve[255] + 1]
 
     def test_levels_shift(self):
@@ -1201,7 +1201,7 @@ class ColBalance(Operation):
         for value in bad:
             done = self.run_rast("colbalance", "--level", value)
             self.assert_fails(done, USAGE, "--level", "0..11")
-        self.refuse_values("colbalance", "level", ("5,5,5", "R,G,B,GREY"), ("", "R,G,B,GREY"))
+        self.refuse_values("colbalance", "level", ("5,5,5", "R,G,B,GRAY"), ("", "R,G,B,GRAY"))
 
 
 class Canvas:
@@ -2149,7 +2149,7 @@ class Ops(RastTest):
                       "high": 100, "default": "100", "required": False}),
             ("shift", {"name": "size", "kind": "size", "argument": "WxH", "low": 1,
                        "high": 2147483647, "required": False}),
-            ("colbalance", {"name": "level", "kind": "numbers", "argument": "R,G,B,GREY", "low": 0,
+            ("colbalance", {"name": "level", "kind": "numbers", "argument": "R,G,B,GRAY", "low": 0,
                             "high": 11, "default": "5,5,5,5", "required": False}),
             ("colgamma", {"name": "curve", "kind": "curve", "argument": "FILE|invert|gamma=G",
                           "low": 0, "high": 255, "count": 256,

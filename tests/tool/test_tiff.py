@@ -119,7 +119,7 @@ def decode(data):
 
 
 GRAY = ramp(12)
-COLOUR = ramp(36)
+COLOR = ramp(36)
 
 
 class TiffTest(RastTest):
@@ -142,15 +142,15 @@ class TiffTest(RastTest):
 class Reading(TiffTest):
     def test_kinds(self):
         gray = page(4, 3, [GRAY])
-        color = page(4, 3, [COLOUR], RGB, samples=3)
-        planes = page(4, 3, [COLOUR[c::3] for c in range(3)], RGB, samples=3, PLANAR=2)
+        color = page(4, 3, [COLOR], RGB, samples=3)
+        planes = page(4, 3, [COLOR[c::3] for c in range(3)], RGB, samples=3, PLANAR=2)
         white = page(4, 3, [GRAY], WHITE_IS_ZERO)
         for options in ({}, {"order": ">"}, {"big": True}, {"order": ">", "big": True}):
             self.reads(pgm(4, 3, GRAY), gray, **options)
-            self.reads(ppm(4, 3, COLOUR), color, **options)
-            self.reads(ppm(4, 3, COLOUR), planes, **options)
+            self.reads(ppm(4, 3, COLOR), color, **options)
+            self.reads(ppm(4, 3, COLOR), planes, **options)
             self.reads(pgm(4, 3, bytes(255 - x for x in GRAY)), white, **options)
-            everything = pgm(4, 3, GRAY) + ppm(4, 3, COLOUR) + pgm(4, 3, GRAY)
+            everything = pgm(4, 3, GRAY) + ppm(4, 3, COLOR) + pgm(4, 3, GRAY)
             self.reads(everything, gray, planes, gray, **options)
 
     def test_few_bits(self):
@@ -192,11 +192,11 @@ class Reading(TiffTest):
         for rows in (1, 2, 3, 100, 2**32 - 1):
             lines = [GRAY[i : i + rows * 4] for i in range(0, 12, rows * 4)]
             self.reads(pgm(4, 3, GRAY), page(4, 3, lines, ROWS=rows))
-            planes = [COLOUR[c::3][i : i + rows * 4] for c in range(3)
+            planes = [COLOR[c::3][i : i + rows * 4] for c in range(3)
                       for i in range(0, 12, rows * 4)]
-            self.reads(ppm(4, 3, COLOUR), page(4, 3, planes, RGB, samples=3, PLANAR=2, ROWS=rows))
+            self.reads(ppm(4, 3, COLOR), page(4, 3, planes, RGB, samples=3, PLANAR=2, ROWS=rows))
             packed = [zlib.compress(plane) for plane in planes]
-            self.reads(ppm(4, 3, COLOUR), page(4, 3, packed, RGB, samples=3, PLANAR=2, ROWS=rows,
+            self.reads(ppm(4, 3, COLOR), page(4, 3, packed, RGB, samples=3, PLANAR=2, ROWS=rows,
                                                COMPRESSION=DEFLATE))
         self.reads(pgm(4, 3, GRAY), page(4, 3, [GRAY], ROWS=None))
         self.reads(pgm(4, 3, GRAY), page(4, 3, [GRAY + b"unused"]))
@@ -272,7 +272,7 @@ class Reading(TiffTest):
                 self.assertNotEqual(done.stdout, whole)
 
     def test_info(self):
-        path = self.file("in.tif", tiff(page(4, 3, [GRAY]), page(4, 3, [COLOUR], RGB, samples=3)))
+        path = self.file("in.tif", tiff(page(4, 3, [GRAY]), page(4, 3, [COLOR], RGB, samples=3)))
         for done in (self.run_rast("info", path), self.run_rast("info", input=path.read_bytes())):
             self.assertEqual((done.returncode, done.stderr), (DONE, b""))
             lines = done.stdout.decode().splitlines()
@@ -295,11 +295,11 @@ class Refusals(TiffTest):
             (page(4, 3, [GRAY * 4], bits=32, FORMAT=3), "floating-point"),
             (page(4, 3, [GRAY], FORMAT=2), "signed"),
             (page(4, 3, [GRAY * 4], CMYK, samples=4), "CMYK", "RGB"),
-            (page(4, 3, [COLOUR], YCBCR, samples=3), "YCbCr"),
-            (page(4, 3, [COLOUR], LAB, samples=3), "Lab"),
+            (page(4, 3, [COLOR], YCBCR, samples=3), "YCbCr"),
+            (page(4, 3, [COLOR], LAB, samples=3), "Lab"),
             (page(4, 3, [GRAY * 2], samples=2, EXTRA=1), "alpha"),
             (page(4, 3, [GRAY * 4], RGB, samples=4, EXTRA=2), "alpha"),
-            (page(4, 3, [COLOUR], RGB, bits=4, samples=3), "4-bit"),
+            (page(4, 3, [COLOR], RGB, bits=4, samples=3), "4-bit"),
             (page(4, 3, [GRAY], ORIENTATION=6), "right-top"),
             (page(4, 3, [GRAY], ORIENTATION=3), "bottom-right"),
             (page(4, 3, [GRAY], KIND=1), "thumbnail"),
@@ -411,7 +411,7 @@ class Ends(TiffTest):
         self.assertFalse((self.folder / "new").exists())
 
     def test_data_behind_the_last_page(self):
-        two = tiff(page(4, 3, [GRAY]), page(4, 3, [COLOUR], RGB, samples=3))
+        two = tiff(page(4, 3, [GRAY]), page(4, 3, [COLOR], RGB, samples=3))
         for content in (tiff(page(4, 3, [GRAY])), two, tiff(page(4, 3, [GRAY]), big=True),
                         tiff(page(4, 3, [GRAY], X_RESOLUTION=Ratio((300, 1))), order=">"),
                         tiff(page(4, 3, [GRAY[:4], GRAY[4:8], GRAY[8:]], ROWS=1)),
@@ -529,10 +529,10 @@ class Ends(TiffTest):
 
 class Writing(TiffTest):
     def test_pages(self):
-        source = pgm(4, 3, GRAY) + ppm(4, 3, COLOUR) + pgm(4, 3, GRAY)
+        source = pgm(4, 3, GRAY) + ppm(4, 3, COLOR) + pgm(4, 3, GRAY)
         encoded = self.samples_of(source, "--format", "tiff")
         pages = decode(encoded)
-        self.assertEqual([samples for _, samples in pages], [GRAY, COLOUR, GRAY])
+        self.assertEqual([samples for _, samples in pages], [GRAY, COLOR, GRAY])
         for tags, _ in pages:
             self.assertEqual((tags[WIDTH], tags[HEIGHT]), ((4,), (3,)))
             self.assertEqual((tags[COMPRESSION], tags[KIND], set(tags[BITS])), ((1,), (2,), {8}))
@@ -603,7 +603,7 @@ class Writing(TiffTest):
                     self.assertAlmostEqual((value & 0xFFFFFFFF) / (value >> 32), dpi, 4)
 
     def test_bigtiff(self):
-        source = pgm(4, 3, GRAY) + ppm(4, 3, COLOUR) + pgm(1000, 300, ramp(300000))
+        source = pgm(4, 3, GRAY) + ppm(4, 3, COLOR) + pgm(1000, 300, ramp(300000))
         path = self.file("in.pnm", source)
         for name, more in (("out.btf", ()), ("out.TF8", ()), ("out", ("-f", "bigtiff"))):
             target = self.folder / name
@@ -613,7 +613,7 @@ class Writing(TiffTest):
             self.assertTrue(is_big(content))
             pages = decode(content)
             self.assertEqual([tags[WIDTH] for tags, _ in pages], [(4,), (4,), (1000,)])
-            self.assertEqual([samples for _, samples in pages], [GRAY, COLOUR, ramp(300000)])
+            self.assertEqual([samples for _, samples in pages], [GRAY, COLOR, ramp(300000)])
             self.assert_same(self.samples_of(content), source)
         if Image:
             with Image.open(target) as image:
@@ -692,9 +692,9 @@ class Writing(TiffTest):
 
     @unittest.skipUnless(Image, "needs the Python Imaging Library")
     def test_other_decoder(self):
-        encoded = self.samples_of(ppm(4, 3, COLOUR) + pgm(4, 3, GRAY), "--format", "tiff")
+        encoded = self.samples_of(ppm(4, 3, COLOR) + pgm(4, 3, GRAY), "--format", "tiff")
         with Image.open(io.BytesIO(encoded)) as image:
-            self.assertEqual((image.n_frames, image.mode, image.tobytes()), (2, "RGB", COLOUR))
+            self.assertEqual((image.n_frames, image.mode, image.tobytes()), (2, "RGB", COLOR))
             image.seek(1)
             self.assertEqual((image.mode, image.tobytes()), ("L", GRAY))
 

@@ -11,6 +11,18 @@
 
 namespace rast::chain {
 
+const char kChainDetails[] =
+    "A chain is a list of steps between colons that stand alone: an operation, then its\n"
+    "parameters as name=value, or as a name alone where there is no value. The value of the first\n"
+    "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
+    "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"
+    "line. Without blanks, commas separate words and colons end steps; a number continues the\n"
+    "value before it: 'satadjust,raise:colbalance,level=6,5,4,5:shift,x=2,y=1'.\n"
+    "Lines pass from step to step: only the operations that say so store pages.";
+
+const char kChainExample[] =
+    "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm";
+
 namespace {
 
 struct Word {

@@ -8,6 +8,10 @@
 
 namespace rast::chain {
 
+// The help of chains as a whole, and a command line.
+extern const char kChainDetails[];
+extern const char kChainExample[];
+
 // An operation and the values of its parameters.
 struct Link {
   const Operation* operation;

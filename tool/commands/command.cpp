@@ -9,15 +9,14 @@
 #include "commands/listing.h"
 #include "commands/run.h"
 #include "operations/advice.h"
+#include "operations/chainText.h"
 
 namespace rast::tool {
 
 namespace {
 
 constexpr CommonOption kOptions[] = {
-    {'g', "gray", nullptr,
-     "convert color to gray first, by ITU-R BT.601 luma:\n"
-     "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
+    {'g', "gray", nullptr, "convert color to gray first, as the operation gray does"},
     {'f', "format", "FORMAT", "output format; default by the ending of the output file:"},
     {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
     {'b', "band", "LINES",
@@ -52,18 +51,8 @@ constexpr Path kChainPaths[] = {&Job::chainText, &Job::inPath, &Job::outPath};
 constexpr Path kComparePaths[] = {&Job::inPath, &Job::otherPath, &Job::outPath};
 
 constexpr Command kCommands[] = {
-    {"chain", " CHAIN [IN [OUT]]", "several operations, one after the other",
-     "A chain is a list of steps between colons that stand alone: an operation, then its\n"
-     "parameters as name=value, or as a name alone where there is no value. The value of the "
-     "first\n"
-     "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
-     "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"
-     "line. Without blanks, commas separate words and colons end steps; a number continues the\n"
-     "value before it: 'satadjust,raise:colbalance,level=6,5,4,5:shift,x=2,y=1'.\n"
-     "Lines pass from step to step: no page is stored but by the operations that say so.",
-     "gcfbmPrpqsh",
-     "rast chain 'satadjust raise : colgamma gamma=1.8 : shift x=2 y=1' in.ppm out.ppm", run,
-     kChainPaths, 1},
+    {"chain", " CHAIN [IN [OUT]]", "several operations, one after the other", chain::kChainDetails,
+     "gcfbmPrpqsh", chain::kChainExample, run, kChainPaths, 1},
     {"info", " [IN]", "the pages of a stream",
      "Each page is read to its end before a line tells its number, format, size, kind and, where\n"
      "it is known, resolution; a last line tells how many pages there were. An error leaves the\n"

@@ -1,4 +1,4 @@
-// What is timed: every operation on planes of a few sizes, and splitting and joining of lines.
+// The workloads: every operation on planes of a few sizes, splitting and joining of lines, a chain.
 #pragma once
 
 #include <algorithm>
@@ -53,7 +53,8 @@ struct ChainPage {
       : width(planes.area.nWidth), height(std::max(1, planes.area.nHeight / 3)) {}
 
   /// The steps; the workload calls the operations with the same parameters.
-  static constexpr char kText[] = "satadjust raise : colgamma invert : colbalance level=6,4,7,5";
+  static constexpr char kText[] =
+      "satadjust raise : colgamma invert : colbalance curve=3 level=6,4,7,5";
 
   const int32_t width;
   const int32_t height;

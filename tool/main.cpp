@@ -18,7 +18,7 @@
 #include "commands/options.h"
 #include "files/descriptor.h"
 #include "files/output.h"
-#include "text/failure.h"
+#include "text/error.h"
 #include "text/printable.h"
 #ifdef RAST_HAS_RASTER
 #include "commands/printFilter.h"
@@ -104,7 +104,7 @@ int runCommand(int argc, char** argv) {
     if (const Job* job = std::get_if<Job>(&command)) return carryOut(*job);
     print(std::get<std::string>(command));
     return 0;
-  } catch (const Failure& failure) {
+  } catch (const Error& failure) {
     return reporter.report(failure.code, failure.text);
   } catch (const std::bad_alloc&) {
     return reporter.report(ExitCode::memory,

@@ -12,7 +12,7 @@
 namespace rast::chain {
 
 const char kChainDetails[] =
-    "A chain is a list of steps between colons that stand alone: an operation, then its\n"
+    "A chain is a list of steps with colons between blanks: an operation, then its\n"
     "parameters as name=value, or as a name alone where there is no value. The value of the first\n"
     "parameter, if it is no number, may be given alone: 'rotate cw', 'colgamma gamma=1.8'.\n"
     "Quotation marks of both kinds keep spaces together; # begins a comment up to the end of the\n"

@@ -1,4 +1,4 @@
-// An image that the caller's function reads, line by line, into a store.
+// An image that the caller's function reads, line by line, into a stored page.
 #pragma once
 
 #include <rast_chain.h>

@@ -12,6 +12,15 @@ namespace rast::chain {
 
 inline constexpr std::size_t kMostPlanes = 4;
 
+// Offsets inside a plane of a band stay below 2^31, whatever the memory cap.
+inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
+
+// Lines that are quick to work on at a time: they stay in the first-level cache.
+constexpr std::uint32_t quickLines(std::uint64_t lineBytes) {
+  constexpr std::uint64_t quickBytes = 1 << 15;
+  return static_cast<std::uint32_t>(std::max<std::uint64_t>(quickBytes / lineBytes, 1));
+}
+
 using Bytes = std::unique_ptr<std::uint8_t[]>;
 
 // Not initialized, so that no memory of a large page is touched until its samples arrive.

@@ -20,7 +20,9 @@ class TurnedPage final : public LineSource {
         before_(before),
         mode_(mode),
         most_(plan.lines),
-        entering_(before.page().nWidth, page().nComponents, quickLines(before.page())) {}
+        storedTogether_(linesToStore(before.page(), plan)) {
+    entering_.emplace(before.page().nWidth, page().nComponents, storedTogether_);
+  }
 
   bool open() { return stored_.open(before_.page(), false, context_); }
 
@@ -35,12 +37,28 @@ class TurnedPage final : public LineSource {
     return ready_.draw(planes, lines, page().nWidth);
   }
 
+  // A system call serves many samples. The lines take the memory of the band, which is needed later.
+  static std::uint32_t linesToStore(const Page& before, const Plan& plan) {
+    const std::uint64_t room = plan.lines * lineSamples(plan.page) / lineSamples(before);
+    return static_cast<std::uint32_t>(
+        std::clamp<std::uint64_t>(room, 1, std::uint64_t{4} * quickLines(before)));
+  }
+
   // False while lines are still to come.
   bool gather() {
     while (!stored_.isComplete()) {
-      const std::uint32_t count = before_.draw(entering_.planes(), quickLines(before_.page()));
-      if (count == 0 || !stored_.append(entering_.planes(), count, context_)) return false;
+      const std::uint32_t wanted = std::min(storedTogether_, stored_.missing());
+      while (gathered_ < wanted) {
+        const Planes rest =
+            entering_->planes().from(std::size_t{gathered_} * before_.page().nWidth);
+        const std::uint32_t count = before_.draw(rest, wanted - gathered_);
+        if (count == 0) return false;
+        gathered_ += count;
+      }
+      if (!stored_.append(entering_->planes(), wanted, context_)) return false;
+      gathered_ = 0;
     }
+    entering_.reset();
     return true;
   }
 
@@ -80,8 +98,10 @@ class TurnedPage final : public LineSource {
 
   LineSource& before_;
   std::uint32_t mode_;
-  std::uint32_t most_;  // lines of a band
-  PackedLines entering_;
+  std::uint32_t most_;            // lines of a band
+  std::uint32_t storedTogether_;  // lines
+  std::uint32_t gathered_ = 0;
+  std::optional<PackedLines> entering_;
   StoredPage stored_;
   RastRotateCtx bands_ = {};
   std::uint32_t turned_ = 0;
@@ -100,7 +120,7 @@ class RotateStep final : public Step {
     plan.page.nResolutionX = page.nResolutionY;
     plan.page.nResolutionY = page.nResolutionX;
     plan.page.nTurns = (page.nTurns + (mode_ == RAST_ROTATE_CW90 ? 1 : 3)) % 4;
-    plan.fixedBytes = quickLines(page) * lineSamples(page);
+    plan.fixedBytes = lineSamples(page);
     plan.lineBytes = lineSamples(plan.page);
     plan.wantedLines = std::min(std::max(context.wantedLines, kQuickColumns), plan.page.nHeight);
     plan.quickLines = kQuickColumns;

@@ -2,11 +2,6 @@
 
 namespace rast::chain {
 
-std::uint32_t quickLines(const Page& page) {
-  constexpr std::uint64_t quickBytes = 1 << 15;
-  return static_cast<std::uint32_t>(std::max<std::uint64_t>(quickBytes / lineSamples(page), 1));
-}
-
 void Context::refuse(Refusal refusal) {
   if (refused) return;
   refusal.step = work.step;

@@ -28,11 +28,7 @@ inline std::uint64_t lineSamples(const Page& page) {
   return std::uint64_t{page.nWidth} * page.nComponents;
 }
 
-// Offsets inside a plane of a band stay below 2^31, whatever the memory cap.
-inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
-
-// Lines that are quick to work on at a time: they stay in the processor's cache.
-std::uint32_t quickLines(const Page& page);
+inline std::uint32_t quickLines(const Page& page) { return quickLines(lineSamples(page)); }
 
 // State that the steps of a page share.
 struct Context {

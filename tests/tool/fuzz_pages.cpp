@@ -10,7 +10,7 @@
 
 #include "formats/format.h"
 #include "formats/pageInput.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 
@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (descriptor < 0 || write(descriptor, file.data(), file.size()) < 0) abort();
   try {
     rast::tool::readPages("/proc/self/fd/" + std::to_string(descriptor));
-  } catch (const rast::tool::Failure&) {
+  } catch (const rast::tool::Error&) {
   }
   close(descriptor);
   return 0;

@@ -1091,6 +1091,10 @@ class Jobs(ChainTest):
         done = self.run_rast("chain", self.CHAIN, self.source,
                              env=os.environ | {"TMPDIR": "/nonexistent"})
         self.assert_fails(done, RUN_TIME, "/nonexistent", "TMPDIR")
+        logo = self.file("logo", ppm(2, 2, bytes(12)))
+        done = self.run_rast("overlay", "--with", logo, self.source,
+                             env=os.environ | {"TMPDIR": "/nonexistent"})
+        self.assert_fails(done, RUN_TIME, "/nonexistent", "TMPDIR")
         done = self.run_rast("chain", "gray : zoom percent=50", self.source,
                              env=os.environ | {"TMPDIR": "/nonexistent"})
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))

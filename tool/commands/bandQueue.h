@@ -16,20 +16,20 @@ class BandQueue {
  public:
   using Write = std::function<void(const std::uint8_t* band, std::uint32_t lines)>;
 
-  // Bands of so many lines of a page. The queue holds as many as fit in the memory, and one at
-  // least; with one, or where no thread can be had, the caller's thread writes.
+  // Bands of `lines` lines. The queue holds as many as fit in `memory`, at least one. With one, or
+  // without a thread, the caller's thread writes.
   BandQueue(std::uint32_t pageLines, std::uint32_t lines, std::size_t lineBytes,
             std::uint64_t memory, Write write);
-  // Writes what has been passed.
+  // Writes the bands that are passed.
   ~BandQueue();
   BandQueue(const BandQueue&) = delete;
   BandQueue& operator=(const BandQueue&) = delete;
 
-  // Where the next band is to be made. This and finish() throw what writing threw.
+  // Returns the memory for the next band. This and finish() throw the errors of writing.
   std::uint8_t* next();
-  // The band is there.
+  // Passes the band of the last next() to the writer.
   void pass();
-  // Waits until all is written.
+  // Waits until all bands are written.
   void finish();
 
  private:
@@ -47,7 +47,7 @@ class BandQueue {
   std::size_t bandBytes_;
   std::size_t count_;  // of the bands
   std::unique_ptr<std::uint8_t[]> bytes_;
-  std::mutex mutex_;  // of what follows
+  std::mutex mutex_;  // guards the members below
   std::condition_variable passedSome_;
   std::condition_variable wroteSome_;
   std::size_t passed_ = 0;

@@ -16,12 +16,15 @@ namespace rast::tool {
 namespace {
 
 constexpr CommonOption kOptions[] = {
-    {'g', "gray", nullptr, "convert color to gray first, as the operation gray does"},
+    {'g', "gray", nullptr,
+     "convert color to gray first, by ITU-R BT.601 luma:\n"
+     "0.299 R + 0.587 G + 0.114 B, rounded to nearest"},
     {'f', "format", "FORMAT", "output format; default by the ending of the output file:"},
     {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
     {'b', "band", "LINES",
-     "lines worked on at a time, 1..65536, as far as memory allows;\n"
-     "default what is quick. The result is always the same"},
+     "lines in work at a time, 1..65536, limited by the memory cap;\n"
+     "default: a number that fits the processor's cache. The result\n"
+     "is always the same"},
     {'m', "memory", "SIZE",
      "memory to keep within, such as 64M, at least 20M; default 256M.\n"
      "Pages that are kept in temporary files do not count"},
@@ -39,9 +42,9 @@ constexpr CommonOption kOptions[] = {
      "print it as lines of JSON"},
     {'q', "quiet", nullptr, "show neither progress nor notes"},
     {'s', "stats", nullptr,
-     "at the end, tell on standard error how many pages and bytes\n"
-     "there were, the time in the library and in files, which pass\n"
-     "partly at once, and the most memory that was in use"},
+     "at the end, report on standard error the pages and bytes, the\n"
+     "time in the library and in files (these times overlap), and\n"
+     "the peak memory"},
     {'j', "json", nullptr, "print a JSON array"},
     {'h', "help", nullptr, "print this help"},
 };
@@ -54,22 +57,23 @@ constexpr Command kCommands[] = {
     {"chain", " CHAIN [IN [OUT]]", "several operations, one after the other", chain::kChainDetails,
      "gcfbmPrpqsh", chain::kChainExample, run, kChainPaths, 1},
     {"info", " [IN]", "the pages of a stream",
-     "Each page is read to its end before a line tells its number, format, size, kind and, where\n"
-     "it is known, resolution; a last line tells how many pages there were. An error leaves the\n"
-     "JSON array without its end. IN is a file; '-', or leaving it out, means standard input.",
+     "The command reads each page to its end, then prints a line with its number, format, size,\n"
+     "kind and, where known, resolution. The last line reports the number of pages. An error\n"
+     "leaves the JSON array without its end. IN is a file; '-', or leaving it out, means standard\n"
+     "input.",
      "mPpqjh", "rast info in.ppm", info, kInfoPaths},
     {"compare", " A B [DIFFERENCE]", "the differences between two streams",
-     "For each page a line tells that it is equal in both; or its first sample that differs, with\n"
-     "the value in A and in B, how many samples differ, by how much at most, and the peak\n"
-     "signal-to-noise ratio for a peak of 255; or that sizes or kinds differ, or that one stream\n"
-     "does not have the page. Lines and columns count from 1. DIFFERENCE gets a page of absolute\n"
-     "differences for each page that has the same size and kind in both; it is not written if "
-     "none\n"
-     "has. A, B and DIFFERENCE are files; '-' for one of A and B means standard input. The exit\n"
-     "status is 0 when all pages are equal, 1 when some are not and 2 when anything fails.",
+     "For each page, a line reports that it is equal in both streams; or its first sample that\n"
+     "differs, with the value in A and in B, how many samples differ, by how much at most, and\n"
+     "the peak signal-to-noise ratio for a peak of 255; or that sizes or kinds differ, or that\n"
+     "one stream does not have the page. Lines and columns count from 1. DIFFERENCE gets a page\n"
+     "of absolute differences for each page that has the same size and kind in both; it is not\n"
+     "written if none has. A, B and DIFFERENCE are files; '-' for one of A and B means standard\n"
+     "input. The exit status is 0 when all pages are equal, 1 when some are not and 2 when\n"
+     "anything fails.",
      "fbmPpqh", "rast compare in.ppm out.ppm difference.ppm", compare, kComparePaths, 2},
     {"ops", "", "the operations there are",
-     "A line for each tells its summary and the pages it takes; JSON also tells its details\n"
+     "A line for each reports its summary and the pages it takes; JSON also has its details\n"
      "and its parameters: help, kind, limits or values, what names stand for, default if there is\n"
      "one, and whether one is required.",
      "jh", "rast ops --json", listOperations},
@@ -79,10 +83,10 @@ constexpr Command kCommands[] = {
 
 std::span<const CommonOption> commonOptions() { return kOptions; }
 
-const char operationLetters[] = "gfbmPrpqsh";
+const char kOperationLetters[] = "gfbmPrpqsh";
 
 std::string optionLetters(const chain::Operation& operation) {
-  return operation.takes.gray ? operationLetters : operationLetters + 1;
+  return operation.takes.gray ? kOperationLetters : kOperationLetters + 1;
 }
 
 std::span<const Path> operationPaths() { return std::span(kChainPaths).subspan(1); }

@@ -26,8 +26,8 @@ struct CommonOption {
 
 std::span<const CommonOption> commonOptions();
 
-// The letters of the common options for operations; --gray is refused where it makes no sense.
-extern const char operationLetters[];
+// The letters of the common options for operations; --gray is rejected where it makes no sense.
+extern const char kOperationLetters[];
 std::string optionLetters(const chain::Operation& operation);
 
 using Path = std::string Job::*;

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 
 #include "commands/pageList.h"
 #include "files/output.h"
+#include "formats/format.h"
 #include "progress/meter.h"
 
 namespace rast::tool {
@@ -74,7 +76,7 @@ class Picture {
     if (!writer_) return;
     if (!drawn_) writer_->expectPages(pages_.count(page));
     PageHead head = page.head();
-    head.details = nullptr;  // which describe the page that is compared
+    head.details = nullptr;  // they describe page A, not the differences
     writer_->beginPage(head);
     drawn_ = true;
   }

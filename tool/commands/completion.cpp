@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "commands/command.h"
-#include "text/failure.h"
 #include "formats/format.h"
+#include "text/printable.h"
 
 namespace rast::tool {
 

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "formats/format.h"
+#include "steps/planes.h"
+#include "text/error.h"
+
 namespace rast::tool {
 
 namespace {
@@ -39,19 +43,21 @@ PageHead headOf(const RastChainPage& page) {
           page.nTurns % 4 != 0};
 }
 
-void readLines(PageReader& reader, RastChainImage* image) {
+// False after an error of the chain library, which reports it.
+bool readLines(PageReader& reader, RastChainImage* image) {
   const PageHead& head = reader.head();
   const RastChainPage page = pageOf(head);
-  if (rastChainImageBegin(image, &page) != RAST_CHAIN_OK) return;
-  const std::uint32_t most = quickLines(head);
+  if (rastChainImageBegin(image, &page) != RAST_CHAIN_OK) return false;
+  const std::uint32_t most = chain::quickLines(head.lineBytes());
   const auto lines = std::make_unique_for_overwrite<std::uint8_t[]>(most * head.lineBytes());
   for (std::uint32_t done = 0; done < head.height;) {
     const std::uint32_t count = std::min(most, head.height - done);
     reader.readLines(lines.get(), count);
     const RastChainLines entering = linesAt(head, lines.get(), count);
-    if (rastChainImageLines(image, &entering) > RAST_CHAIN_DONE) return;
+    if (rastChainImageLines(image, &entering) > RAST_CHAIN_DONE) return false;
     done += count;
   }
+  return true;
 }
 
 void readOneImage(const std::string& name, int background, const MemoryCap& memory,
@@ -65,7 +71,7 @@ void readOneImage(const std::string& name, int background, const MemoryCap& memo
     transparency.background = static_cast<std::uint8_t>(background);
   }
   const std::unique_ptr<PageStream> pages = openPages(in, transparency);
-  readLines(*pages->next(), image);
+  if (!readLines(*pages->next(), image)) return;
   if (pages->next()) {
     fail(ExitCode::unsupported, name, ": holds several pages; expected one to overlay");
   }

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "text/failure.h"
-#include "formats/format.h"
+#include "formats/memoryCap.h"
+#include "formats/page.h"
 #include "formats/pageInput.h"
 
 namespace rast::tool {
@@ -23,7 +23,7 @@ struct EngineSettings {
   std::uint32_t lines = 0;  // worked on at a time; 0: as many as are quick
 };
 
-// Refuses a wrong chain, as a usage error.
+// Rejects a wrong chain with a usage error.
 class Engine {
  public:
   explicit Engine(const EngineSettings& settings);
@@ -39,7 +39,7 @@ class Engine {
     std::uint32_t quickLines;  // to take at a time
   };
   Plan plan(const PageInput& in, const PageHead& page);
-  // Begins the page. The lines in work may take so many bytes, of which so many are taken already.
+  // Begins the page. The lines in work may take `memory` bytes, of which `taken` are in use.
   void begin(const PageInput& in, const PageHead& page, std::uint64_t memory, std::uint64_t taken);
 
   // Moves lines until one side is exhausted. True when the page is done.

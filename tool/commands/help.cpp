@@ -3,17 +3,17 @@
 #include "commands/command.h"
 #include "commands/compare.h"
 #include "commands/listing.h"
-#include "text/failure.h"
 #include "formats/format.h"
+#include "text/printable.h"
 
 namespace rast::tool {
 
-const char purpose[] = "Applies raster filters to page images, or looks into them.";
+const char kPurpose[] = "Applies raster filters to page images, or looks into them.";
 
-const char operandsText[] =
+const char kOperandsText[] =
     "IN and OUT are files; '-', or leaving them out, means standard input and output.";
 
-const char filesText[] =
+const char kFilesText[] =
     "Input is recognized by its content: binary PBM, PGM, PPM and PAM with maximum value 255, and\n"
     "PNG of up to 8 bits, neither interlaced nor transparent, one image or several in a row"
 #ifdef RAST_HAS_TIFF
@@ -34,7 +34,7 @@ const char filesText[] =
     "Color profiles are not carried over; resolution is, between PNG, TIFF and raster. A file is\n"
     "replaced only once its new content is complete.";
 
-const char storedPagesText[] =
+const char kStoredPagesText[] =
     "Whole pages are kept in unlinked temporary files, in the folder that TMPDIR names, or /tmp.";
 
 namespace {
@@ -82,17 +82,17 @@ std::string helpOf(const Command& command) {
   return join("usage: rast ", command.name, " [OPTION]...", command.operands, "\n\n", command.name,
               ": ", command.summary, ".\n", command.details, '\n', options(command.letters),
               "\nExample:\n  ", command.example, "\n\n",
-              command.paths.empty() ? "" : join(filesText, "\n\n"),
+              command.paths.empty() ? "" : join(kFilesText, "\n\n"),
               exits(command.carryOut == compare ? kComparisonStatuses : exitStatuses()));
 }
 
 std::string helpOf(const chain::Operation& operation) {
   std::string text = join("usage: ", usageOf(operation), "\n\n", headline(operation), ".\n",
                           operation.details, '\n');
-  if (operation.keepsPages) text += join(storedPagesText, '\n');
+  if (operation.keepsPages) text += join(kStoredPagesText, '\n');
   if (!operation.parameters.empty()) text += "\nParameters:\n" + rows(parameterItems(operation));
   return join(text, options(optionLetters(operation)), "\nExample:\n  ", operation.example, "\n\n",
-              operandsText, '\n', filesText, "\n\n", exits(exitStatuses()));
+              kOperandsText, '\n', kFilesText, "\n\n", exits(exitStatuses()));
 }
 
 }  // namespace
@@ -166,13 +166,13 @@ std::string help() {
   for (const std::string& line : usageLines()) {
     text += join(text.empty() ? "usage: " : "       ", line, '\n');
   }
-  text += join('\n', purpose, "\n\nOperations ('rast help OPERATION' describes one):\n");
+  text += join('\n', kPurpose, "\n\nOperations ('rast help OPERATION' describes one):\n");
   for (const chain::Operation& operation : chain::operations()) {
     text += row(operation.name, join(operation.summary, " (", chain::takenPages(operation), ")"));
   }
   text += "\nOther commands, which 'rast help' describes too:\n";
   for (const Command& command : commands()) text += row(command.name, command.summary);
-  return join(text, '\n', operandsText, '\n', filesText, "\n\n", exits(exitStatuses()));
+  return join(text, '\n', kOperandsText, '\n', kFilesText, "\n\n", exits(exitStatuses()));
 }
 
 std::string help(const std::string& name) {

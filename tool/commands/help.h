@@ -24,10 +24,10 @@ std::vector<HelpItem> optionItems(const std::string& letters);
 std::vector<std::string> usageLines();
 std::string usageOf(const chain::Operation& operation);
 
-extern const char purpose[];
-extern const char operandsText[];
-extern const char filesText[];
-extern const char storedPagesText[];
+extern const char kPurpose[];
+extern const char kOperandsText[];
+extern const char kFilesText[];
+extern const char kStoredPagesText[];
 
 struct ExitStatus {
   int status;

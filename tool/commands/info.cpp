@@ -2,6 +2,7 @@
 
 #include "commands/pageList.h"
 #include "files/output.h"
+#include "formats/format.h"
 #include "progress/meter.h"
 #include "text/json.h"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "commands/job.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 

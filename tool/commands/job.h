@@ -7,9 +7,11 @@
 
 #include "commands/engine.h"
 #include "commands/pageList.h"
-#include "text/failure.h"
+#include "text/error.h"
 #include "formats/format.h"
-#include "progress/meter.h"
+#include "formats/memoryCap.h"
+#include "formats/page.h"
+#include "progress/progress.h"
 
 namespace rast::tool {
 

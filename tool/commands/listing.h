@@ -5,7 +5,7 @@
 
 #include "commands/job.h"
 #include "operations/operations.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 

@@ -4,7 +4,7 @@
 
 #include "commands/command.h"
 #include "commands/help.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 
@@ -81,8 +81,8 @@ std::string heading(const std::string& name, int section, const std::string& sum
 std::string commandPage() {
   std::string text = heading("rast", 1, "raster filters for page images") + ".SH SYNOPSIS\n.nf\n";
   for (const std::string& line : usageLines()) text += escaped(line) + '\n';
-  text += join(".fi\n.SH DESCRIPTION\n", paragraph(purpose), ".PP\n", paragraph(operandsText),
-               paragraph(filesText), ".SH OPERATIONS\n",
+  text += join(".fi\n.SH DESCRIPTION\n", paragraph(kPurpose), ".PP\n", paragraph(kOperandsText),
+               paragraph(kFilesText), ".SH OPERATIONS\n",
                "They are described in\n.BR rast\\-ops (7).\n");
   for (const chain::Operation& operation : chain::operations()) {
     text += join(".TP\n", bold(operation.name), '\n', escaped(operation.summary), " (",
@@ -104,7 +104,7 @@ std::string commandPage() {
   for (const ExitStatus& exit : exitStatuses()) {
     text += join(".TP\n.B ", exit.status, '\n', escaped(exit.meaning), '\n');
   }
-  return text + ".SH ENVIRONMENT\n.TP\n.B TMPDIR\n" + paragraph(storedPagesText) +
+  return text + ".SH ENVIRONMENT\n.TP\n.B TMPDIR\n" + paragraph(kStoredPagesText) +
          ".SH SEE ALSO\n.BR rast\\-ops (7)"
 #ifdef RAST_HAS_RASTER
          ",\n.BR rasttoraster (8)"
@@ -122,7 +122,7 @@ std::string operationsPage() {
     text += join(".SH ", capitals(operation.name), "\n.B ", escaped(usageOf(operation)), "\n.PP\n",
                  bold(operation.summary), ", for ", chain::takenPages(operation), ".\n.PP\n",
                  paragraph(operation.details));
-    if (operation.keepsPages) text += paragraph(storedPagesText);
+    if (operation.keepsPages) text += paragraph(kStoredPagesText);
     text += items(parameterItems(operation)) + example(operation.example);
   }
   return text + ".SH SEE ALSO\n.BR rast (1),\n.BR rast.h (3)\n";

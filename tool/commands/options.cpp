@@ -19,7 +19,7 @@
 #include "commands/help.h"
 #include "commands/manual.h"
 #include "commands/run.h"
-#include "text/failure.h"
+#include "text/error.h"
 #include "files/file.h"
 #include "operations/parameters.h"
 
@@ -65,7 +65,7 @@ std::string readChain(const std::string& path) {
   constexpr std::size_t longest = 1 << 20;
   const File file(std::fopen(path.c_str(), "rbe"));
   if (!file) {
-    fail(ExitCode::usage, "--chain: '", path, "' cannot be opened: ", std::strerror(errno));
+    fail(ExitCode::usage, "--chain: ", path, ": cannot be opened: ", std::strerror(errno));
   }
   std::string text(longest, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), file.get()));
@@ -93,7 +93,7 @@ Resolution parseResolution(const std::string& text) {
 class JobParser {
  public:
   JobParser(const chain::Operation& operation, int argc, char** argv)
-      : JobParser(operationLetters, operationPaths(), 0, argc, argv) {
+      : JobParser(kOperationLetters, operationPaths(), 0, argc, argv) {
     job_.carryOut = run;
     operation_ = &operation;
     texts_.resize(operation.parameters.size());
@@ -163,7 +163,7 @@ class JobParser {
             static_cast<std::uint32_t>(valueOf(chain::parseNumber("--band", optarg, 1, 65536)));
         break;
       case 'm':
-        job_.memory = MemoryCap(parseBytes("--memory", optarg, std::uint64_t{20} << 20));
+        job_.memory = MemoryCap(parseBytes("--memory", optarg, MemoryCap::kLeast));
         break;
       case 'P':
         job_.pages = PageList(optarg);
@@ -190,7 +190,7 @@ class JobParser {
       case ':':
         fail(ExitCode::usage, "option '", argv_[optind - 1], "' needs a value", seeHelp());
       case '?':
-        refuseOption();
+        rejectOption();
       default: {
         const auto index = static_cast<std::size_t>(code - kFirstParameterCode);
         texts_[index] = optarg != nullptr ? optarg : "";
@@ -198,7 +198,7 @@ class JobParser {
     }
   }
 
-  [[noreturn]] void refuseOption() const {
+  [[noreturn]] void rejectOption() const {
     // A long option is already passed over; a letter may sit inside a cluster.
     const std::string given = argv_[optind - 1];
     if (!given.starts_with("--")) {

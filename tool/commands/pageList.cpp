@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <charconv>
 
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& item, const char* fault) {
+[[noreturn]] void reject(const std::string& item, const char* fault) {
   fail(ExitCode::usage, "--pages: '", item, "' ", fault,
        "; expected pages and ranges from 1 on, such as 1-10,15,20-");
 }
@@ -18,8 +18,8 @@ std::uint64_t pageNumber(const std::string& item, const std::string& text) {
   std::int64_t page = 0;  // leaves numbers above for an open end
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, page);
-  if (stop != end || error == std::errc::invalid_argument) refuse(item, "is no page or range");
-  if (error != std::errc() || page < 1) refuse(item, "is out of range");
+  if (stop != end || error == std::errc::invalid_argument) reject(item, "is no page or range");
+  if (error != std::errc() || page < 1) reject(item, "is out of range");
   return static_cast<std::uint64_t>(page);
 }
 
@@ -31,12 +31,12 @@ PageList::PageList(const std::string& text) {
     const std::string& item = items.emplace_back(
         text.substr(start, std::min(text.find(',', start), text.size()) - start));
     const std::size_t dash = item.find('-');
-    Range range{pageNumber(item, item.substr(0, dash)), open};
+    Range range{pageNumber(item, item.substr(0, dash)), kOpen};
     if (dash == std::string::npos) {
       range.last = range.first;
     } else if (dash + 1 < item.size()) {
       range.last = pageNumber(item, item.substr(dash + 1));
-      if (range.last < range.first) refuse(item, "runs backwards");
+      if (range.last < range.first) reject(item, "runs backwards");
     }
     ranges_.push_back(range);
   }
@@ -55,7 +55,7 @@ bool PageList::holds(std::uint64_t page) const {
 }
 
 std::optional<std::uint64_t> PageList::count() const {
-  if (ranges_.back().last == open) return {};
+  if (ranges_.back().last == kOpen) return {};
   std::uint64_t count = 0;
   for (const Range& range : ranges_) count += range.last - range.first + 1;
   return count;
@@ -69,7 +69,7 @@ std::optional<std::uint64_t> PageList::count(const PageReader& page) const {
 void PageList::checkEnd(const PageInput& in) const {
   if (in.page() == 0) return;
   for (const Range& range : ranges_) {
-    const std::uint64_t named = range.last == open ? range.first : range.last;
+    const std::uint64_t named = range.last == kOpen ? range.first : range.last;
     if (named <= in.page()) continue;
     in.fail(ExitCode::usage, 0, "is the last one; --pages names page ",
             std::max(range.first, in.page() + 1));
@@ -82,12 +82,12 @@ std::string PageList::inOrder() const {
   std::string text;
   for (std::size_t i = 0; i < ranges.size();) {
     Range whole = ranges[i];
-    while (++i < ranges.size() && (whole.last == open || ranges[i].first <= whole.last + 1)) {
+    while (++i < ranges.size() && (whole.last == kOpen || ranges[i].first <= whole.last + 1)) {
       whole.last = std::max(whole.last, ranges[i].last);
     }
     text += join(text.empty() ? "" : ",", whole.first);
     if (whole.last != whole.first) text += '-';
-    if (whole.last != whole.first && whole.last != open) text += join(whole.last);
+    if (whole.last != whole.first && whole.last != kOpen) text += join(whole.last);
   }
   return text;
 }

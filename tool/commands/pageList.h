@@ -15,7 +15,7 @@ namespace rast::tool {
 class PageList {
  public:
   // All of them.
-  PageList() : ranges_{{1, open}} {}
+  PageList() : ranges_{{1, kOpen}} {}
   // A list such as "1-10,15,20-", in the order of the stream.
   explicit PageList(const std::string& text);
 
@@ -30,10 +30,10 @@ class PageList {
   void checkEnd(const PageInput& in) const;
 
  private:
-  static constexpr std::uint64_t open = UINT64_MAX;
+  static constexpr std::uint64_t kOpen = UINT64_MAX;
   struct Range {
     std::uint64_t first;
-    std::uint64_t last;  // open: the last one of the stream
+    std::uint64_t last;  // kOpen: the last one of the stream
   };
 
   // The list that names the same pages, each once.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "commands/run.h"
-#include "text/failure.h"
+#include "text/error.h"
 #include "formats/rasterPage.h"
 #include "formats/sharedLibrary.h"
 #include "commands/command.h"
@@ -180,7 +180,7 @@ std::string joinedChain(const chain::Operation& first, const std::vector<std::st
 
 // A chain that was split at blanks begins with an operation alone, and goes on as options: mostly
 // right behind it, otherwise as some that the PPD file does not have.
-void refuseSplit(const std::string& chain, const Options& options, ppd_file_t* ppd) {
+void rejectSplit(const std::string& chain, const Options& options, ppd_file_t* ppd) {
   const chain::Operation* const operation = chain::findOperation(chain);
   if (operation == nullptr) return;
   const auto isStray = [&](const std::string& word) {
@@ -217,7 +217,7 @@ Given chainText(const Options& options) {
       return {withoutComments(codeOf(*choice)), false};
     }
   }
-  refuseSplit(given, options, ppd.get());
+  rejectSplit(given, options, ppd.get());
   return {given, true};
 }
 

@@ -8,7 +8,9 @@
 #include "commands/bandQueue.h"
 #include "commands/engine.h"
 #include "commands/pageList.h"
+#include "formats/format.h"
 #include "progress/meter.h"
+#include "steps/planes.h"
 
 namespace rast::tool {
 
@@ -61,7 +63,8 @@ class Pipeline {
     const std::uint64_t spare = cap - std::min(cap, plan.memory + taken);
     engine_.begin(in_, head, cap - spare / 2, taken);
     meter_.beginOutput(plan.page.height);
-    EnteringLines entering(reader, meter_, lines(head, quickLines(head), spare / 4));
+    EnteringLines entering(reader, meter_,
+                           lines(head, chain::quickLines(head.lineBytes()), spare / 4));
     write(entering, plan, spare / 4);
     meter_.endPage(reader.copies());
   }
@@ -69,7 +72,7 @@ class Pipeline {
  private:
   std::uint32_t lines(const PageHead& head, std::uint32_t quick, std::uint64_t memory) const {
     const std::uint64_t wanted = job_.bandLines != 0 ? job_.bandLines : quick;
-    const std::uint64_t room = 1 + std::min(memory, kLongestBand) / head.lineBytes();
+    const std::uint64_t room = 1 + std::min(memory, chain::kLongestBand) / head.lineBytes();
     return static_cast<std::uint32_t>(std::min<std::uint64_t>({wanted, room, head.height}));
   }
 

@@ -1,9 +1,8 @@
-// Carries out an operation: every chosen page of the input, band by band, through the filter to the
-// output.
+// Runs a chain: the chosen pages of the input, band by band, into the output.
 #pragma once
 
 #include "commands/job.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 

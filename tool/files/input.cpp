@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "files/temporary.h"
+#include "text/error.h"
 
 namespace rast::tool {
 
@@ -55,13 +56,13 @@ bool Input::fill() noexcept {
 
 void Input::requireRead() const {
   if (error_ != 0) {
-    fail(ExitCode::runTime, name_, ": cannot be read: ", std::strerror(error_));
+    fail(ExitCode::runTime, place(), ": cannot be read: ", std::strerror(error_));
   }
 }
 
 std::span<const std::uint8_t> Input::ahead(std::size_t count) {
   if (end_ - next_ < count) {
-    std::copy(&buffer_[next_], &buffer_[end_], &buffer_[0]);
+    std::memmove(&buffer_[0], &buffer_[next_], end_ - next_);
     end_ -= std::exchange(next_, 0);
     while (end_ < count) {
       const std::size_t got = readFile(&buffer_[end_], kBufferSize - end_);

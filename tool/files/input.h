@@ -9,7 +9,6 @@
 #include <string>
 
 #include "files/descriptor.h"
-#include "text/failure.h"
 
 namespace rast::tool {
 
@@ -17,6 +16,9 @@ class Input {
  public:
   // "-" is standard input.
   explicit Input(const std::string& path);
+  virtual ~Input() = default;
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
 
   // For messages.
   const std::string& name() const { return name_; }
@@ -24,8 +26,9 @@ class Input {
   // The next byte, or EOF at the end of the stream. A failing read throws.
   int get();
   int peek();
-  // The next bytes, which remain to be read: `count` of them, or fewer at the end of the stream.
-  // They stay valid until the next call, and a failing read throws.
+  // The next bytes, which remain to be read: `count` of them, at most 16, or fewer at the end of the
+  // stream. They stay valid until the next call that reads, looks ahead or seeks. A failing read
+  // throws.
   std::span<const std::uint8_t> ahead(std::size_t count);
 
   // Returns the number of bytes read: `size`, or fewer at the end. Safe inside C callbacks.
@@ -47,6 +50,10 @@ class Input {
   // The part of the stream that is read, 0 to 1; none where its size is not known, or reading goes
   // back and forth.
   std::optional<double> portion() const noexcept;
+
+ protected:
+  // For messages about reads that fail.
+  virtual std::string place() const { return name_; }
 
  private:
   void measure();

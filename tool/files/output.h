@@ -9,7 +9,7 @@
 #include <string>
 
 #include "files/descriptor.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-#include "text/failure.h"
+#include "text/error.h"
 #include "files/signals.h"
 #include "text/printable.h"
 
@@ -24,8 +24,8 @@ std::string temporaryFolder() {
 
 std::string pathOf(const Descriptor& file) { return join("/proc/self/fd/", file.number()); }
 
-// Repeats a call with one name after the other while there is a file of that name. Names may be
-// foreseen, so whatever has one is left alone.
+// Repeats a call with one name after the other while there is a file of that name. Names can be
+// guessed, so files that exist are left alone.
 template <class Call>
 auto underFreeName(std::string_view folder, std::string& path, const Call& call) {
   for (unsigned number = 0;; ++number) {

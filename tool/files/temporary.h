@@ -16,11 +16,11 @@ Descriptor createUnnamed(std::string_view folder);
 // Gives it a name that is not taken; false, with errno, if that fails.
 bool giveName(const Descriptor& unnamed, const std::string& path);
 
-// These store a path that was not taken. What fails tells why in errno.
+// These store a path that was free. Errors are in errno.
 Descriptor createTemporary(std::string_view folder, std::string& path);
 bool linkTemporary(const Descriptor& unnamed, std::string_view folder, std::string& path);
 
-// One without a name, in the folder that TMPDIR names, or /tmp. What fails is a run-time failure.
+// One without a name, in the folder that TMPDIR names, or /tmp. Failures are run-time errors.
 Descriptor openUnlinked();
 
 [[noreturn]] void failTemporary(const char* what, int error);

@@ -36,7 +36,7 @@ class ImageStream final : public PageStream {
   std::unique_ptr<PageReader> next() override {
     const bool first = in_.page() == 0;
     while (!first && isPnmSpace(in_.peek())) in_.get();
-    const auto start = in_.ahead(1);
+    const auto start = in_.ahead(kLongestSignature);
     if (start.empty()) return nullptr;
     if (!isPnm(start) && !isPng(start)) {
       in_.fail(ExitCode::damaged, 0, "followed by data that is not an image; expected the end");
@@ -94,8 +94,7 @@ const Format* formatOfFile(const std::string& path) {
 
 std::unique_ptr<PageStream> openPages(PageInput& in, const Transparency& transparency,
                                       bool mayBeEmpty) {
-  constexpr std::size_t longestStart = 4;
-  const auto start = in.ahead(longestStart);
+  const auto start = in.ahead(kLongestSignature);
   if (start.empty()) {
     if (mayBeEmpty) return std::make_unique<ImageStream>(in, transparency);
     in.fail(ExitCode::damaged, 0, "empty; expected a page image");

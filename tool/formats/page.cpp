@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "steps/planes.h"
+
 namespace rast::tool {
 
 PageHead checkedHead(const PageInput& in, std::uint64_t width, std::uint64_t height, bool color) {
@@ -13,22 +15,17 @@ PageHead checkedHead(const PageInput& in, std::uint64_t width, std::uint64_t hei
   if (head.workBytes() > in.memory().forLines()) {
     in.failMemory(0, join("a line of the page, ", width, " columns,"), head.workBytes());
   }
-  if (head.workBytes() > kLongestBand) {
+  if (head.workBytes() > chain::kLongestBand) {
     in.fail(ExitCode::unsupported, 0, "a line of ", width, " columns is too long; expected up to ",
-            kLongestBand * width / head.workBytes());
+            chain::kLongestBand * width / head.workBytes());
   }
   return head;
 }
 
-std::uint32_t quickLines(const PageHead& head) {
-  constexpr std::size_t quickBytes = 1 << 15;
-  return static_cast<std::uint32_t>(std::max<std::size_t>(quickBytes / head.lineBytes(), 1));
-}
-
 std::uint32_t bandLines(const PageInput& in, const PageHead& head, std::uint32_t wanted) {
-  const std::uint64_t share = std::min(in.memory().forLines(), kLongestBand);
+  const std::uint64_t share = std::min(in.memory().forLines(), chain::kLongestBand);
   const std::uint64_t most = std::min<std::uint64_t>(head.height, share / head.workBytes());
-  if (wanted == 0) wanted = quickLines(head);
+  if (wanted == 0) wanted = chain::quickLines(head.lineBytes());
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, most));
 }
 

@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 
-#include "files/output.h"
 #include "formats/pageInput.h"
 
 namespace rast::tool {
@@ -24,8 +23,8 @@ struct Resolution {
 struct FormatDetails {
   FormatDetails() = default;
   virtual ~FormatDetails() = default;
-  FormatDetails(const FormatDetails&) = default;
-  FormatDetails& operator=(const FormatDetails&) = default;
+  FormatDetails(const FormatDetails&) = delete;
+  FormatDetails& operator=(const FormatDetails&) = delete;
 };
 
 struct PageHead {
@@ -33,7 +32,7 @@ struct PageHead {
   std::uint32_t height;
   bool color;
   Resolution resolution = {};
-  bool turned = false;  // by a quarter turn since it was read: its sides are exchanged
+  bool turned = false;  // by 90, 180 or 270 degrees since it was read
   std::shared_ptr<const FormatDetails> details = nullptr;
 
   bool hasShapeOf(const PageHead& other) const {
@@ -49,20 +48,14 @@ struct PageHead {
 // are above the cap of the input.
 PageHead checkedHead(const PageInput& in, std::uint64_t width, std::uint64_t height, bool color);
 
-// Offsets inside a plane stay below 2^31, whatever the cap is.
-inline constexpr std::uint64_t kLongestBand = std::uint64_t{1} << 30;
-
-// The lines that are quick to work on at a time: what they take stays in the processor's cache.
-std::uint32_t quickLines(const PageHead& head);
-
-// The lines of a band: as many as wanted, or quick where none are, as far as there are and the
-// input's cap allows. At least one, or the page is refused.
+// The lines of a band: the wanted number, or the quick one where it is 0, within the page and the
+// memory cap. The cap has room for a line of every checked page.
 std::uint32_t bandLines(const PageInput& in, const PageHead& head, std::uint32_t wanted = 0);
 
 // How pages with transparency are treated.
 struct Transparency {
   const char* hint = "flatten it onto a background";
-  std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is refused
+  std::optional<std::uint8_t> background = {};  // each sample of it; none: the page is rejected
 };
 
 class PageReader {

@@ -6,7 +6,7 @@
 
 #include "files/input.h"
 #include "formats/memoryCap.h"
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 
@@ -30,11 +30,13 @@ class PageInput : public Input {
   }
   // After a read that came back short: reports a failing device, or a file that ends early.
   [[noreturn]] void failShort(std::uint64_t line, const std::string& expected) const;
-  // Rejects work that needs so many bytes for lines, more than the cap allows.
+  // Rejects work that needs `bytes` bytes for lines, more than the cap allows.
   [[noreturn]] void failMemory(std::uint64_t line, const std::string& what,
                                std::uint64_t bytes) const;
 
  private:
+  std::string place() const override { return place(0); }
+
   MemoryCap memory_;
   std::uint64_t page_ = 0;
 };

@@ -77,13 +77,13 @@ struct Fault {
   auto& fault = *static_cast<Fault*>(png_get_error_ptr(png));
   std::snprintf(fault.text, sizeof fault.text, "%s", text);
   png_longjmp(png, 1);
-  std::abort();  // never come to, which the loaded function's type does not tell
+  std::abort();  // not reached; the type of the loaded function does not show that
 }
 
 void onWarning(png_structp, png_const_charp) {}
 
 void onRead(png_structp png, png_bytep data, std::size_t size) {
-  if (static_cast<Input*>(png_get_io_ptr(png))->read(data, size) != size) png_error(png, "");
+  if (static_cast<PageInput*>(png_get_io_ptr(png))->read(data, size) != size) png_error(png, "");
 }
 
 void onWrite(png_structp png, png_bytep data, std::size_t size) {
@@ -128,7 +128,7 @@ class PngReader final : public PageReader {
 
  private:
   bool hasTransparency() const;
-  void refuseUnsupported() const;
+  void rejectUnsupported() const;
   void flatten(std::uint8_t* line) const;
   [[noreturn]] void failRead() const;
 
@@ -153,7 +153,7 @@ void PngReader::readHead() {
     png_read_info(png_, info_);
   });
   if (!read) failRead();
-  refuseUnsupported();
+  rejectUnsupported();
   const bool color = (png_get_color_type(png_, info_) & PNG_COLOR_MASK_COLOR) != 0;
   head_ =
       checkedHead(in_, png_get_image_width(png_, info_), png_get_image_height(png_, info_), color);
@@ -175,16 +175,16 @@ void PngReader::readHead() {
   if (!prepared) failRead();
 }
 
-void PngReader::refuseUnsupported() const {
-  const auto refuse = [this](const char* what, const char* hint) {
+void PngReader::rejectUnsupported() const {
+  const auto reject = [this](const char* what, const char* hint) {
     in_.fail(ExitCode::unsupported, 0, what, " is not supported; ", hint);
   };
   if (png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE) {
-    refuse("interlaced PNG", "save it without interlacing");
+    reject("interlaced PNG", "save it without interlacing");
   }
-  if (png_get_bit_depth(png_, info_) == 16) refuse("16-bit PNG", "reduce it to 8 bits a sample");
+  if (png_get_bit_depth(png_, info_) == 16) reject("16-bit PNG", "reduce it to 8 bits a sample");
   if (hasTransparency() && !transparency_.background) {
-    refuse("PNG with transparency", transparency_.hint);
+    reject("PNG with transparency", transparency_.hint);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "formats/pnmPage.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
 #include <vector>
 

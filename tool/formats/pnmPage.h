@@ -5,12 +5,14 @@
 #include <memory>
 #include <span>
 
+#include "files/output.h"
 #include "formats/page.h"
+#include "formats/signature.h"
 
 namespace rast::tool {
 
-// True where a stream may begin so.
-constexpr bool isPnm(std::span<const std::uint8_t> start) { return start[0] == 'P'; }
+// True where `start` may begin an image of the Netpbm formats; one byte decides.
+constexpr bool isPnm(std::span<const std::uint8_t> start) { return beginsLike(start, "P"); }
 
 constexpr bool isPnmSpace(int byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
@@ -18,7 +20,7 @@ std::unique_ptr<PageReader> makePnmReader(PageInput& in);
 
 // PGM or PPM, whatever the page is.
 std::unique_ptr<PageWriter> makePnmWriter(Output& out);
-// Refuses samples that are neither black nor white.
+// Rejects samples that are neither black nor white.
 std::unique_ptr<PageWriter> makePbmWriter(Output& out);
 std::unique_ptr<PageWriter> makePamWriter(Output& out);
 

@@ -7,14 +7,17 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <optional>
+#include <iterator>
 #include <span>
 #include <string_view>
 #include <vector>
 
 #include "formats/sharedLibrary.h"
+#include "formats/signature.h"
 
 namespace rast::tool {
 
@@ -142,27 +145,24 @@ struct RasterDetails final : FormatDetails {
   Page page;
 };
 
-// A version of the format. Its streams begin with this word, or with the word reversed where
-// numbers have the least significant byte first.
+// A version of the format. Its streams begin with this word, or with the word reversed where numbers
+// have the least significant byte first.
 struct Version {
   std::string_view word;
+  std::string_view reversed;
   std::size_t headerBytes;
   bool isCompressed;
+
+  bool mayBegin(std::span<const std::uint8_t> start) const {
+    return beginsLike(start, word) || beginsLike(start, reversed);
+  }
 };
 
 constexpr Version kVersions[] = {
-    {"RaSt", sizeof(cups_page_header_t), false},
-    {"RaS2", sizeof(Page), true},
-    {"RaS3", sizeof(Page), false},
+    {"RaSt", "tSaR", sizeof(cups_page_header_t), false},
+    {"RaS2", "2SaR", sizeof(Page), true},
+    {"RaS3", "3SaR", sizeof(Page), false},
 };
-
-// These compare as many bytes as there are.
-bool isSpelled(const Version& version, std::span<const std::uint8_t> start) {
-  return std::ranges::equal(start, version.word.substr(0, start.size()));
-}
-bool isReversed(const Version& version, std::span<const std::uint8_t> start) {
-  return std::equal(start.begin(), start.end(), version.word.rbegin());
-}
 
 // Libcups reads from it: first the bytes that were read ahead, then the stream.
 struct Source {
@@ -238,10 +238,10 @@ class RasterStream final : public PageStream {
  public:
   RasterStream(PageInput& in, bool mayBeEmpty) : source_{in}, mayBeEmpty_(mayBeEmpty) {
     readAhead(word_, "a raster stream");
-    source_.version = *std::ranges::find_if(kVersions, [this](const Version& version) {
-      return isSpelled(version, word_) || isReversed(version, word_);
-    });
-    isSwapped_ = isSpelled(source_.version, word_) != (std::endian::native == std::endian::big);
+    source_.version = *std::ranges::find_if(
+        kVersions, [this](const Version& version) { return version.mayBegin(word_); });
+    isSwapped_ =
+        beginsLike(word_, source_.version.word) != (std::endian::native == std::endian::big);
     raster_.reset(cupsRasterOpenIO(onRead, &source_, CUPS_RASTER_READ));
     if (!raster_) throw std::bad_alloc();
   }
@@ -258,12 +258,13 @@ class RasterStream final : public PageStream {
     std::array<std::uint8_t, sizeof(Page)> buffer;
     const auto raw = std::span(buffer).first(source_.version.headerBytes);
     readAhead(raw, join("a page header of ", source_.version.headerBytes, " bytes"));
-    // Before libcups sees it, which allocates what it says.
+    // Checks the header before libcups, which allocates by its fields.
     Page page = decoded(raw, isSwapped_);
     const PageHead head = judged(in, page);
     if (cupsRasterReadHeader2(raster_.get(), &page) == 0) {
       in.fail(ExitCode::damaged, 0, "damaged page header: ", libraryError());
     }
+    source_.ahead = {};
     return std::make_unique<RasterReader>(source_, raster_.get(), head, page);
   }
 
@@ -504,9 +505,8 @@ std::string unsupportedIn(const cups_page_header2_t& page) {
 }
 
 bool isRaster(std::span<const std::uint8_t> start) {
-  return std::ranges::any_of(kVersions, [start](const Version& version) {
-    return isSpelled(version, start) || isReversed(version, start);
-  });
+  return std::ranges::any_of(kVersions,
+                             [start](const Version& version) { return version.mayBegin(start); });
 }
 
 std::unique_ptr<PageStream> openRaster(PageInput& in, bool mayBeEmpty) {

@@ -8,23 +8,25 @@
 #include <span>
 #include <string>
 
-#include "text/failure.h"
+#include "text/error.h"
+#include "files/output.h"
 #include "formats/page.h"
 
 namespace rast::tool {
 
-// True where a stream may begin so; four bytes decide.
+// True where `start` may begin a raster stream; four bytes decide.
 bool isRaster(std::span<const std::uint8_t> start);
 
 // A sound page of a kind that is not read.
-struct UnsupportedRaster : Failure {
+struct UnsupportedRaster : Error {
   bool isColor;
 };
 
 bool hasColor(const cups_page_header2_t& page);
-// Why pages with such a header are not read, and what is; empty if they are.
+// The reason why pages with such a header are not read, and the remedy; empty if they are read.
 std::string unsupportedIn(const cups_page_header2_t& page);
 
+// The stream must begin like raster.
 std::unique_ptr<PageStream> openRaster(PageInput& in, bool mayBeEmpty);
 std::unique_ptr<PageWriter> makeCupsWriter(Output& out);
 std::unique_ptr<PageWriter> makePwgWriter(Output& out);

@@ -2,7 +2,7 @@
 
 #include <dlfcn.h>
 
-#include "text/failure.h"
+#include "text/error.h"
 
 namespace rast::tool {
 

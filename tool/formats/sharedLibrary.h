@@ -42,8 +42,8 @@ class LibraryFunction {
   std::atomic<Function*> function_ = nullptr;
 };
 
-// Declares what stands for a function of the global namespace in the present one. A macro, because
-// type and name then cannot but belong together.
+// Declares a wrapper in this namespace for a function of the global namespace. A macro, so that type
+// and name agree.
 #define RAST_LIBRARY_FUNCTION(library, function) \
   constinit LibraryFunction<decltype(::function)> function(library, #function)
 

@@ -187,13 +187,13 @@ class TiffReader final : public PageReader {
 
  private:
   void checkCompression() const;
-  void refuseUnsupported() const;
+  void rejectUnsupported() const;
   void setLevels();
   void readPlane(std::uint16_t plane, std::uint8_t* stored);
   void readPlain(std::uint16_t plane, std::uint8_t* stored);
   void expand(std::uint8_t* line) const;
   template <class... Parts>
-  [[noreturn]] void refuse(const Parts&... parts) const {
+  [[noreturn]] void reject(const Parts&... parts) const {
     source_.in.fail(ExitCode::unsupported, 0, parts...);
   }
 
@@ -225,7 +225,7 @@ TiffReader::TiffReader(Source& source, TIFF* tiff)
   if (TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &photometric_) == 0) {
     source_.in.fail(ExitCode::damaged, 0, "damaged TIFF: no photometric interpretation");
   }
-  refuseUnsupported();
+  rejectUnsupported();
   head_ =
       checkedHead(source_.in, field<std::uint32_t>(tiff, TIFFTAG_IMAGEWIDTH),
                   field<std::uint32_t>(tiff, TIFFTAG_IMAGELENGTH),
@@ -252,11 +252,11 @@ TiffReader::TiffReader(Source& source, TIFF* tiff)
 // Comes first because libtiff also takes a codec that it lacks for a fault of the directory.
 void TiffReader::checkCompression() const {
   if (TIFFIsCODECConfigured(compression_) == 0 || compression_ == COMPRESSION_OJPEG) {
-    refuse("TIFF compression ", compression_, " is not supported; save it with LZW or without");
+    reject("TIFF compression ", compression_, " is not supported; save it with LZW or without");
   }
 }
 
-void TiffReader::refuseUnsupported() const {
+void TiffReader::rejectUnsupported() const {
   TIFF* const tiff = planes_[0];
   constexpr const char* orientations[] = {"top-right", "bottom-right", "bottom-left", "left-top",
                                           "right-top", "right-bottom", "left-bottom"};
@@ -264,18 +264,18 @@ void TiffReader::refuseUnsupported() const {
   const auto format = field<std::uint16_t>(tiff, TIFFTAG_SAMPLEFORMAT);
   const auto orientation = field<std::uint16_t>(tiff, TIFFTAG_ORIENTATION);
   if ((kind & FILETYPE_REDUCEDIMAGE) != 0) {
-    refuse("a thumbnail among TIFF pages is not supported; remove it from the file");
+    reject("a thumbnail among TIFF pages is not supported; remove it from the file");
   }
   if ((kind & FILETYPE_MASK) != 0 || photometric_ == PHOTOMETRIC_MASK) {
-    refuse("a mask among TIFF pages is not supported; remove it from the file");
+    reject("a mask among TIFF pages is not supported; remove it from the file");
   }
-  if (TIFFIsTiled(tiff) != 0) refuse("tiled TIFF is not supported; save it in strips");
+  if (TIFFIsTiled(tiff) != 0) reject("tiled TIFF is not supported; save it in strips");
   if (orientation != ORIENTATION_TOPLEFT) {
-    refuse("TIFF that begins at the ", orientations[orientation - ORIENTATION_TOPRIGHT],
+    reject("TIFF that begins at the ", orientations[orientation - ORIENTATION_TOPRIGHT],
            " is not supported; turn it to begin at the top-left");
   }
   if (format != SAMPLEFORMAT_UINT && format != SAMPLEFORMAT_VOID) {
-    refuse(format == SAMPLEFORMAT_INT ? "signed" : "floating-point",
+    reject(format == SAMPLEFORMAT_INT ? "signed" : "floating-point",
            " TIFF is not supported; convert it to 8 unsigned bits a sample");
   }
 
@@ -287,28 +287,28 @@ void TiffReader::refuseUnsupported() const {
       break;
     case PHOTOMETRIC_YCBCR:
       if (compression_ != COMPRESSION_JPEG || planar_) {
-        refuse("YCbCr TIFF other than interleaved JPEG is not supported; convert it to RGB");
+        reject("YCbCr TIFF other than interleaved JPEG is not supported; convert it to RGB");
       }
       [[fallthrough]];
     case PHOTOMETRIC_RGB:
       wanted = 3;
       break;
     case PHOTOMETRIC_SEPARATED:
-      refuse("CMYK TIFF is not supported; convert it to RGB");
+      reject("CMYK TIFF is not supported; convert it to RGB");
     case PHOTOMETRIC_CIELAB:
     case PHOTOMETRIC_ICCLAB:
     case PHOTOMETRIC_ITULAB:
-      refuse("Lab TIFF is not supported; convert it to RGB");
+      reject("Lab TIFF is not supported; convert it to RGB");
     default:
-      refuse("photometric interpretation ", photometric_,
+      reject("photometric interpretation ", photometric_,
              " of TIFF is not supported; convert it to gray or RGB");
   }
   const bool packs = wanted == 1 && (bits_ == 1 || bits_ == 2 || bits_ == 4);
   if (bits_ != 8 && !packs) {
-    refuse(bits_, "-bit TIFF is not supported; convert it to 8 bits a sample");
+    reject(bits_, "-bit TIFF is not supported; convert it to 8 bits a sample");
   }
   if (samples_ > wanted) {
-    refuse("TIFF with alpha or other extra samples is not supported; flatten it");
+    reject("TIFF with alpha or other extra samples is not supported; flatten it");
   }
   if (samples_ < wanted) {
     source_.in.fail(ExitCode::damaged, 0, "damaged TIFF: RGB of ", samples_, " samples a pixel");

@@ -6,13 +6,15 @@
 #include <memory>
 #include <span>
 
+#include "files/output.h"
 #include "formats/page.h"
+#include "formats/signature.h"
 
 namespace rast::tool {
 
-// True where a stream may begin so.
+// True where `start` may begin a TIFF file; one byte decides, so that a damaged one is called so.
 constexpr bool isTiff(std::span<const std::uint8_t> start) {
-  return start[0] == 'I' || start[0] == 'M';
+  return beginsLike(start, "I") || beginsLike(start, "M");
 }
 
 std::unique_ptr<PageStream> openTiff(PageInput& in);

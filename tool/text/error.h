@@ -19,14 +19,14 @@ enum class ExitCode {
   memory = 6,
 };
 
-struct Failure {
+struct Error {
   ExitCode code;
   std::string text;
 };
 
 template <class... Parts>
 [[noreturn]] void fail(ExitCode code, const Parts&... parts) {
-  throw Failure{code, join(parts...)};
+  throw Error{code, join(parts...)};
 }
 
 }  // namespace rast::tool

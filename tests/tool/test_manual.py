@@ -13,13 +13,14 @@ import time
 import unittest
 from pathlib import Path
 
-from test_rast import DONE, RAST, USAGE, RastTest, pgm, ppm, ramp
+from test_rast import DONE, RAST, RastTest, pgm, ppm, ramp
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 HEADERS = {"rast.h": ("librast", 12), "rast_chain.h": ("librastchain", 11)}  # functions of each
-FUNCTIONS = ROOT / "docs" / "manual" / "functions.py"
+MANUAL = ROOT / "docs" / "manual" / "manual.py"
 COMPLETION = ROOT / "tool" / "completion"
 MANUALS = os.environ.get("MANUALS") and Path(os.environ["MANUALS"])
+HAS_FILTER_PAGE = bool(MANUALS) and (MANUALS / "rasttoraster.8").exists()
 
 
 def words(text):
@@ -43,10 +44,21 @@ class ManualTest(RastTest):
     def assert_has(self, page, part):
         self.assertTrue(part in page, f"not there: {part}")
 
+    def made(self, *arguments):
+        options = ("--version", "1.2.3", "--folder", self.folder / "man")
+        return subprocess.run(
+            [sys.executable, MANUAL, *options, *arguments],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=20,
+        )
+
     def page(self, name):
-        done = self.run_rast("manual", name)
+        done = self.run_rast("help", "--json")
         self.assertEqual((done.returncode, done.stderr), (DONE, b""))
-        return done.stdout
+        told = self.file("help.json", done.stdout)
+        made = self.made("command", told, *(["--filter"] if HAS_FILTER_PAGE else []))
+        self.assertEqual((made.returncode, made.stderr), (0, b""))
+        (path,) = (self.folder / "man").glob(f"{name}.[17]")
+        return path.read_bytes()
 
     def help(self, *names):
         return self.run_rast("help", *names).stdout.decode()
@@ -109,17 +121,15 @@ class CommandPages(ManualTest):
                 expected = 1 if arguments[0] == "compare" else DONE
                 self.assertEqual((done.returncode, done.stderr), (expected, b""))
 
-    def test_other_pages(self):
-        for name in ("rast-op", ""):
-            self.assert_fails(self.run_rast("manual", name), USAGE, "manual page", "rast-ops")
-        self.assert_fails(self.run_rast("manual"), USAGE, "manual page", "expected rast or rast-ops")
-
     @unittest.skipUnless(MANUALS, "needs RAST_MANUALS")
     def test_pages_made_by_the_build(self):
-        self.assertEqual((MANUALS / "rast.1").read_bytes(), self.page("rast"))
-        self.assertEqual((MANUALS / "rast-ops.7").read_bytes(), self.page("rast-ops"))
+        version = self.run_rast("--version").stdout.decode().split()[1]
+        for name in ("rast.1", "rast-ops.7"):
+            built = (MANUALS / name).read_text(encoding="utf-8")
+            self.assertIn(f'"rast {version}"', built)
+            self.assertEqual(built, self.page(name[:-2]).decode().replace("1.2.3", version))
 
-    @unittest.skipUnless(MANUALS and (MANUALS / "rasttoraster.8").exists(), "needs CUPS and lowdown")
+    @unittest.skipUnless(HAS_FILTER_PAGE, "needs CUPS and lowdown")
     def test_print_filter(self):
         page = self.rendered((MANUALS / "rasttoraster.8").read_bytes())
         guide = (ROOT / "docs" / "print-queue.md").read_text(encoding="utf-8")
@@ -132,12 +142,8 @@ class CommandPages(ManualTest):
 
 
 class FunctionPages(ManualTest):
-    def made(self, name, text):
-        header = self.file(name, text.encode())
-        return subprocess.run(
-            [sys.executable, FUNCTIONS, header, "1.2.3", self.folder / "man"],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=20,
-        )
+    def made_of(self, name, text):
+        return self.made("functions", self.file(name, text.encode()))
 
     def text(self, name):
         return (ROOT / "include" / name).read_text(encoding="utf-8")
@@ -151,7 +157,7 @@ class FunctionPages(ManualTest):
         for name, (library, count) in HEADERS.items():
             shutil.rmtree(self.folder / "man", ignore_errors=True)
             text = self.text(name)
-            self.assertEqual(self.made(name, text).returncode, 0)
+            self.assertEqual(self.made_of(name, text).returncode, 0)
             prototypes = {}
             for block in text.split("\n/**")[1:]:
                 comment, declaration = block.split("*/", 1)
@@ -183,7 +189,7 @@ class FunctionPages(ManualTest):
         for name in HEADERS:
             with self.subTest(name):
                 text = self.text(name)
-                self.assertEqual(self.made(name, text).returncode, 0)
+                self.assertEqual(self.made_of(name, text).returncode, 0)
                 page = self.rendered((self.folder / "man" / f"{name}.3").read_bytes())
                 _, about, *blocks = ("\n" + text).split("\n/**")
                 self.assert_comment(page, about.split("*/")[0].split("\n", 3)[3])
@@ -200,15 +206,15 @@ class FunctionPages(ManualTest):
 
     def test_a_parameter_without_a_word(self):
         text = self.text("rast.h").replace("@param pCurve ", "@param pCurv ", 1)
-        done = self.made("rast.h", text)
+        done = self.made_of("rast.h", text)
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.stderr.decode(), r"\Afunctions.py: rastColGamma: [^\n]+\n\Z")
+        self.assertRegex(done.stderr.decode(), r"\Amanual.py: rastColGamma: [^\n]+\n\Z")
 
     def test_a_result_without_a_word(self):
         text = self.text("rast_chain.h").replace("@return length of", "Length of", 1)
-        done = self.made("rast_chain.h", text)
+        done = self.made_of("rast_chain.h", text)
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.stderr.decode(), r"\Afunctions.py: rastChainDescribe: [^\n]+\n\Z")
+        self.assertRegex(done.stderr.decode(), r"\Amanual.py: rastChainDescribe: [^\n]+\n\Z")
 
 
 class Completion(RastTest):
@@ -219,11 +225,10 @@ class Completion(RastTest):
 
     def test_names(self):
         every = self.candidates("")
-        for name in ("expgamma", "gray", "chain", "compare", "help", "manual"):
+        for name in ("expgamma", "gray", "chain", "compare", "help"):
             self.assertIn(name, every)
         self.assertEqual(self.candidates("col"), ["colgamma", "colbalance"])
         self.assertEqual(self.candidates("help", "inf"), ["info"])
-        self.assertEqual(self.candidates("manual", "rast-"), ["rast-ops"])
         self.assertEqual(self.candidates("nothing", ""), [])
         self.assertEqual(self.candidates(), [])
 

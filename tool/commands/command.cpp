@@ -23,8 +23,8 @@ constexpr CommonOption kOptions[] = {
     {'c', "chain", "FILE", "take the chain from a file, in which each line is a step too"},
     {'b', "band", "LINES",
      "lines in work at a time, 1..65536, limited by the memory cap;\n"
-     "default: a number that fits the processor's cache. The result\n"
-     "is always the same"},
+     "by default as many as fit the processor's cache. The result is\n"
+     "always the same"},
     {'m', "memory", "SIZE",
      "memory to keep within, such as 64M, at least 20M; default 256M.\n"
      "Pages that are kept in temporary files do not count"},
@@ -101,7 +101,7 @@ const Command* findCommand(const std::string& name) {
 const chain::Operation& operationNamed(const std::string& name) {
   if (const chain::Operation* found = chain::findOperation(name)) return *found;
   std::vector<std::string> known = chain::operationNames();
-  known.insert(known.begin(), {"help", "manual"});
+  known.insert(known.begin(), "help");
   for (const Command& command : kCommands) known.emplace_back(command.name);
   fail(ExitCode::usage, "unknown command '", name, "'", advice(name, known, "; see 'rast help'"));
 }

@@ -154,14 +154,9 @@ std::string completion(std::span<char* const> words) {
   if (words.size() == 1) {
     addNames(candidates);
     candidates.add("help", "describes a command");
-    candidates.add("manual", "a manual page, in the language of man");
     return candidates.lines();
   }
   if (words.size() == 2 && name == "help") addNames(candidates);
-  if (words.size() == 2 && name == "manual") {
-    candidates.add("rast", "the command");
-    candidates.add("rast-ops", "the operations");
-  }
   const chain::Operation* operation = chain::findOperation(name);
   const Command* command = findCommand(name);
   if (operation == nullptr && command == nullptr) return candidates.lines();

@@ -17,7 +17,6 @@
 #include "commands/command.h"
 #include "commands/completion.h"
 #include "commands/help.h"
-#include "commands/manual.h"
 #include "commands/run.h"
 #include "text/error.h"
 #include "files/file.h"
@@ -289,13 +288,13 @@ class JobParser {
 CommandLine parseCommandLine(int argc, char** argv) {
   if (argc < 2) fail(ExitCode::usage, "no operation given; see 'rast help'");
   const std::string first = argv[1];
-  const bool takesOne = first == "help" || first == "manual";
-  if (takesOne && argc > 3) fail(ExitCode::usage, "'", argv[3], "' is too much; see 'rast help'");
+  if (first == "help" && argc > 3)
+    fail(ExitCode::usage, "'", argv[3], "' is too much; see 'rast help'");
   if (first == "--version" || first == "-V") return "rast " RAST_TOOL_VERSION "\n";
   if (first == "--help" || first == "-h" || first == "help") {
-    return argc < 3 ? help() : help(argv[2]);
+    if (argc < 3) return help();
+    return std::string_view(argv[2]) == "--json" ? helpJson() : help(argv[2]);
   }
-  if (first == "manual") return manual(argc < 3 ? "" : argv[2]);
   if (first == "complete") {
     return completion(std::span(argv, static_cast<std::size_t>(argc)).subspan(2));
   }

@@ -1,20 +1,23 @@
 #!/usr/bin/env python3
-"""Writes the manual pages of section 3 from the comments of a header: one for each function, one for
-the header itself.
+"""Writes manual pages: of functions from the comments of a header, of the command from its help, of
+the print filter from its guide."""
 
-usage: functions.py HEADER VERSION FOLDER
-"""
-
+import argparse
+import json
 import re
+import subprocess
 import sys
 from pathlib import Path
 
 LIST_ITEM = re.compile(r"  (\d+\.|- [A-Z_]+:) +(.*)")
 
 
+ROFF = str.maketrans({"\\": "\\e", "-": "\\-", "'": "\\(aq", "^": "\\(ha", "~": "\\(ti"})
+
+
 def escaped(text):
-    text = text.replace("\\", "\\e").replace("-", "\\-").replace("'", "\\(aq").replace("^", "\\(ha")
-    return "\\&" + text if text.startswith(".") else text
+    # A line that begins with a full stop would be taken for a request.
+    return ("\\&" if text.startswith(".") else "") + text.translate(ROFF)
 
 
 def blocks(text):
@@ -115,7 +118,7 @@ def function_page(comment, prototype, library, header, version, records):
     description, parameters, result, notes = parts(comment)
     returns = not prototype.startswith("void ")
     if set(parameters) != set(re.findall(r"(\w+)[,)]", prototype)) or bool(result) != returns:
-        sys.exit(f"functions.py: {name}: parameters or result are not described as they are")
+        sys.exit(f"manual.py: {name}: parameters or result are not described as they are")
 
     summary = " ".join(description).split(".")[0]
     out = title(library, name, version, escaped(summary[0].lower() + summary[1:]))
@@ -134,8 +137,10 @@ def function_page(comment, prototype, library, header, version, records):
     return name, [*out, ".SH SEE ALSO", f".BR {header} (3)"]
 
 
-def pages(text, header, version):
-    """The lines of each page, by its name."""
+def header_pages(header, version):
+    """The page of a header and those of its functions: their lines, by their names."""
+    text = header.read_text(encoding="utf-8")
+    header = header.name
     constants, objects, records, functions = [], [], {}, []
     about, *rest = blocks("\n" + text)
     before = []  # by the comment before, of objects that stand together
@@ -168,13 +173,128 @@ def pages(text, header, version):
     return result
 
 
+def bold(text):
+    return f"\\fB{escaped(text)}\\fR"
+
+
+def italic(text):
+    return f"\\fI{escaped(text)}\\fR"
+
+
+def lines_of(text):
+    """A text of the help. A line that explains a word, as in "replace: a pixel whose", stays one."""
+    out = []
+    for line in text.split("\n"):
+        if out and re.match(r"[^ :]+: ", line):
+            out.append(".br")
+        out.append(escaped(line))
+    return out
+
+
+def items(entries):
+    out = []
+    for entry in entries:
+        out += [".TP", bold(entry["names"]) + italic(entry["argument"]), *lines_of(entry["text"])]
+        if entry["limits"]:
+            out += [".br", escaped(entry["limits"])]
+    return out
+
+
+def example(line):
+    return [".PP", "Example:", ".PP", ".EX", escaped(line), ".EE"]
+
+
+def heading(name, section, version, summary):
+    return [f'.TH {name.upper()} {section} "" "rast {version}"', ".SH NAME",
+            f"{escaped(name)} \\- {escaped(summary)}"]
+
+
+def see_also(*names):
+    return [".SH SEE ALSO", *(f".BR {escaped(name)} ({section})," for name, section in names[:-1]),
+            f".BR {escaped(names[-1][0])} ({names[-1][1]})"]
+
+
+def command_page(told, version, others):
+    out = heading("rast", 1, version, "raster filters for page images")
+    out += [".SH SYNOPSIS", ".nf", *map(escaped, told["usage"]), ".fi"]
+    out += [".SH DESCRIPTION", *lines_of(told["purpose"]), ".PP", *lines_of(told["operands"])]
+    out += [*lines_of(told["files"]), ".SH OPERATIONS", "They are described in", ".BR rast\\-ops (7)."]
+    for operation in told["operations"]:
+        out += [".TP", bold(operation["name"])]
+        out.append(f"{escaped(operation['summary'])} ({operation['pages']})")
+    out.append(".SH COMMANDS")
+    for command in told["commands"]:
+        name = escaped(command["name"])
+        out += [f".SS {name}", f".B rast {name}", "[OPTION]..." + escaped(command["operands"])]
+        out += [".PP", bold(command["summary"]) + ".", ".PP", *lines_of(command["details"])]
+        out += [".PP", "Options:", ".B " + escaped(command["options"]), *example(command["example"])]
+    out += [".SH OPTIONS", *items(told["options"]), ".SH EXIT STATUS"]
+    for status in told["exit_statuses"]:
+        out += [".TP", f".B {status['status']}", escaped(status["meaning"])]
+    out += [".SH ENVIRONMENT", ".TP", ".B TMPDIR", *lines_of(told["stored_pages"])]
+    return out + see_also(("rast-ops", 7), *others)
+
+
+def operations_page(told, version):
+    out = heading("rast-ops", 7, version, "the operations of rast")
+    out += [".SH DESCRIPTION", "Each may be given to", ".BR rast (1)"]
+    out += [f"alone, or as a step of a chain, where {bold('--name value')} is"]
+    out += [f"{bold('name=value')} and {bold('--name')} alone is", f"{bold('name')}."]
+    out.append("Results are in integer arithmetic and the same on every machine.")
+    for operation in told["operations"]:
+        out += [f".SH {operation['name'].upper()}", ".B " + escaped(operation["usage"]), ".PP"]
+        out += [f"{bold(operation['summary'])}, for {operation['pages']}.", ".PP"]
+        out += lines_of(operation["details"])
+        if operation["keeps_pages"]:
+            out += lines_of(told["stored_pages"])
+        out += [*items(operation["parameters"]), *example(operation["example"])]
+    return out + see_also(("rast", 1), ("rast.h", 3))
+
+
+def filter_page(guide, version, lowdown):
+    """The guide below its title, after name and use."""
+    command = [lowdown, "-Tman", "-m", "shiftheadinglevelby=-1", guide]
+    text = subprocess.run(command, check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
+    title_of_guide = re.match(r"\.SH\n[^\n]+\n\.LP\n", text)
+    if not title_of_guide:
+        sys.exit(f"manual.py: {guide}: lowdown does not begin its page with the title")
+    text = re.sub(r"(\.SH\n[^\n]+\n)\.LP\n", r"\1", text[title_of_guide.end():])
+    return [f'.TH rasttoraster 8 "" "rast {version}"', ".SH NAME",
+            "rasttoraster \\- raster filters in a print queue", ".SH SYNOPSIS", ".B rasttoraster",
+            ".I job user title copies options", ".RI [ file ]", ".SH DESCRIPTION",
+            *text.replace("\\fC", "\\fB").rstrip("\n").split("\n"),
+            *see_also(("rast", 1), ("rast-ops", 7), ("cupsd.conf", 5))]
+
+
 def main():
-    if len(sys.argv) != 4:
-        sys.exit(__doc__)
-    header, folder = Path(sys.argv[1]), Path(sys.argv[3])
-    folder.mkdir(parents=True, exist_ok=True)
-    for name, lines in pages(header.read_text(encoding="utf-8"), header.name, sys.argv[2]).items():
-        (folder / f"{name}.3").write_text("\n".join(lines) + "\n", encoding="utf-8")
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--version", required=True, help="of the project")
+    parser.add_argument("--folder", required=True, type=Path, help="for the pages")
+    kinds = parser.add_subparsers(dest="kind", required=True)
+    functions = kinds.add_parser("functions", help="NAME.3 for each function, and for the header")
+    functions.add_argument("header", type=Path)
+    command = kinds.add_parser("command", help="rast.1 and rast-ops.7")
+    command.add_argument("help", type=Path, help="what 'rast help --json' prints")
+    command.add_argument("--filter", action="store_true", help="there is a page of the print filter")
+    guide = kinds.add_parser("filter", help="rasttoraster.8")
+    guide.add_argument("guide", type=Path)
+    guide.add_argument("--lowdown", default="lowdown", help="the program lowdown")
+    options = parser.parse_args()
+
+    if options.kind == "functions":
+        made = header_pages(options.header, options.version)
+        made = {f"{name}.3": lines for name, lines in made.items()}
+    elif options.kind == "command":
+        told = json.loads(options.help.read_text(encoding="utf-8"))
+        others = [("rasttoraster", 8)] if options.filter else []
+        made = {"rast.1": command_page(told, options.version, others),
+                "rast-ops.7": operations_page(told, options.version)}
+    else:
+        page = filter_page(options.guide, options.version, options.lowdown)
+        made = {"rasttoraster.8": page}
+    options.folder.mkdir(parents=True, exist_ok=True)
+    for name, lines in made.items():
+        (options.folder / name).write_text("\n".join(lines) + "\n", encoding="utf-8")
 
 
 if __name__ == "__main__":

@@ -113,7 +113,7 @@ TEST_P(MemoryOf, StaysWithinTheCap) {
   Random random(1);
   const Picture in = randomPicture(2500, 90, components, random);
   for (const uint32_t lines : {0U, 1U, 65536U}) {
-    for (const uint64_t times : {1, 2, 10}) {
+    for (const uint64_t times : {1U, 2U, 10U}) {
       for (int way = 0; way < 4; ++way) {
         const ChainPointer chain = open(0, lines, way == 3);
         if (chain == nullptr) return;

@@ -16,6 +16,7 @@ int main(void) {
   uint8_t* const page = malloc(size);
   if (!page || fread(page, 1, size, stdin) != size) {
     fputs("the page ends early\n", stderr);
+    free(page);
     return 1;
   }
 
@@ -24,10 +25,10 @@ int main(void) {
   const RastArea area = {.nLineWidth = width, .nWidth = width, .nHeight = height};
   const RastPlaneSet planes = {
       .pIn = {0, 0, 0, page}, .pOut = {0, 0, 0, page}, .nSize = width * height};
-  if (rastColGamma(&area, &planes, curve) != RAST_OK) return 1;
+  const int curved = rastColGamma(&area, &planes, curve) == RAST_OK;
 
-  printf("P5\n%d %d\n255\n", width, height);
-  const int complete = fwrite(page, 1, size, stdout) == size && fflush(stdout) == 0;
+  if (curved) printf("P5\n%d %d\n255\n", width, height);
+  const int complete = curved && fwrite(page, 1, size, stdout) == size && fflush(stdout) == 0;
   free(page);
   return complete ? 0 : 1;
 }

@@ -11,7 +11,7 @@ PageHead checkedHead(const PageInput& in, std::uint64_t width, std::uint64_t hei
     in.fail(ExitCode::damaged, 0, "the page size is out of range; expected 1 to ", INT32_MAX,
             " columns and lines");
   }
-  const PageHead head{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), color};
+  PageHead head{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), color};
   if (head.workBytes() > in.memory().forLines()) {
     in.failMemory(0, join("a line of the page, ", width, " columns,"), head.workBytes());
   }

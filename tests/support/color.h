@@ -1,5 +1,5 @@
-// What the tests of the operations on color planes share: calls on several lines, the planes that
-// they must leave, and the argument checks that recur.
+// The shared parts of the tests of operations on color planes: calls on several lines, the planes that
+// they must leave, and argument checks.
 #pragma once
 
 #include <gtest/gtest.h>

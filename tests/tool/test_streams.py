@@ -294,7 +294,7 @@ class Signals(StreamsTest):
 
 
 class Many(StreamsTest):
-    # Of one band and of many, gray and color, in turns.
+    # Pages of one band and of many, gray and color, in turns.
     SHAPES = ((pgm, 9, 4), (ppm, 30, 40), (pgm, 300, 50), (ppm, 1, 1))
 
     def stream(self, count, shapes=SHAPES):

@@ -375,6 +375,9 @@ constexpr Operation kTable[] = {
 
 }  // namespace
 
+const char kImageFromStandardInput[] = "--with: standard input is for pages; expected a file";
+const char kBackgroundRemedy[] = "give --flatten black or --flatten white";
+
 std::span<const Operation> operations() { return kTable; }
 
 const Operation* findOperation(const std::string& name) {

@@ -39,6 +39,11 @@ struct Operation {
 
 std::span<const Operation> operations();
 
+// Errors of programs that read the image of an overlay from files: a name for standard input, and the
+// remedy for a transparent image without a background.
+extern const char kImageFromStandardInput[];
+extern const char kBackgroundRemedy[];
+
 // Null where there is no such operation.
 const Operation* findOperation(const std::string& name);
 

@@ -61,13 +61,7 @@ class ReducedPage final : public FilteredPage {
   // False where lines of the band are still to come.
   bool makeBand() {
     const std::uint32_t wanted = std::min(most_, before_.page().nHeight - read_);
-    const std::size_t width = before_.page().nWidth;
-    while (gathered_ < wanted) {
-      const Planes rest = drawn_->planes().from(gathered_ * width);
-      const std::uint32_t count = before_.draw(rest, wanted - gathered_);
-      if (count == 0) return false;
-      gathered_ += count;
-    }
+    if (!before_.gather(drawn_->planes(), gathered_, wanted)) return false;
     if (!apply(drawn_->planes(), made_.planes(), wanted)) return false;
     read_ += wanted;
     gathered_ = 0;

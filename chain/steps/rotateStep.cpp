@@ -28,7 +28,7 @@ class TurnedPage final : public LineSource {
 
  private:
   std::uint32_t drawSome(const Planes& planes, std::uint32_t lines) override {
-    if (!stored_.isComplete() && !(gather() && accumulate())) return 0;
+    if (!stored_.isComplete() && !(store() && accumulate())) return 0;
     if (ready_.count == 0) {
       if (lines >= std::min(most_, page().nHeight - turned_)) return turnBand(planes);
       if (!leaving_) leaving_.emplace(page().nWidth, page().nComponents, most_);
@@ -45,16 +45,10 @@ class TurnedPage final : public LineSource {
   }
 
   // False while lines are still to come.
-  bool gather() {
+  bool store() {
     while (!stored_.isComplete()) {
       const std::uint32_t wanted = std::min(storedTogether_, stored_.missing());
-      while (gathered_ < wanted) {
-        const Planes rest =
-            entering_->planes().from(std::size_t{gathered_} * before_.page().nWidth);
-        const std::uint32_t count = before_.draw(rest, wanted - gathered_);
-        if (count == 0) return false;
-        gathered_ += count;
-      }
+      if (!before_.gather(entering_->planes(), gathered_, wanted)) return false;
       if (!stored_.append(entering_->planes(), wanted, context_)) return false;
       gathered_ = 0;
     }
@@ -101,7 +95,7 @@ class TurnedPage final : public LineSource {
   std::uint32_t most_;            // lines of a band
   std::uint32_t storedTogether_;  // lines
   std::uint32_t gathered_ = 0;
-  std::optional<PackedLines> entering_;
+  std::optional<PackedLines> entering_;  // until the page is stored
   StoredPage stored_;
   RastRotateCtx bands_ = {};
   std::uint32_t turned_ = 0;

@@ -72,6 +72,18 @@ class LineSource {
     return count;
   }
 
+  // Draws to the planes until they hold `wanted` lines, of which `gathered` are there. False where the
+  // caller must hand in lines first, and after a failure.
+  bool gather(const Planes& planes, std::uint32_t& gathered, std::uint32_t wanted) {
+    while (gathered < wanted) {
+      const Planes rest = planes.from(std::size_t{gathered} * page_.nWidth);
+      const std::uint32_t count = draw(rest, wanted - gathered);
+      if (count == 0) return false;
+      gathered += count;
+    }
+    return true;
+  }
+
  protected:
   // The lines belong to the step that is at work now.
   LineSource(const Page& page, Context& context)

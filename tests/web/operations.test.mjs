@@ -39,7 +39,7 @@ function byCommand(image, chain, files) {
 }
 
 function byModule(image, chain, files) {
-  const readImage = (name, background) => opaque(name, files.get(name), background);
+  const readImage = (name, ...rest) => opaque(name, files.get(name), ...rest);
   try {
     return Buffer.from(encodePnm(run(module, chain, image, readImage, files)));
   } catch (error) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "formats/format.h"
+#include "operations/operations.h"
 #include "steps/planes.h"
 #include "text/error.h"
 
@@ -63,10 +64,10 @@ bool readLines(PageReader& reader, RastChainImage* image) {
 void readOneImage(const std::string& name, int background, const MemoryCap& memory,
                   RastChainImage* image) {
   if (name == "-") {
-    fail(ExitCode::usage, "--with: standard input is for pages; expected a file");
+    fail(ExitCode::usage, chain::kImageFromStandardInput);
   }
   PageInput in(name, memory);
-  Transparency transparency{"give --flatten black or --flatten white", {}};
+  Transparency transparency{chain::kBackgroundRemedy, {}};
   if (background != RAST_CHAIN_NO_BACKGROUND) {
     transparency.background = static_cast<std::uint8_t>(background);
   }

@@ -46,7 +46,8 @@ export function describe(module) {
 }
 
 // The image that a chain makes of a page. readImage gives an image by its name, on a background of
-// 0 or 255, or on none: -1. Curves and matrices are read from texts, by their names.
+// 0 or 255, or on none: -1, with the remedy for a transparent image. Curves and matrices are read
+// from texts, by their names.
 export function run(module, chain, page, readImage, texts) {
   let result;
   let written = 0;
@@ -73,9 +74,9 @@ export function run(module, chain, page, readImage, texts) {
       result.samples.set(bytesAt(exports, from, size), written);
       written += size;
     },
-    openImage(name, background, ...members) {
+    openImage(name, background, remedy, ...members) {
       try {
-        overlay = readImage(textAt(exports, name), background);
+        overlay = readImage(textAt(exports, name), background, textAt(exports, remedy));
       } catch (error) {
         fault = error;
         return false;

@@ -50,10 +50,9 @@ export function flattened({width, height, components, samples, alpha}, backgroun
 }
 
 // For an overlay, on the background that the step names, or -1. Refused as by the command.
-export function opaque(name, image, background) {
+export function opaque(name, image, background, remedy) {
   if (!image.alpha) return image;
   if (background >= 0) return flattened(image, background);
-  const remedy = "give --flatten black or --flatten white";
   throw new Error(`${name}: page 1: PNG with transparency is not supported; ${remedy}`);
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "operations/operations.h"
 #include "operations/refusal.h"
 #include "text/text.h"
 
@@ -30,9 +31,11 @@ extern "C" {
                                                    std::uint32_t components);
 [[clang::import_name("writeLines")]] void writeLines(const std::uint8_t* lines,
                                                      std::uint32_t count);
-// Makes the image of this name the overlay and fills in its size; false where it cannot be had.
+// Makes the image of this name the overlay and fills in its size; false where it cannot be had. The
+// remedy is for a transparent image without a background.
 [[clang::import_name("openImage")]] bool openImage(const char* name, int background,
-                                                   std::uint32_t* width, std::uint32_t* height,
+                                                   const char* remedy, std::uint32_t* width,
+                                                   std::uint32_t* height,
                                                    std::uint32_t* components);
 // The text of this name, in memory that the page has allocated; null where there is none.
 [[clang::import_name("readText")]] char* readText(const char* name);
@@ -77,7 +80,10 @@ void readPage(Source source, const RastChainPage& page, const Take& take) {
 
 int readImage(void*, const char* name, int background, RastChainImage* image) {
   RastChainPage page = {};
-  if (!openImage(name, background, &page.nWidth, &page.nHeight, &page.nComponents)) return 1;
+  if (!openImage(name, background, rast::chain::kBackgroundRemedy, &page.nWidth, &page.nHeight,
+                 &page.nComponents)) {
+    return 1;
+  }
   if (rastChainImageBegin(image, &page) != RAST_CHAIN_OK) return 0;
   readPage(kOverlay, page, [image](const RastChainLines& lines) {
     return rastChainImageLines(image, &lines) == RAST_CHAIN_OK;

@@ -56,7 +56,7 @@ const work = {
 
   // Without a step, the page stays as it is.
   async run({page, chain, texts}) {
-    const overlay = (name, background) => opaque(name, images.get(name), background);
+    const overlay = (name, ...rest) => opaque(name, images.get(name), ...rest);
     const began = performance.now();
     const image = images.get(page);
     result = chain === "" ? image : run(engine, chain, image, overlay, texts);

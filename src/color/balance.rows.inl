@@ -10,8 +10,10 @@ inline U16 mixed(U16 gray, U16 chroma) { return (((255 - gray) * chroma) >> 8) +
 
 void balanceRow(const ColorRow& whole, const uint8_t* curves) {
   const Reciprocals reciprocals;
+  const Lookup lookups[] = {Lookup(curves), Lookup(curves + 256), Lookup(curves + 2 * 256),
+                            Lookup(curves + 3 * 256)};
   sweep<Order::straight>(whole, [&](const ColorRow& row) {
-    eachBlock(row, [&](ColorRow block) {
+    eachBlock<Order::straight>(row, [&](const ColorRow& block) {
       uint8_t chroma[3][kBlock];
       uint8_t gray[kBlock];
       for (size_t x = 0; x < block.width; x += kBytes) {
@@ -27,8 +29,8 @@ void balanceRow(const ColorRow& whole, const uint8_t* curves) {
         }
         store(gray + x, least);
       }
-      for (size_t k = 0; k < 3; ++k) lookUpBlock(chroma[k], block.width, curves + 256 * k);
-      lookUpBlock(gray, block.width, curves + 256 * 3);
+      for (size_t k = 0; k < 3; ++k) lookUpBlock(chroma[k], block.width, lookups[k]);
+      lookUpBlock(gray, block.width, lookups[3]);
       for (size_t x = 0; x < block.width; x += kBytes) {
         const U8 g = load(gray + x);
         for (size_t k = 0; k < 3; ++k) {

@@ -7,48 +7,54 @@ inline I16 pairOf(int16_t even, int16_t odd) {
   return v;
 }
 
-template <Order order>
-void matrixRow(const ColorRow& whole, const ColorMatrix& matrix) {
-  const I16 none{};
-  I16 first[3];
-  I16 second[3];
-  U32 constant[3];
-  U32 offset[3];
-  for (size_t k = 0; k < 3; ++k) {
-    first[k] = pairOf(matrix.weight[k][0], matrix.weight[k][1]);
-    second[k] = pairOf(matrix.weight[k][2], 0);
+// Components are taken in pairs, of which the last may be one component and zeros.
+template <Order order, size_t N>
+void matrixRow(const Row<N>& whole, const Matrix<N>& matrix) {
+  constexpr size_t kPairs = (N + 1) / 2;
+  I16 factors[N][kPairs];
+  U32 constant[N];
+  U32 offset[N];
+  for (size_t k = 0; k < N; ++k) {
+    for (size_t p = 0; p < kPairs; ++p) {
+      const size_t odd = 2 * p + 1;
+      factors[k][p] = pairOf(matrix.weight[k][2 * p], odd < N ? matrix.weight[k][odd] : int16_t{0});
+    }
     constant[k] = splat((uint32_t)matrix.constant[k]);
     offset[k] = splat((uint32_t)matrix.offset[k]);
   }
   const U8 invert = splat(matrix.invert);
-  sweep<order>(whole, [&](ColorRow row) {
-    for (size_t x = 0; x < row.width; x += kBytes) {
-      I16 half[3][2];
-      for (size_t k = 0; k < 3; ++k) {
-        const U8 samples = load(row.in[k] + x);
-        half[k][0] = (I16)widenLow(samples);
-        half[k][1] = (I16)widenHigh(samples);
-      }
-      I16 ab[4];
-      I16 c[4];
-      for (size_t i = 0; i < 2; ++i) {
-        ab[2 * i] = zipLow(half[0][i], half[1][i]);
-        ab[2 * i + 1] = zipHigh(half[0][i], half[1][i]);
-        c[2 * i] = zipLow(half[2][i], none);
-        c[2 * i + 1] = zipHigh(half[2][i], none);
-      }
-      for (size_t k = 0; k < 3; ++k) {
-        U32 sum[4];
-        for (size_t i = 0; i < 4; ++i) {
-          sum[i] = (U32)dotPairs(ab[i], first[k]) + (U32)dotPairs(c[i], second[k]) + constant[k];
+  sweep<order>(whole, [&](const Row<N>& row) {
+    eachBlock<order>(row, [&](const Row<N>& block) {
+      for (size_t x = 0; x < block.width; x += kBytes) {
+        I16 half[2 * kPairs][2] = {};
+        for (size_t k = 0; k < N; ++k) {
+          const U8 samples = load(block.in[k] + x);
+          half[k][0] = (I16)widenLow(samples);
+          half[k][1] = (I16)widenHigh(samples);
         }
-        const U8 v = samplesOf(sum, offset[k], invert);
-        if (order == Order::mirrored) {
-          store(row.out[k] + row.width - kBytes - x, mirror(v));
-        } else {
-          store(row.out[k] + x, v);
+        I16 pairs[kPairs][4];
+        for (size_t p = 0; p < kPairs; ++p) {
+          for (size_t i = 0; i < 2; ++i) {
+            pairs[p][2 * i] = zipLow(half[2 * p][i], half[2 * p + 1][i]);
+            pairs[p][2 * i + 1] = zipHigh(half[2 * p][i], half[2 * p + 1][i]);
+          }
+        }
+        for (size_t k = 0; k < N; ++k) {
+          U32 sum[4];
+          for (size_t i = 0; i < 4; ++i) {
+            sum[i] = constant[k];
+            for (size_t p = 0; p < kPairs; ++p) {
+              sum[i] += (U32)dotPairs(pairs[p][i], factors[k][p]);
+            }
+          }
+          const U8 v = samplesOf(sum, offset[k], invert);
+          if (order == Order::mirrored) {
+            store(block.out[k] + block.width - kBytes - x, mirror(v));
+          } else {
+            store(block.out[k] + x, v);
+          }
         }
       }
-    }
+    });
   });
 }

@@ -94,11 +94,13 @@ void mono(const RastArea& area, const uint8_t* in, uint8_t* out, const Source& s
 
 uint8_t invertMask(int16_t reverse) { return reverse == kReversed ? 0xFF : 0; }
 
-ColorMatrix matrixOf(const RastHueParam& param) {
-  ColorMatrix matrix;
-  for (size_t k = 0; k < 3; ++k) {
+/// The matrix of the first N components.
+template <size_t N>
+Matrix<N> matrixOf(const RastHueParam& param) {
+  Matrix<N> matrix;
+  for (size_t k = 0; k < N; ++k) {
     WrappingSum constant;
-    for (size_t j = 0; j < 3; ++j) {
+    for (size_t j = 0; j < N; ++j) {
       matrix.weight[k][j] = param.nMatrix[k][j];
       constant.addProduct(param.nMatrix[j][3], param.nMatrix[k][j]);
     }
@@ -147,7 +149,7 @@ void colorDirect(const Rows* rows, const RastArea& area, const ColorPlanes& plan
     definition::color(area, planes, param, mirror);
     return;
   }
-  const ColorMatrix matrix = matrixOf(param);
+  const ColorMatrix matrix = matrixOf<3>(param);
   const auto kernel = mirror ? rows->matrixMirrored : rows->matrix;
   eachRow(area, planes, [&](const ColorRow& row) { kernel(row, matrix); });
 }
@@ -166,21 +168,39 @@ void colorThroughLut(const Rows* rows, const RastArea& area, const ColorPlanes& 
   }
 }
 
-/// A mono result depends on one sample alone, so the kernel is a curve.
+/// A mono result depends on one sample alone, as a curve's does.
 template <class Source>
-void mono(const Rows* rows, const RastArea& area, const RastPlaneSet& set, const Source& source,
-          bool mirror, bool sourceApart) {
-  const uint8_t* const in[] = {set.pIn[3]};
-  uint8_t* const out[] = {set.pOut[3]};
-  const InPlace inPlace = mirror ? InPlace::refused : InPlace::served;
-  if (!rows || !sourceApart || !planesApart(in, out, area.nWidth, inPlace)) {
-    definition::mono(area, in[0], out[0], source, mirror);
-    return;
-  }
+void monoByCurve(const Rows& rows, const RastArea& area, const uint8_t* const (&in)[1],
+                 uint8_t* const (&out)[1], const Source& source, bool mirror) {
   uint8_t curve[256];
   for (size_t i = 0; i < 256; ++i) curve[i] = monoSample(source, static_cast<uint8_t>(i));
-  const auto kernel = mirror ? rows->curveMirrored : rows->curve;
+  const auto kernel = mirror ? rows.curveMirrored : rows.curve;
   eachLine(area, [&](ptrdiff_t line) { kernel(rowOf(in, out, line, area.nWidth), curve); });
+}
+
+void monoDirect(const Rows* rows, const RastArea& area, const uint8_t* const (&in)[1],
+                uint8_t* const (&out)[1], const RastHueParam& param) {
+  const bool mirror = param.nMirror != 0;
+  const InPlace inPlace = mirror ? InPlace::refused : InPlace::served;
+  if (!rows || !planesApart(in, out, area.nWidth, inPlace)) {
+    definition::mono(area, in[0], out[0], param, mirror);
+  } else if (const auto kernel = mirror ? rows->monoMatrixMirrored : rows->monoMatrix) {
+    const MonoMatrix matrix = matrixOf<1>(param);
+    eachLine(area, [&](ptrdiff_t line) { kernel(rowOf(in, out, line, area.nWidth), matrix); });
+  } else {
+    monoByCurve(*rows, area, in, out, param, mirror);
+  }
+}
+
+void monoThroughLut(const Rows* rows, const RastArea& area, const uint8_t* const (&in)[1],
+                    uint8_t* const (&out)[1], const RastHueLut& lut) {
+  const bool served =
+      rows && planesApart(in, out, area.nWidth) && linesApart(area, out, &lut, sizeof lut);
+  if (served) {
+    monoByCurve(*rows, area, in, out, lut, false);
+  } else {
+    definition::mono(area, in[0], out[0], lut, false);
+  }
 }
 
 void trace(bool color, const RastHueParam& param) {
@@ -207,6 +227,8 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
   const RastArea area = *pArea;
   const RastPlaneSet set = *pPlanes;
   const bool color = set.pIn[0] != nullptr;
+  const uint8_t* const in[] = {set.pIn[3]};
+  uint8_t* const out[] = {set.pOut[3]};
 
   if (!pLut) {
     const RastHueParam param = *pParam;
@@ -214,7 +236,7 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
     if (color) {
       colorDirect(rows, area, ColorPlanes(set), param);
     } else {
-      mono(rows, area, set, param, param.nMirror != 0, true);
+      monoDirect(rows, area, in, out, param);
     }
     return RAST_OK;
   }
@@ -223,8 +245,7 @@ uint32_t hueAdjust(const Rows* rows, const RastArea* pArea, const RastPlaneSet* 
   if (color) {
     colorThroughLut(rows, area, ColorPlanes(set), *pLut);
   } else {
-    uint8_t* const out[] = {set.pOut[3]};
-    mono(rows, area, set, *pLut, false, linesApart(area, out, pLut, sizeof *pLut));
+    monoThroughLut(rows, area, in, out, *pLut);
   }
   return RAST_OK;
 }

@@ -40,6 +40,9 @@ uint32_t rotateSockOutput(const Rows* rows, const RastRotateBand* pBand, RastRot
 uint32_t zoom(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
               const RastZoomParam* pParam);
 
+uint32_t imageShift(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
+                    const RastShiftParam* pParam, uint32_t nPlaneMode);
+
 /// The level, or none where a rectangle is so narrow or small that the preparations of kernels for
 /// a line or a call take longer than looking up its few samples one by one.
 inline const Rows* repaid(const Rows* rows, const RastArea* pArea) {

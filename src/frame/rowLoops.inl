@@ -50,26 +50,101 @@ inline void sweep(const Row<N, M>& row, Body body) {
   }
 }
 
-// A block of a row in short stages, each with few enough constants for the registers; the block
-// stays in the first-level cache.
+// Samples of a block of a row, which stay in the first-level cache while a kernel works in stages.
 constexpr size_t kBlock = 512;
 
-// Looks up all samples of a block of whole registers, in place.
-inline void lookUpBlock(uint8_t* block, size_t width, const uint8_t* table) {
-  const Lookup lookup(table);
-  for (size_t x = 0; x < width; x += kBytes) store(block + x, lookup(load(block + x)));
+// True where the register of samples at x of every plane is the same as the one before it. Most
+// registers of a noisy page already differ in a word of the first plane.
+template <size_t N, size_t M>
+inline bool repeats(const Row<N, M>& row, size_t x) {
+  uint64_t word;
+  uint64_t before;
+  __builtin_memcpy(&word, row.in[0] + x, sizeof word);
+  __builtin_memcpy(&before, row.in[0] + x - kBytes, sizeof before);
+  if (word != before) return false;
+  U8 differences{};
+  for (size_t k = 0; k < N; ++k) {
+    differences |= load(row.in[k] + x) ^ load(row.in[k] + x - kBytes);
+  }
+  return isZero(differences);
 }
 
-// Calls `work` with each block of a row of whole registers.
-template <class Work>
-inline void eachBlock(const ColorRow& row, Work work) {
-  ColorRow block = row;
-  for (size_t x = 0; x < row.width; x += kBlock) {
-    for (size_t k = 0; k < 3; ++k) {
-      block.in[k] = row.in[k] + x;
-      block.out[k] = row.out[k] + x;
+// Calls `work` with blocks of a row of whole registers, and copies what it wrote where registers of
+// samples repeat the one before them, as on the paper of a page. Repeats are looked for at every
+// 128th sample of a block: noise pays next to nothing, and paper goes on for a thousand samples and
+// more. Samples are compared before `work` may overwrite them.
+template <Order order, size_t N, size_t M, class Work>
+inline void eachBlock(const Row<N, M>& row, Work work) {
+  constexpr size_t kStep = 128;
+  Row<N, M> block;
+  for (size_t x = 0; x < row.width;) {
+    const size_t most = row.width - x < kBlock ? row.width : x + kBlock;
+    size_t end = x + kStep;
+    while (end < most && !repeats(row, end)) end += kStep;
+    const bool repeated = end < most;
+    if (!repeated) end = most;
+    for (size_t k = 0; k < N; ++k) block.in[k] = row.in[k] + x;
+    for (size_t k = 0; k < M; ++k) {
+      block.out[k] = row.out[k] + (order == Order::mirrored ? row.width - end : x);
     }
-    block.width = row.width - x < kBlock ? row.width - x : kBlock;
+    block.width = end - x;
+    x = end;
+    if (!repeated) {
+      work(block);
+      continue;
+    }
+    U8 same[N];
+    for (size_t k = 0; k < N; ++k) same[k] = load(row.in[k] + x);
     work(block);
+    U8 result[M];
+    for (size_t k = 0; k < M; ++k) {
+      result[k] = load(block.out[k] + (order == Order::mirrored ? 0 : block.width - kBytes));
+    }
+    for (; x < row.width; x += kBytes) {
+      U8 differences{};
+      for (size_t k = 0; k < N; ++k) differences |= load(row.in[k] + x) ^ same[k];
+      if (!isZero(differences)) break;
+      for (size_t k = 0; k < M; ++k) {
+        store(row.out[k] + (order == Order::mirrored ? row.width - kBytes - x : x), result[k]);
+      }
+    }
   }
+}
+
+template <Order order, size_t n, class Table>
+inline void lookUpAt(const MonoRow& row, const Table& table, size_t x) {
+  U8 v[n];
+  for (size_t k = 0; k < n; ++k) v[k] = load(row.in[0] + x + k * kBytes);
+  table.replace(v);
+  for (size_t k = 0; k < n; ++k) {
+    const size_t at = x + k * kBytes;
+    if (order == Order::mirrored) {
+      store(row.out[0] + row.width - kBytes - at, mirror(v[k]));
+    } else {
+      store(row.out[0] + at, v[k]);
+    }
+  }
+}
+
+// Looks up a row of whole registers. `Table` is Lookup, of which each level has one form.
+template <Order order, class Table>
+inline void lookUp(const MonoRow& row, const Table& table) {
+  constexpr size_t n = Table::kTogether;
+  if constexpr (n == 0) {
+#pragma GCC unroll 8
+    for (size_t x = 0; x < row.width; ++x) {
+      row.out[0][order == Order::mirrored ? row.width - 1 - x : x] = table[row.in[0][x]];
+    }
+  } else {
+    size_t x = 0;
+    if (n > 1) {
+      for (; row.width - x >= n * kBytes; x += n * kBytes) lookUpAt<order, n>(row, table, x);
+    }
+    for (; x < row.width; x += kBytes) lookUpAt<order, 1>(row, table, x);
+  }
+}
+
+// Looks up a block in place.
+inline void lookUpBlock(uint8_t* block, size_t width, const Lookup& table) {
+  lookUp<Order::straight>({{block}, {block}, width}, table);
 }

@@ -18,14 +18,24 @@ struct Row {
 using MonoRow = Row<1>;
 using ColorRow = Row<3>;
 
+/// out = min(((in - threshold) * gain / 256) + offset, 255) above the threshold, otherwise 0.
+struct ThresholdGain {
+  uint8_t threshold;
+  uint8_t offset;
+  uint16_t gain;
+};
+
 /// out_k = clamp((sum over j of in_j * weight[k][j] + constant[k]) / 256 + offset[k]) ^ invert, the
 /// sum and the last addition wrapping at 32 bits, the division truncating towards zero.
-struct ColorMatrix {
-  int16_t weight[3][3];
-  int32_t constant[3];
-  int32_t offset[3];
+template <size_t N>
+struct Matrix {
+  int16_t weight[N][N];
+  int32_t constant[N];
+  int32_t offset[N];
   uint8_t invert;
 };
+using MonoMatrix = Matrix<1>;
+using ColorMatrix = Matrix<3>;
 
 /// The second ink of the two-color conversion, where no other ink is written: its amount, a sum of
 /// the components weighted in 1/256 (at most 256 together) plus an offset in -255 .. 255, and the
@@ -76,12 +86,21 @@ struct LinePlan {
 
 /// One function per row kernel. A kernel reads and writes nothing outside the `width` bytes of its
 /// row in each plane. An output may be its own input, except where mirrored, and overlaps nothing
-/// else. The kernels of pixels, from saturation to ink, are null where a level has nothing faster
-/// than the definition.
+/// else. The kernels from thresholdGain to ink are null where a level has nothing faster than the
+/// definition or, for mono samples, than a curve.
 struct Rows {
+  /// Copies; the output does not overlap the input. The C library's memcpy takes a string move of
+  /// the processor for lines of some thousand samples, which some processors do at a third of their
+  /// speed where the output starts a few bytes after the input, modulo 4,096.
+  void (*copy)(uint8_t* out, const uint8_t* in, size_t width);
+
   /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].
   void (*curve)(const MonoRow& row, const uint8_t* table);
   void (*curveMirrored)(const MonoRow& row, const uint8_t* table);
+
+  void (*thresholdGain)(const MonoRow& row, const ThresholdGain& curve);
+  void (*monoMatrix)(const MonoRow& row, const MonoMatrix& matrix);
+  void (*monoMatrixMirrored)(const MonoRow& row, const MonoMatrix& matrix);
 
   /// Saturation lowered (0) or raised (1) by a quarter, whole groups of four pixels mirrored.
   void (*saturation)(const ColorRow& row, uint32_t mode);
@@ -114,6 +133,9 @@ struct Rows {
   /// in 8 bits. A line has a register of samples at least; 2 to 255 lines make a mean.
   void (*add)(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t width);
   void (*mean)(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count, size_t width);
+
+  /// out[x] = (line[2 * x] + line[2 * x + 1]) / 2, for a register of outputs at least.
+  void (*halve)(uint8_t* out, const uint8_t* line, size_t outputs);
 
   /// Blocks [block, end) of a period of outputs. Reads windows past the last output's samples. Null
   /// where a level cannot pick samples by table.

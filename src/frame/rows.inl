@@ -7,7 +7,9 @@ namespace {
 #include "frame/simd.inl"
 #include "frame/rowLoops.inl"
 
+#include "frame/copy.rows.inl"
 #include "tone/curve.rows.inl"
+#include "tone/thresholdGain.rows.inl"
 #include "color/saturation.rows.inl"
 #include "color/matrix.rows.inl"
 #include "color/products.rows.inl"
@@ -17,13 +19,20 @@ namespace {
 #include "geometry/transpose.rows.inl"
 #include "geometry/reduction.rows.inl"
 
+// Computes mono samples that a curve would otherwise look up.
+constexpr bool kComputesMono = kHasVectors && !kLooksUpAtMemorySpeed;
+
 constexpr Rows table{
+    .copy = copyRow,
     .curve = curveRow<Order::straight>,
     .curveMirrored = curveRow<Order::mirrored>,
+    .thresholdGain = kComputesMono ? thresholdGainRow : nullptr,
+    .monoMatrix = kComputesMono ? matrixRow<Order::straight, 1> : nullptr,
+    .monoMatrixMirrored = kComputesMono ? matrixRow<Order::mirrored, 1> : nullptr,
     .saturation = kHasVectors ? saturationRow : nullptr,
-    .matrix = kHasVectors ? matrixRow<Order::straight> : nullptr,
-    .matrixMirrored = kHasVectors ? matrixRow<Order::mirrored> : nullptr,
-    .products = productsRow,
+    .matrix = kHasVectors ? matrixRow<Order::straight, 3> : nullptr,
+    .matrixMirrored = kHasVectors ? matrixRow<Order::mirrored, 3> : nullptr,
+    .products = kHasVectors ? productsRow : nullptr,
     .balance = kHasVectors ? balanceRow : nullptr,
     .ink = kHasVectors ? inkRow : nullptr,
     .overlay = overlayRow<3, false>,
@@ -33,6 +42,7 @@ constexpr Rows table{
     .transpose = transposeRows,
     .add = addRow,
     .mean = meanRow,
+    .halve = halveRow,
     .reduce = reduceBlocks,
     .registerBytes = kBytes,
 };

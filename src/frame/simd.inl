@@ -42,7 +42,24 @@ inline U8 splat(uint8_t v) { return U8{} + v; }
 inline U16 splat(uint16_t v) { return U16{} + v; }
 inline U32 splat(uint32_t v) { return U32{} + v; }
 
+inline bool isZero(U8 v) {
+#if defined(__AVX512VBMI__)
+  return _mm512_test_epi8_mask((__m512i)v, (__m512i)v) == 0;
+#elif defined(__AVX2__)
+  return _mm256_testz_si256((__m256i)v, (__m256i)v) != 0;
+#elif defined(__SSE2__)
+  return _mm_movemask_epi8(_mm_cmpeq_epi8((__m128i)v, _mm_setzero_si128())) == 0xFFFF;
+#else
+  uint64_t words[kBytes / 8];
+  __builtin_memcpy(words, &v, kBytes);
+  uint64_t set = 0;
+  for (const uint64_t word : words) set |= word;
+  return set == 0;
+#endif
+}
+
 inline U8 lesser(U8 a, U8 b) { return a < b ? a : b; }
+inline U16 lesser(U16 a, U16 b) { return a < b ? a : b; }
 inline U8 greater(U8 a, U8 b) { return a > b ? a : b; }
 inline U8 select(U8 mask, U8 a, U8 b) { return (mask & a) | (~mask & b); }
 inline U16 select(U16 mask, U16 a, U16 b) { return (mask & a) | (~mask & b); }
@@ -205,19 +222,31 @@ inline U16 mulHigh(U16 a, U16 b) {
 #endif
 #endif
 
-// A table of 256 bytes, ready to be looked up for a register of samples at once. Each level has the
-// form its instructions allow; where they allow none, samples are looked up one by one.
+// True where a register of samples is looked up faster than memory delivers it: arithmetic in place
+// of a table gains nothing.
+#if defined(__AVX512VBMI__)
+constexpr bool kLooksUpAtMemorySpeed = true;
+#else
+constexpr bool kLooksUpAtMemorySpeed = false;
+#endif
+
+// A table of 256 bytes, ready to be looked up for as many registers of samples at once as share the
+// loads of the table's parts. Each level has the form that its instructions allow; where they allow
+// none, samples are looked up one by one.
 #if defined(__AVX512VBMI__)
 
 class Lookup {
  public:
+  static constexpr size_t kTogether = 1;
+
   explicit Lookup(const uint8_t* table) {
     for (int i = 0; i < 4; ++i) part[i] = (__m512i)load(table + 64 * i);
   }
-  U8 operator()(U8 x) const {
-    const __m512i low = _mm512_permutex2var_epi8(part[0], (__m512i)x, part[1]);
-    const __m512i high = _mm512_permutex2var_epi8(part[2], (__m512i)x, part[3]);
-    return (U8)_mm512_mask_blend_epi8(_mm512_movepi8_mask((__m512i)x), low, high);
+  void replace(U8 (&v)[1]) const {
+    const __m512i x = (__m512i)v[0];
+    const __m512i low = _mm512_permutex2var_epi8(part[0], x, part[1]);
+    const __m512i high = _mm512_permutex2var_epi8(part[2], x, part[3]);
+    v[0] = (U8)_mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
   }
 
  private:
@@ -232,6 +261,8 @@ class Lookup {
 // the index becomes negative.
 class Lookup {
  public:
+  static constexpr size_t kTogether = 1;
+
   explicit Lookup(const uint8_t* table) {
     for (int i = 0; i < 16; ++i) {
       __m128i step = _mm_loadu_si128((const __m128i*)(table + 16 * i));
@@ -240,9 +271,9 @@ class Lookup {
       link[i] = _mm256_broadcastsi128_si256(step);
     }
   }
-  U8 operator()(U8 x) const {
-    __m256i low = (__m256i)x;
-    __m256i high = (__m256i)(x ^ 0x80);
+  void replace(U8 (&v)[1]) const {
+    __m256i low = (__m256i)v[0];
+    __m256i high = (__m256i)(v[0] ^ 0x80);
     __m256i sum =
         _mm256_xor_si256(_mm256_shuffle_epi8(link[0], low), _mm256_shuffle_epi8(link[8], high));
     for (int i = 1; i < 8; ++i) {
@@ -251,7 +282,7 @@ class Lookup {
       sum = _mm256_xor_si256(sum, _mm256_shuffle_epi8(link[i], low));
       sum = _mm256_xor_si256(sum, _mm256_shuffle_epi8(link[i + 8], high));
     }
-    return (U8)sum;
+    v[0] = (U8)sum;
   }
 
  private:
@@ -262,13 +293,10 @@ class Lookup {
 
 class Lookup {
  public:
+  static constexpr size_t kTogether = 4;
+
   explicit Lookup(const uint8_t* table) {
     for (int i = 0; i < 4; ++i) part[i] = vld1q_u8_x4(table + 64 * i);
-  }
-  U8 operator()(U8 x) const {
-    U8 v[] = {x};
-    replace(v);
-    return v[0];
   }
   template <size_t n>
   void replace(U8 (&v)[n]) const {
@@ -294,18 +322,10 @@ class Lookup {
 
 class Lookup {
  public:
+  static constexpr size_t kTogether = 0;
+
   explicit Lookup(const uint8_t* entries) : table(entries) {}
-  U8 operator()(U8 x) const {
-    uint64_t words[kBytes / 8];
-    __builtin_memcpy(words, &x, kBytes);
-    for (uint64_t& word : words) {
-      uint64_t found = 0;
-      for (int bit = 0; bit < 64; bit += 8) found |= (uint64_t)table[(uint8_t)(word >> bit)] << bit;
-      word = found;
-    }
-    __builtin_memcpy(&x, words, kBytes);
-    return x;
-  }
+  uint8_t operator[](uint8_t x) const { return table[x]; }
 
  private:
   const uint8_t* table;
@@ -313,25 +333,10 @@ class Lookup {
 
 #endif
 
-// Looks up as many registers as share the loads of the table's parts.
-#if defined(__aarch64__)
-constexpr size_t kLookupsTogether = 4;
-#else
-constexpr size_t kLookupsTogether = 1;
-#endif
-
-template <size_t n>
-inline void replace(U8 (&v)[n], const Lookup& lookup) {
-#if defined(__aarch64__)
-  lookup.replace(v);
-#else
-  for (U8& x : v) x = lookup(x);
-#endif
-}
-
 // 65536 / d, truncated, for every sample d > 1; 65535 for d = 1; anything for d = 0.
-#if defined(__AVX512VBMI__)
+#if defined(__AVX512VBMI__) || defined(__aarch64__)
 
+// Two look-ups take less time than the divisions of four floats at a time.
 struct ReciprocalBytes {
   uint8_t low[256];
   uint8_t high[256];
@@ -353,10 +358,12 @@ class Reciprocals {
  public:
   Reciprocals() : low(kReciprocalBytes.low), high(kReciprocalBytes.high) {}
   void operator()(U8 d, U16& ofLow, U16& ofHigh) const {
-    const __m512i l = (__m512i)low(d);
-    const __m512i h = (__m512i)high(d);
-    ofLow = (U16)_mm512_unpacklo_epi8(l, h);
-    ofHigh = (U16)_mm512_unpackhi_epi8(l, h);
+    U8 l[] = {d};
+    U8 h[] = {d};
+    low.replace(l);
+    high.replace(h);
+    ofLow = widenLow(l[0]) | widenLow(h[0]) << 8;
+    ofHigh = widenHigh(l[0]) | widenHigh(h[0]) << 8;
   }
 
  private:

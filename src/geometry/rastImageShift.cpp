@@ -2,7 +2,7 @@
 #include <string.h>
 
 #include "frame/frame.h"
-#include "rast.h"
+#include "frame/operations.h"
 
 namespace rast {
 
@@ -46,7 +46,15 @@ struct Segments {
   }
 };
 
-uint32_t imageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
+namespace definition {
+
+void copy(uint8_t* out, const uint8_t* in, size_t size) { memcpy(out, in, size); }
+
+}  // namespace definition
+
+}  // namespace
+
+uint32_t imageShift(const Rows* rows, const RastArea* pArea, const RastPlaneSet* pPlanes,
                     const RastShiftParam* pParam, uint32_t nPlaneMode) {
   if (!pArea || !fitsLine(*pArea)) return RAST_ERR_INVALID_ARG;
   if (!pPlanes || (!pPlanes->pIn[0] && !pPlanes->pIn[3])) return RAST_ERR_INVALID_ARG;
@@ -65,6 +73,7 @@ uint32_t imageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
   const bool fills = param.nFillMode != 0;
   const int value = param.nFillMode == 2 ? 255 : 0;
   const int32_t pitch = param.nOutLineWidth;
+  const auto copy = rows ? rows->copy : definition::copy;
   const auto fill = [&](ptrdiff_t at, int32_t length) {
     for (size_t p = first; fills && length > 0 && p < end; ++p) {
       memset(planes.pOut[p] + at, value, static_cast<size_t>(length));
@@ -77,8 +86,8 @@ uint32_t imageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
     const ptrdiff_t target = wrappingMultiply(wrappingAdd(segments.top, r), pitch);
     fill(target, segments.left);
     for (size_t p = first; segments.copied > 0 && p < end; ++p) {
-      memcpy(planes.pOut[p] + target + segments.left, planes.pIn[p] + source,
-             static_cast<size_t>(segments.copied));
+      copy(planes.pOut[p] + target + segments.left, planes.pIn[p] + source,
+           static_cast<size_t>(segments.copied));
     }
     fill(target + segments.left + segments.copied, segments.right);
   }
@@ -87,11 +96,9 @@ uint32_t imageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
   return RAST_OK;
 }
 
-}  // namespace
-
 }  // namespace rast
 
 uint32_t rastImageShift(const RastArea* pArea, const RastPlaneSet* pPlanes,
                         const RastShiftParam* pParam, uint32_t nPlaneMode) {
-  return rast::imageShift(pArea, pPlanes, pParam, nPlaneMode);
+  return rast::imageShift(rast::rows(), pArea, pPlanes, pParam, nPlaneMode);
 }

@@ -149,6 +149,7 @@ void planLine(LinePlan& plan, uint32_t ratio, size_t outputs, size_t registerByt
   plan.recalls = false;
   const size_t lanes = registerBytes / window;
   const size_t windowOutputs = window / plan.terms;
+  const size_t mostSamples = (windowOutputs * kWhole + ratio - 1) / ratio;  // of a window's outputs
   GroupLengths groups{ratio};
   size_t at = 0;
   size_t twin = 0;  // the first sample of the last group of two, which a group of one adds again
@@ -157,11 +158,12 @@ void planLine(LinePlan& plan, uint32_t ratio, size_t outputs, size_t registerByt
     const size_t block = o / registerBytes;
     const size_t lane = o % registerBytes / window;
     const size_t slot = (block * plan.terms + o % window / windowOutputs) * lanes + lane;
-    if (o % windowOutputs == 0) {
-      plan.start[slot] = static_cast<uint16_t>(at);
-      plan.recalled[slot] = static_cast<uint16_t>(at + window - 1);
-    }
     const size_t length = o < outputs ? groups.next() : 0;
+    if (o % windowOutputs == 0) {
+      const bool reachesTwin = length == 1 && at + mostSamples - twin <= window;
+      plan.start[slot] = static_cast<uint16_t>(reachesTwin ? twin : at);
+      plan.recalled[slot] = static_cast<uint16_t>(plan.start[slot] + window - 1);
+    }
     uint8_t* const place = plan.place[slot] + o % windowOutputs * plan.terms;
     for (size_t k = 0; k < plan.terms; ++k) {
       place[k] = k < length ? static_cast<uint8_t>(at - plan.start[slot] + k) : LinePlan::kNone;
@@ -197,7 +199,7 @@ class Reduction {
     if (!allocate()) return RAST_ERR_NO_MEMORY;
     // Ratios above 1.0 are admitted and produce nothing.
     const bool writes = param_.nRatioX <= kWhole && area_.nStartY < area_.nHeight;
-    if (writes && !(rows && (copies() || reduces(*rows)))) reduceByDefinition();
+    if (writes && !(rows && (copies(*rows) || reduces(*rows)))) reduceByDefinition();
     free(source_);
     releaseSet(means_, param_.nPlaneNum);
     releaseSet(sums_, param_.nPlaneNum);
@@ -278,8 +280,8 @@ class Reduction {
            area_.nWidth >= leastWidth && area_.nHeight - int64_t{area_.nStartY} >= leastLines;
   }
 
-  /// Group by group, where kernels serve. The definition's sums hold the mean, its means the first
-  /// line of the last group of two, which a group of one adds again.
+  /// Where kernels serve: one plane after the other if none touches another, because memory
+  /// delivers few streams faster than many; otherwise group by group.
   bool reduces(const Rows& rows) {
     if (!served(rows)) return false;
     // The whole groups of a line, and the samples of a last, cut group.
@@ -287,42 +289,58 @@ class Reduction {
     const uint64_t ratio = param_.nRatioX;
     const auto outputs = static_cast<size_t>(width * ratio / kWhole);
     const auto rest = static_cast<size_t>(width - (outputs * uint64_t{kWhole} + ratio - 1) / ratio);
-    const bool plans = planned(rows);
+    const bool halves = ratio == kWhole / 2 && outputs >= rows.registerBytes;
     LinePlan plan;
+    const bool plans = !halves && planned(rows);
     if (plans) planLine(plan, param_.nRatioX, outputs, rows.registerBytes);
+    const auto emit = [&](const uint8_t* mean, uint8_t*& out) {
+      if (ratio == kWhole) {
+        memcpy(out, mean, width_);
+      } else if (halves) {
+        rows.halve(out, mean, outputs);
+      } else if (plans) {
+        reduceByPlan(rows, plan, mean, outputs, out);
+      } else {
+        reduceGroups(param_.nRatioX, mean, outputs, out);
+      }
+      out += outputs;
+      if (rest != 0) *out++ = meanOfRest(mean + width_ - rest, rest);
+    };
+    moveTo(area_.nStartY);
+    const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
+    if (planesApart(lines, (outputs + (rest != 0)) * lines)) {
+      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) reducePlanes(rows, p, p + 1, emit);
+    } else {
+      reducePlanes(rows, 0, param_.nPlaneNum, emit);
+    }
+    return true;
+  }
+
+  /// Group by group, the planes from `first` to the one before `end`. The definition's sums hold the
+  /// mean, its means the first line of the last group of two, which a group of one adds again.
+  template <class Emit>
+  void reducePlanes(const Rows& rows, uint32_t first, uint32_t end, Emit emit) {
     GroupLengths groups{param_.nRatioY};
     for (int64_t y = area_.nStartY; y < area_.nHeight;) {
       const auto left = static_cast<size_t>(area_.nHeight - y);
       const size_t length = groups.next();
       const size_t lines = length < left ? length : left;
       moveTo(y);
-      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
+      for (uint32_t p = first; p < end; ++p) {
         uint8_t* const mean = sums_[p];
         uint8_t* const carried = means_[p];
         if (lines > 1) {
-          if (groups.shorter == 1) memcpy(carried, source_[p], width_);
+          if (groups.shorter == 1) rows.copy(carried, source_[p], width_);
           rows.mean(mean, source_[p], area_.nLineWidth, lines, width_);
         } else if (length == 1 && param_.nRatioY < kWhole) {
           rows.add(mean, carried, source_[p], width_);
         } else {
-          memcpy(mean, source_[p], width_);
+          rows.copy(mean, source_[p], width_);
         }
       }
-      for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
-        const uint8_t* const mean = sums_[p];
-        if (param_.nRatioX == kWhole) {
-          memcpy(out_[p], mean, width_);
-        } else if (plans) {
-          reduceByPlan(rows, plan, mean, outputs, out_[p]);
-        } else {
-          reduceGroups(param_.nRatioX, mean, outputs, out_[p]);
-        }
-        out_[p] += outputs;
-        if (rest != 0) *out_[p]++ = meanOfRest(mean + width_ - rest, rest);
-      }
+      for (uint32_t p = first; p < end; ++p) emit(sums_[p], out_[p]);
       y += static_cast<int64_t>(lines);
     }
-    return true;
   }
 
   /// A period at a time. The samples of the last register past the last output are not written.
@@ -351,28 +369,34 @@ class Reduction {
     return static_cast<uint8_t>((sum & 0xFFFF) / count);
   }
 
-  /// Copies, if neither direction is reduced and no output touches another or a source line: in one
-  /// piece where lines follow one another.
-  bool copies() {
-    if (param_.nRatioX != kWhole || param_.nRatioY != kWhole) return false;
-    moveTo(area_.nStartY);
-    const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
-    const auto pitch = static_cast<size_t>(area_.nLineWidth);
-    const size_t written = lines * width_;
-    const size_t read = (lines - 1) * pitch + width_;
+  /// True when no output, of `written` samples, touches another one or a source line of any plane.
+  /// The current line is the first of `lines`.
+  bool planesApart(size_t lines, size_t written) const {
+    const size_t read = (lines - 1) * static_cast<size_t>(area_.nLineWidth) + width_;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       for (uint32_t other = 0; other < param_.nPlaneNum; ++other) {
         if (!apart(out_[p], written, source_[other], read)) return false;
         if (other < p && !apart(out_[p], written, out_[other], written)) return false;
       }
     }
+    return true;
+  }
+
+  /// Copies, if neither direction is reduced and planes are apart: in one piece where lines follow
+  /// one another.
+  bool copies(const Rows& rows) {
+    if (param_.nRatioX != kWhole || param_.nRatioY != kWhole) return false;
+    moveTo(area_.nStartY);
+    const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
+    const auto pitch = static_cast<size_t>(area_.nLineWidth);
+    if (!planesApart(lines, lines * width_)) return false;
     for (uint32_t p = 0; p < param_.nPlaneNum; ++p) {
       if (pitch == width_) {
-        memcpy(out_[p], source_[p], written);
+        memcpy(out_[p], source_[p], lines * width_);
         continue;
       }
       for (size_t y = 0; y < lines; ++y) {
-        memcpy(out_[p] + y * width_, source_[p] + y * pitch, width_);
+        rows.copy(out_[p] + y * width_, source_[p] + y * pitch, width_);
       }
     }
     return true;

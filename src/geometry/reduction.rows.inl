@@ -42,8 +42,10 @@ void meanRow(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
   if (count == 2) {
     eachRegister(width, [=](size_t x) {
       const U8 a = load(lines + x);
-      prefetch(lines + x, 2 * pitch);
-      prefetch(lines + x, 3 * pitch);
+      if (x % 64 < kBytes) {
+        prefetch(lines + x, 2 * pitch);
+        prefetch(lines + x, 3 * pitch);
+      }
       const U8 b = load(lines + pitch + x);
       store(mean + x, (a & b) + ((a ^ b) >> 1));
     });
@@ -59,9 +61,6 @@ void meanRow(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
   }
 }
 
-// NEON counts the bytes of a register from the other end where words are big-endian.
-#if defined(__AVX2__) || (defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__)
-
 typedef uint8_t Window __attribute__((vector_size(LinePlan::kWindow)));
 constexpr size_t kLanes = kBytes / LinePlan::kWindow;
 
@@ -73,6 +72,41 @@ inline U8 join(const Window (&lane)[kLanes]) {
   v = _mm512_inserti32x4(v, (__m128i)lane[2], 2);
   return (U8)_mm512_inserti32x4(v, (__m128i)lane[3], 3);
 }
+
+#elif defined(__AVX2__)
+
+inline U8 join(const Window (&lane)[kLanes]) {
+  return (U8)_mm256_set_m128i((__m128i)lane[1], (__m128i)lane[0]);
+}
+
+#else
+
+inline U8 join(const Window (&lane)[kLanes]) { return lane[0]; }
+
+#endif
+
+// Two registers become one of outputs, whose lanes are in order if each has the two halves of its
+// samples in the same lane of both.
+void halveRow(uint8_t* out, const uint8_t* line, size_t outputs) {
+  eachRegister(outputs, [=](size_t x) {
+    U16 mean[2];
+    for (size_t half = 0; half < 2; ++half) {
+      Window lane[kLanes];
+      for (size_t i = 0; i < kLanes; ++i) {
+        __builtin_memcpy(&lane[i], line + 2 * x + (2 * i + half) * sizeof(Window), sizeof(Window));
+      }
+      const U16 pairs = (U16)join(lane);
+      mean[half] = ((pairs & 0xFF) + (pairs >> 8)) >> 1;
+    }
+    store(out + x, narrow((I16)mean[0], (I16)mean[1]));
+  });
+}
+
+// NEON counts the bytes of a register from the other end where words are big-endian.
+#if defined(__AVX2__) || (defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__)
+
+#if defined(__AVX512VBMI__)
+
 inline U8 pick(U8 lanes, U8 place) {
   return (U8)_mm512_shuffle_epi8((__m512i)lanes, (__m512i)place);
 }
@@ -80,9 +114,6 @@ inline U16 addPairs(U8 v) { return (U16)_mm512_maddubs_epi16((__m512i)v, _mm512_
 
 #elif defined(__AVX2__)
 
-inline U8 join(const Window (&lane)[kLanes]) {
-  return (U8)_mm256_set_m128i((__m128i)lane[1], (__m128i)lane[0]);
-}
 inline U8 pick(U8 lanes, U8 place) {
   return (U8)_mm256_shuffle_epi8((__m256i)lanes, (__m256i)place);
 }
@@ -90,7 +121,6 @@ inline U16 addPairs(U8 v) { return (U16)_mm256_maddubs_epi16((__m256i)v, _mm256_
 
 #else
 
-inline U8 join(const Window (&lane)[kLanes]) { return lane[0]; }
 inline U16 addPairs(U8 v) { return (U16)vpaddlq_u8((uint8x16_t)v); }
 
 #if defined(__aarch64__)

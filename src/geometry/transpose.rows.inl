@@ -38,6 +38,31 @@ inline Lanes loadLanes(const uint8_t* line, const uint8_t*) {
 
 #endif
 
+// Without vectors, squares of four samples are turned in words: pairs of samples of two lines, then
+// pairs of pairs. The first sample is the lowest byte, whatever the machine's order.
+inline uint32_t loadWord(const uint8_t* p) {
+  return p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24;
+}
+
+inline void storeWord(uint8_t* p, uint32_t word) {
+  for (size_t i = 0; i < sizeof word; ++i) p[i] = (uint8_t)(word >> 8 * i);
+}
+
+inline void transposeWords(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines,
+                           size_t column) {
+  constexpr uint32_t even = 0x00FF00FF;
+  const uint32_t a = loadWord(lines[0] + column);
+  const uint32_t b = loadWord(lines[1] + column);
+  const uint32_t c = loadWord(lines[2] + column);
+  const uint32_t d = loadWord(lines[3] + column);
+  const uint32_t ab[2] = {(a & even) | (b & even) << 8, (a >> 8 & even) | (b & ~even)};
+  const uint32_t cd[2] = {(c & even) | (d & even) << 8, (c >> 8 & even) | (d & ~even)};
+  for (int i = 0; i < 2; ++i) {
+    storeWord(out + i * pitch, (ab[i] & 0xFFFF) | cd[i] << 16);
+    storeWord(out + (i + 2) * pitch, ab[i] >> 16 | (cd[i] & 0xFFFF0000));
+  }
+}
+
 // Merging register i of the lower half with register i of the upper half rotates the place of every
 // sample, counted in bits (four of the register, four of the byte in its lane), by one.
 inline void zipStage(Lanes (&v)[kSide]) {
@@ -57,6 +82,14 @@ inline void zipStage(Lanes (&v)[kSide]) {
 template <size_t kLines>
 inline void transposeBlock(uint8_t* out, ptrdiff_t pitch, const uint8_t* const* lines,
                            size_t column) {
+  if (!kHasVectors) {
+    for (size_t x = 0; x < kSide; x += 4) {
+      for (size_t i = 0; i < kSide; i += 4) {
+        transposeWords(out + (ptrdiff_t)x * pitch + i, pitch, lines + i, column + x);
+      }
+    }
+    return;
+  }
   Lanes v[kSide];
 #pragma GCC unroll 16
   for (size_t i = 0; i < kSide; ++i) {

@@ -196,7 +196,7 @@ void line(const Rows& rows, Composition<N>& c, int32_t y) {
       continue;
     }
     if (cover == Cover::base) {
-      for (size_t k = 0; k < N; ++k) memcpy(c.out[k], c.base.at(k), length);
+      for (size_t k = 0; k < N; ++k) rows.copy(c.out[k], c.base.at(k), length);
     } else {
       run(rows, c, cover == Cover::both, length);
     }

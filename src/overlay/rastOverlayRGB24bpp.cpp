@@ -81,8 +81,8 @@ bool sourcesApart(const Cursors& start, const Placement& placement) {
   return apartFromOut(start.base, base) && apartFromOut(start.overlay, overlay);
 }
 
-void copyRun(Cursors& at, Cursor<1>& from, size_t size) {
-  memcpy(at.out, from.at(), size);
+void copyRun(const Rows& rows, Cursors& at, Cursor<1>& from, size_t size) {
+  rows.copy(at.out, from.at(), size);
   at.out += size;
   from.advance(static_cast<ptrdiff_t>(size));
 }
@@ -98,16 +98,17 @@ void repeatPixel(Cursors& at, size_t size) {
   at.out += size;
 }
 
-void line(Cursors& at, const Placement& placement, int32_t y, uint8_t background) {
+void line(const Rows& rows, Cursors& at, const Placement& placement, int32_t y,
+          uint8_t background) {
   const Runs runs = placement.runsOf(y);
   for (size_t i = 0; i < runs.count; ++i) {
     const auto [cover, length] = runs.run[i];
     switch (cover) {
       case Cover::base:
-        copyRun(at, at.overlay, length * kPixel);
+        copyRun(rows, at, at.overlay, length * kPixel);
         break;
       case Cover::overlay:
-        copyRun(at, at.base, length * kPixel);
+        copyRun(rows, at, at.base, length * kPixel);
         break;
       case Cover::both:
         repeatPixel(at, length * kPixel);
@@ -149,7 +150,7 @@ uint32_t overlayRGB24bpp(const Rows* rows, const RastArea* pArea, uint8_t* const
       placement, [&](size_t pixels) { fill(at, pixels, background); },
       [&](int32_t y) {
         if (served) {
-          line(at, placement, y, background);
+          line(*rows, at, placement, y, background);
         } else {
           definition::line(at, placement, y, background);
         }

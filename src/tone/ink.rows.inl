@@ -37,8 +37,9 @@ inline U16 weighted(U16 amount, U16 saturation, U16 limit, U16 reciprocal) {
 
 void inkRow(const ColorRow& whole, const Ink& ink) {
   const Reciprocals reciprocals;
+  const Lookup saturationLimit(ink.saturationLimit);
   sweep<Order::straight>(whole, [&](const ColorRow& row) {
-    eachBlock(row, [&](ColorRow block) {
+    eachBlock<Order::straight>(row, [&](const ColorRow& block) {
       uint8_t limit[kBlock];
       uint8_t saturation[kBlock];
       uint8_t amount[kBlock];
@@ -57,7 +58,7 @@ void inkRow(const ColorRow& whole, const Ink& ink) {
         }
         store(amount + x, narrow((I16)(low >> 8) + ink.offset, (I16)(high >> 8) + ink.offset));
       }
-      lookUpBlock(limit, block.width, ink.saturationLimit);
+      lookUpBlock(limit, block.width, saturationLimit);
       for (size_t x = 0; x < block.width; x += kBytes) {
         const U8 s = load(saturation + x);
         const U8 t = load(limit + x);

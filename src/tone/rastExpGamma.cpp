@@ -59,7 +59,12 @@ uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
 
   const bool served = rows && planesApart(in, out, area.nWidth) &&
                       (!pLut || linesApart(area, out, pLut, kTableSize));
-  if (served) {
+  if (served && rows->thresholdGain && !pLut) {
+    const ThresholdGain curve{param.nThreshold, param.nOffset, param.nGain};
+    eachLine(area, [&](ptrdiff_t line) {
+      rows->thresholdGain(rowOf(in, out, line, area.nWidth), curve);
+    });
+  } else if (served) {
     uint8_t own[kTableSize];
     if (!pLut) fillTable(param, own);
     const uint8_t* const table = pLut ? pLut : own;

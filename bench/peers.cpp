@@ -109,9 +109,8 @@ Work resize(Planes& p, int ratio) {
   });
 }
 
-Work border(Planes& p) {
-  return planeByPlane(p, 3, [](const cv::Mat& in, cv::Mat out) {
-    const int left = std::max(1, in.cols / 124);
+Work border(Planes& p, int left) {
+  return planeByPlane(p, 3, [left](const cv::Mat& in, cv::Mat out) {
     const cv::Mat part = in(cv::Rect(0, 0, in.cols - left, in.rows));
     cv::copyMakeBorder(part, out, 0, 0, left, 0, cv::BORDER_CONSTANT, 255);
   });
@@ -228,7 +227,8 @@ const std::vector<Peer>& peers() {
     {"opencv", "zoom-500", [](Planes& p) { return resize(p, 500); }},
     {"opencv", "zoom-333", [](Planes& p) { return resize(p, 333); }},
     {"opencv", "zoom-700", [](Planes& p) { return resize(p, 700); }},
-    {"opencv", "shift", border},
+    {"opencv", "shift", [](Planes& p) { return border(p, p.area.nWidth / 124); }},
+    {"opencv", "shift-few", [](Planes& p) { return border(p, 5); }},
     {"opencv", "split-3", [](Planes& p) { return split(p, 3); }},
     {"opencv", "split-4", [](Planes& p) { return split(p, 4); }},
     {"opencv", "join-3", [](Planes& p) { return join(p, 3); }},

@@ -1,7 +1,11 @@
 #include "workloads.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
 #include <memory>
+#include <string>
 
 #include "frame/operations.h"
 #include "lines/lines.h"
@@ -97,6 +101,13 @@ void reduce(const Rows* rows, Planes& p, uint32_t ratio) {
   rast::zoom(rows, &p.area, &set, &param);
 }
 
+/// Moved to the right on a white page of the same size.
+void shift(const Rows* rows, Planes& p, int32_t samples) {
+  const RastPlaneSet set = p.color();
+  const RastShiftParam param{samples, 0, p.area.nWidth, p.area.nHeight, 2};
+  rast::imageShift(rows, &p.area, &set, &param, 0);
+}
+
 /// The kernels for lines of the level that has these for operations; the definition of none.
 const chain::Lines& linesBeside(const Rows* rows) {
   static const auto levels = test::levels();
@@ -172,23 +183,45 @@ void chainParts(const Rows* rows, Planes& p) {
   }
 }
 
+/// The planes of a portable pixmap of the size, and its luma by the weights of ITU-R BT.601.
+void readDocument(const Size& size, std::vector<uint8_t> (&color)[3], std::vector<uint8_t>& gray) {
+  std::ifstream file(size.document, std::ios::binary);
+  std::string magic;
+  int32_t width = 0;
+  int32_t height = 0;
+  int32_t maximum = 0;
+  file >> magic >> width >> height >> maximum;
+  file.get();
+  std::vector<char> pixels(3 * gray.size());
+  file.read(pixels.data(), static_cast<std::streamsize>(pixels.size()));
+  if (!file || magic != "P6" || width != size.width || height != size.height || maximum != 255) {
+    std::cerr << size.document << ": expected a pixmap of " << size.width << " x " << size.height
+              << " pixels of three bytes\n";
+    exit(1);
+  }
+  for (size_t i = 0; i < gray.size(); ++i) {
+    for (size_t k = 0; k < 3; ++k) color[k][i] = static_cast<uint8_t>(pixels[3 * i + k]);
+    gray[i] =
+        static_cast<uint8_t>((299 * color[0][i] + 587 * color[1][i] + 114 * color[2][i]) / 1000);
+  }
+}
+
 }  // namespace
 
 Planes::Planes(const Size& size) : area{size.width, 0, size.width, 0, size.height} {
   test::Random random(1);
   random.fill(curve, sizeof curve);
   const auto bytes = static_cast<size_t>(size.width) * static_cast<size_t>(size.height);
-  for (auto* side : {&in, &out}) {
-    for (auto& plane : *side) {
-      plane.resize(bytes);
-      random.fill(plane.data(), plane.size());
-    }
+  for (auto* plane : {&in[0], &in[1], &in[2], &gray, &out[0], &out[1], &out[2]}) {
+    plane->resize(bytes);
+    random.fill(plane->data(), bytes);
   }
+  if (size.document) readDocument(size, in, gray);
 }
 
 RastPlaneSet Planes::mono() {
   RastPlaneSet set{};
-  set.pIn[3] = in[0].data();
+  set.pIn[3] = gray.data();
   set.pOut[3] = out[0].data();
   set.nSize = 1;
   return set;
@@ -292,13 +325,8 @@ const std::vector<Workload>& workloads() {
       {"zoom-500", 3 * (1 + 0.25) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 500); }},
       {"zoom-333", 3 * (1 + 0.111) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 333); }},
       {"zoom-700", 3 * (1 + 0.49) / 2, [](const Rows* rows, Planes& p) { reduce(rows, p, 700); }},
-      {"shift", 3,
-       [](const Rows*, Planes& p) {
-         const RastPlaneSet set = p.color();
-         const RastShiftParam param{std::max(1, p.area.nWidth / 124), 0, p.area.nWidth,
-                                    p.area.nHeight, 2};
-         rastImageShift(&p.area, &set, &param, 0);
-       }},
+      {"shift", 3, [](const Rows* rows, Planes& p) { shift(rows, p, p.area.nWidth / 124); }},
+      {"shift-few", 3, [](const Rows* rows, Planes& p) { shift(rows, p, 5); }},
       {"split-3", 1, [](const Rows* rows, Planes& p) { split(linesBeside(rows).split3, p); }},
       {"split-4", 1, [](const Rows* rows, Planes& p) { split(linesBeside(rows).split4, p); }},
       {"join-3", 1, [](const Rows* rows, Planes& p) { join(linesBeside(rows).join3, p); }},

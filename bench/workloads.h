@@ -16,24 +16,33 @@ struct Size {
   const char* name;
   int32_t width;
   int32_t height;
-  int32_t calls;  // that are timed as one
+  int32_t calls;         // that are timed as one
+  const char* document;  // the file of a color page in portable pixmap format; null for noise
 };
 
-/// An A4 page at 600 dpi, a band of it that the second-level cache holds, and a tile.
+/// An A4 page at 600 dpi, a band of it that the second-level cache holds, and a tile, all of random
+/// samples; and a page of a printed manual, where it can be rendered.
 inline constexpr Size kSizes[] = {
-    {"page", 4960, 7016, 1}, {"band", 4960, 32, 50}, {"tile", 16, 16, 5000}};
+    {"page", 4960, 7016, 1, nullptr},
+    {"band", 4960, 32, 50, nullptr},
+    {"tile", 16, 16, 5000, nullptr},
+#if RAST_HAS_DOCUMENT
+    {"document", 4960, 7016, 1, RAST_DOCUMENT},
+#endif
+};
 
-/// Three planes in and three out, of which an operation uses what it needs.
+/// Three planes and a gray one in and three out, of which an operation uses what it needs.
 struct Planes {
   explicit Planes(const Size& size);
 
-  size_t bytes() const { return in[0].size(); }
+  size_t bytes() const { return gray.size(); }
   RastPlaneSet mono();
   RastPlaneSet color();
 
   RastArea area;
   uint8_t curve[256];
   std::vector<uint8_t> in[3];
+  std::vector<uint8_t> gray;
   std::vector<uint8_t> out[3];
 };
 

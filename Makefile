@@ -11,7 +11,7 @@ help:
 	@echo "make playground  a page that runs the library in a browser, by itself; build/playground/index.html"
 	@echo "make reference   the interface, for a browser; build/reference/html/index.html"
 	@echo "make packages    build Debian packages into build/packages/"
-	@echo "make bench       time every operation at every level against memcpy and peers; a table in build/bench/"
+	@echo "make bench       time every operation at every level against memcpy and peers; build/bench/operations.md"
 	@echo "make footprint   code, data and stack of the library for each target and level; a table"
 	@echo "make arm-cycles  instructions and estimated cycles of every operation on ARM; a table"
 	@echo "make clean       remove build/ and demo/"
@@ -49,7 +49,7 @@ reference:
 	@scripts/install-deps.sh reference
 	@mkdir -p build/reference
 	@doxygen docs/Doxyfile
-	@cp --parents include/*.h examples/chain.c docs/performance.md build/reference/html
+	@cp --parents include/*.h examples/chain.c build/reference/html
 	@cp --parents tests/coverage/unreached.txt tests/interface/*.abi \
 	  tests/mutation/equivalent.txt build/reference
 	@echo "The reference is build/reference/html/index.html; open it in a browser."
@@ -66,8 +66,10 @@ bench:
 	@cmake --build --preset bench
 	@build/bench/bench/rast_bench --benchmark_repetitions=9 \
 	  --benchmark_enable_random_interleaving=true --benchmark_out=build/bench/results.json >/dev/null
-	@bench/report.py build/bench/results.json --plot build/bench/results.svg >build/bench/results.md
-	@echo "The table is in build/bench/results.md, a plot of it in results.svg beside it."
+	@bench/report.py summary build/bench/results.json >build/bench/here.json
+	@bench/report.py table build/bench/here.json >build/bench/operations.md
+	@bench/report.py plot build/bench/here.json >build/bench/operations.svg
+	@echo "The table is build/bench/operations.md, its picture build/bench/operations.svg."
 
 footprint:
 	@scripts/install-deps.sh build arm aarch64 figures >&2

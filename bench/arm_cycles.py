@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Follows every operation through an emulated ARM processor and prints, as Markdown tables, the
+"""Follows every operation through an emulated ARM processor and prints, as a Markdown page, the
 instructions that 64 samples of it take and the cycles that llvm-mca estimates for these.
 
 A call is made on two heights of a rectangle. The last instructions of the longer one, as many as it
@@ -8,7 +8,7 @@ import array
 import re
 from dataclasses import dataclass, field
 
-from builds import ROOT, build, has_compiler, note, run
+from builds import ROOT, build, has_compiler, note, print_heading, run
 
 BUILDS = ROOT / "build/cycles"
 PLUGIN = BUILDS / "follow.so"
@@ -114,6 +114,7 @@ def print_table(target):
 def main():
     BUILDS.mkdir(parents=True, exist_ok=True)
     run("gcc", "-O2", "-shared", "-fPIC", "-o", PLUGIN, ROOT / "bench/follow.c")
+    print_heading("Operations on ARM", "make arm-cycles")
     separator = ""
     for target in TARGETS:
         if has_compiler(target.name):

@@ -4,11 +4,12 @@
 Every round runs each command once, in a folder in memory; what is told are medians: of the time's
 ratio to that of cp in the same round, and of the most memory that its processes had, which run at
 the same time. (The kernel counts pages in batches for each processor, so that figures of the same
-work differ by 0.2 MiB.) Tools that are not there are left out. Prints a Markdown table.
+work differ by 0.2 MiB.) Tools that are not there are left out. Prints a Markdown page.
 """
 
 import argparse
 import os
+import shlex
 import shutil
 import statistics
 import subprocess
@@ -17,7 +18,7 @@ import tempfile
 import time
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parent.parent
+from builds import ROOT, print_heading, processor
 
 # What is done, then each tool's way to do the same, or nearly: {i} and {o} are files in and out.
 WORK = {
@@ -123,6 +124,8 @@ def main():
         if sys.stderr.isatty():
             print(file=sys.stderr)
 
+    command = shlex.join(["bench/command.py", *sys.argv[1:]])
+    print_heading("The command beside other tools", command, processor())
     print("| work | tool | time / cp | memory MiB |\n|---|---|---:|---:|")
     for k, (work, tool, _) in enumerate(rows):
         ratio = statistics.median(a / b for a, b in zip(times[k], times[0]))

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints, as a Markdown table, what the library takes of a device's memory for each choice of
+"""Prints, as a Markdown page, what the library takes of a device's memory for each choice of
 levels: its file, code, data and the largest stack use of a call. Fails where the smallest library,
 the baseline alone on x86-64, has 64 KiB of code or more."""
 import platform
@@ -7,7 +7,7 @@ import re
 import sys
 from pathlib import Path
 
-from builds import ROOT, TOOLS, build, has_compiler, note, run
+from builds import ROOT, TOOLS, build, has_compiler, note, print_heading, run
 
 CODE_LIMIT = 64 * 1024
 CHOICES = {
@@ -113,6 +113,7 @@ def examine(target, levels):
 
 
 def main():
+    print_heading("Footprint", "make footprint")
     print("| target | levels | file, stripped | code | read-only data | writable data "
           "| largest stack use of a call |")
     print("|---|---|---:|---:|---:|---:|:---|")

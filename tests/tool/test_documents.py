@@ -1,9 +1,12 @@
-"""Runs the examples of the README as they are printed; RAST names the binary."""
+"""Runs the examples of the README as they are printed, and compares stored tables to those that
+their commands print; RAST names the binary."""
 
+import json
 import os
 import re
 import shutil
 import subprocess
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -116,6 +119,53 @@ class Examples(RastTest):
             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False,
         )
         self.assertNotEqual(done.returncode, 0)
+
+
+class Tables(unittest.TestCase):
+    def report(self, arguments):
+        done = subprocess.run(
+            ["bash", "-ec", f"bench/report.py {arguments}"], cwd=ROOT, timeout=60,
+            stdout=subprocess.PIPE, check=True,
+        )
+        return done.stdout.decode()
+
+    def test_operations(self):
+        (block,) = examples(section("docs/performance.md", "Operations"))
+        commands = re.findall("bench/report.py (.*) >(.*)", block)
+        self.assertEqual(len(commands), 3)
+        for arguments, document in commands[1:]:  # the first one needs a run
+            with self.subTest(document):
+                stored = (ROOT / document).read_text(encoding="utf-8")
+                self.assertEqual(self.report(arguments), stored)
+
+    def test_summary(self):
+        microseconds = {
+            "shift/avx2/page": (2, 4), "shift/definition/page": (6, 4), "shift/memcpy/page": (2, 2),
+            "shift/opencv/page": (1, 2), "shift/baseline/tile": (0.1, 0.3),
+            "shift/definition/tile": (0.2, 0.3), "shift/avx2/band": (5, 5),
+        }
+        runs = [
+            {"name": f"{name}/iterations:1/manual_time", "family_index": i, "run_type": "iteration",
+             "repetition_index": k, "real_time": time, "bytes": 8000}
+            for i, (name, times) in enumerate(microseconds.items()) for k, time in enumerate(times)
+        ]
+        run = {"context": {"date": "2026-01-02T03:04:05+00:00"}, "benchmarks": runs[::-1]}
+        with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
+            json.dump(run, file)
+            file.flush()
+            text = self.report(f"summary {file.name} --processor 'One (1)' --commit 1234567")
+        self.assertEqual(json.loads(text), {
+            "processor": "One (1)", "commit": "1234567", "date": "2026-01-02",
+            "rows": [
+                {"operation": "shift", "level": "baseline", "size": "tile", "ns": 200,
+                 "definition": 1.5},
+                {"operation": "shift", "level": "avx2", "size": "page", "GB/s": 3.0, "memcpy": 0.75,
+                 "definition": 2.0, "opencv": 0.5},
+                {"operation": "shift", "level": "avx2", "size": "band"},
+            ],
+        })
+        for row in json.loads(text)["rows"]:
+            self.assertIn(f"\n  {json.dumps(row)}", text)
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@ instructions that 64 samples of it take and the cycles that llvm-mca estimates f
 
 A call is made on two heights of a rectangle. The last instructions of the longer one, as many as it
 has more, are what the lines between take; a window that long holds each of their steps once."""
+import argparse
 import array
 import re
 from dataclasses import dataclass, field
@@ -97,12 +98,12 @@ TARGETS = [
 ]
 
 
-def print_table(target):
+def print_table(target, wanted):
     columns = ["instructions", *(f"{cpu}: cycles" for cpu in target.cpus)]
     print(f"{target.title}:\n\n| operation | level | "
           + " | ".join(f"{column}, definition | kernel | × definition" for column in columns) + " |")
     print("|---|---|" + "---:|" * (3 * len(columns)), flush=True)
-    for operation in target.operations():
+    for operation in wanted or target.operations():
         note(f"{target.title}: {operation}")
         definition = target.measure(operation, "definition")
         for level in target.levels:
@@ -112,6 +113,9 @@ def print_table(target):
 
 
 def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("operation", nargs="*", help="rows to print; default: all of them")
+    wanted = parser.parse_args().operation
     BUILDS.mkdir(parents=True, exist_ok=True)
     run("gcc", "-O2", "-shared", "-fPIC", "-o", PLUGIN, ROOT / "bench/follow.c")
     print_heading("Operations on ARM", "make arm-cycles")
@@ -120,7 +124,7 @@ def main():
         if has_compiler(target.name):
             print(separator, end="")
             target.prepare()
-            print_table(target)
+            print_table(target, wanted)
             separator = "\n"
 
 

@@ -131,9 +131,12 @@ template <Order order, class Table>
 inline void lookUp(const MonoRow& row, const Table& table) {
   constexpr size_t n = Table::kTogether;
   if constexpr (n == 0) {
-#pragma GCC unroll 8
-    for (size_t x = 0; x < row.width; ++x) {
-      row.out[0][order == Order::mirrored ? row.width - 1 - x : x] = table[row.in[0][x]];
+    // Copies, because a compiler expects samples that are written to change what is referred to.
+    const MonoRow own = row;
+    const Table entries = table;
+#pragma GCC unroll 16
+    for (size_t x = 0; x < own.width; ++x) {
+      own.out[0][order == Order::mirrored ? own.width - 1 - x : x] = entries[own.in[0][x]];
     }
   } else {
     size_t x = 0;

@@ -89,9 +89,7 @@ struct LinePlan {
 /// else. The kernels from thresholdGain to ink are null where a level has nothing faster than the
 /// definition or, for mono samples, than a curve.
 struct Rows {
-  /// Copies; the output does not overlap the input. The C library's memcpy takes a string move of
-  /// the processor for lines of some thousand samples, which some processors do at a third of their
-  /// speed where the output starts a few bytes after the input, modulo 4,096.
+  /// Copies; the output does not overlap the input.
   void (*copy)(uint8_t* out, const uint8_t* in, size_t width);
 
   /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].

@@ -19,16 +19,23 @@ namespace {
 #include "geometry/transpose.rows.inl"
 #include "geometry/reduction.rows.inl"
 
-// Computes mono samples that a curve would otherwise look up.
-constexpr bool kComputesMono = kHasVectors && !kLooksUpAtMemorySpeed;
+// With AVX-512 VBMI a curve is looked up as fast as memory delivers it, and NEON looks it up faster
+// than it computes the 32-bit sums of a matrix.
+#if defined(__AVX512VBMI__)
+constexpr bool kComputesGain = false;
+constexpr bool kComputesMonoMatrix = false;
+#else
+constexpr bool kComputesGain = kHasVectors;
+constexpr bool kComputesMonoMatrix = kHasVectors && !kHasNeon;
+#endif
 
 constexpr Rows table{
     .copy = copyRow,
     .curve = curveRow<Order::straight>,
     .curveMirrored = curveRow<Order::mirrored>,
-    .thresholdGain = kComputesMono ? thresholdGainRow : nullptr,
-    .monoMatrix = kComputesMono ? matrixRow<Order::straight, 1> : nullptr,
-    .monoMatrixMirrored = kComputesMono ? matrixRow<Order::mirrored, 1> : nullptr,
+    .thresholdGain = kComputesGain ? thresholdGainRow : nullptr,
+    .monoMatrix = kComputesMonoMatrix ? matrixRow<Order::straight, 1> : nullptr,
+    .monoMatrixMirrored = kComputesMonoMatrix ? matrixRow<Order::mirrored, 1> : nullptr,
     .saturation = kHasVectors ? saturationRow : nullptr,
     .matrix = kHasVectors ? matrixRow<Order::straight, 3> : nullptr,
     .matrixMirrored = kHasVectors ? matrixRow<Order::mirrored, 3> : nullptr,

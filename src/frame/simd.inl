@@ -23,6 +23,12 @@ constexpr bool kHasVectors = true;
 constexpr bool kHasVectors = false;
 #endif
 
+#if defined(__ARM_NEON)
+constexpr bool kHasNeon = true;
+#else
+constexpr bool kHasNeon = false;
+#endif
+
 typedef uint8_t U8 __attribute__((vector_size(kBytes)));
 typedef uint16_t U16 __attribute__((vector_size(kBytes)));
 typedef int16_t I16 __attribute__((vector_size(kBytes)));
@@ -220,14 +226,6 @@ inline U16 mulHigh(U16 a, U16 b) {
 }
 
 #endif
-#endif
-
-// True where a register of samples is looked up faster than memory delivers it: arithmetic in place
-// of a table gains nothing.
-#if defined(__AVX512VBMI__)
-constexpr bool kLooksUpAtMemorySpeed = true;
-#else
-constexpr bool kLooksUpAtMemorySpeed = false;
 #endif
 
 // A table of 256 bytes, ready to be looked up for as many registers of samples at once as share the

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -35,6 +36,8 @@ class Arena {
     const bool narrow = choices.oneIn(3);
     lowest_ = narrow ? choices.any<uint8_t>() : uint8_t{0};
     span_ = narrow ? choices.pick<uint16_t>(1, 30) : uint16_t{256};
+    constexpr size_t periods[] = {0, 0, 1, 16, 64};
+    period_ = periods[seed_ % std::size(periods)];
   }
 
   Slot take(size_t size) {
@@ -100,15 +103,24 @@ class Arena {
  private:
   static constexpr size_t kLargest = 262144;
 
-  /// Random bytes, in a narrow range where pixels are to be nearly gray, or extreme ones.
+  /// Random bytes, in a narrow range where pixels are to be nearly gray, or extreme ones. Where there
+  /// is a period, nearly all of them repeat its bytes, as on paper.
   void fill(const Slot& slot) {
-    static constexpr uint8_t extreme[] = {0, 1, 127, 128, 254, 255, 0, 255};
-    const uint8_t* const from = pool_.data() + seed_;
+    const uint8_t* from = pool_.data() + seed_;
     seed_ = static_cast<uint16_t>(seed_ + 9973);
-    for (size_t i = 0; i < slot.size(); ++i) {
-      slot[i] = static_cast<uint8_t>(lowest_ + (from[i] * span_ >> 8));
+    if (period_ == 0) {
+      for (uint8_t& sample : slot) sample = sampleOf(*from++);
+      return;
     }
-    for (size_t i = 0; extremes_ && i < slot.size(); ++i) slot[i] = extreme[from[i] % 8];
+    for (size_t i = 0; i < slot.size(); ++i) slot[i] = i < period_ ? *from++ : slot[i - period_];
+    const size_t rare = size_t{1} << *from % 8;
+    for (size_t i = *from; i < slot.size(); i += 1 + *from++ * rare) slot[i] = sampleOf(*from);
+  }
+
+  uint8_t sampleOf(uint8_t random) const {
+    static constexpr uint8_t extreme[] = {0, 1, 127, 128, 254, 255, 0, 255};
+    if (extremes_) return extreme[random % 8];
+    return static_cast<uint8_t>(lowest_ + (random * span_ >> 8));
   }
 
   std::array<Memory, 4> memories_{Memory(16, 4096), Memory(16, 16384), Memory(16, 65536),
@@ -120,6 +132,7 @@ class Arena {
   bool extremes_ = false;
   uint8_t lowest_ = 0;
   uint16_t span_ = 256;
+  size_t period_ = 0;
 };
 
 }  // namespace rast::test

@@ -448,7 +448,7 @@ Run drawImageShift(Draft& draft) {
   const auto defined = [=, refused = draft.refused()](const Rows* rows, const RastArea* pA,
                                                       const RastPlaneSet* pS,
                                                       const RastShiftParam* pP, uint32_t mode) {
-    if (rows || refused || mode > 1) return rastImageShift(pA, pS, pP, mode);
+    if (rows || refused || mode > 1) return imageShift(rows, pA, pS, pP, mode);
     for (size_t k = 0; k < in.size(); ++k) shift(area, in[k].pointer(), out[k].pointer(), param);
     return uint32_t{RAST_OK};
   };

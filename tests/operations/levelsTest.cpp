@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -268,6 +269,8 @@ std::vector<Operation> operationsWithBuffer() {
 std::vector<Level> levelsAndPartialOne() {
   static const Rows partial = [] {
     Rows rows = *levels().front().rows;
+    rows.thresholdGain = nullptr;
+    rows.monoMatrix = rows.monoMatrixMirrored = nullptr;
     rows.saturation = nullptr;
     rows.matrix = rows.matrixMirrored = nullptr;
     rows.products = nullptr;
@@ -357,6 +360,69 @@ TEST_P(Levels, OverlapAtEveryDistance) {
   });
 }
 
+/// Samples with a period of a register of the widest level, so that registers of each level repeat.
+void fillWithPaper(Memory& memory, Random& random) {
+  uint8_t period[64];
+  random.fill(period, sizeof period);
+  if (random.oneIn(2)) memset(period, period[0], sizeof period);
+  for (size_t slot = 0; slot < memory.slots(); ++slot) {
+    for (size_t i = 0; i < memory.slotSize(); i += sizeof period) {
+      memcpy(memory.slot(slot) + i, period, sizeof period);
+    }
+  }
+}
+
+TEST_P(Levels, OneSampleDiffersFromPaper) {
+  Random random(24);
+  constexpr int32_t width = 700;
+  constexpr ptrdiff_t start = 128;
+  const Geometry geometry(RastArea{width, 0, width, 0, 1});
+  printedBy([&] {
+    for (ptrdiff_t at = 0; at < width; ++at) {
+      fillWithPaper(definition_, random);
+      definition_.slot(6)[random.pick(0, kSlotSize - 1)] ^= 0xFF;
+      const auto one = static_cast<size_t>(random.pick(0, operation_.mono ? 0 : 2));
+      definition_.slot(one)[start + at] ^= static_cast<uint8_t>(random.pick(1, 255));
+      result_.copyFrom(definition_);
+      Layout layout;
+      for (size_t k = 0; k < 3; ++k) {
+        layout.in[k] = {k, start};
+        layout.out[k] = {at % 2 ? k : 3 + k, start};
+      }
+      layout.buffer = {6, 0};
+      ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random))) << at;
+    }
+  });
+}
+
+TEST_P(Levels, RunsOfPaper) {
+  Random random(25);
+  printedBy([&] {
+    for (int round = 0; round < 1000; ++round) {
+      fillWithPaper(definition_, random);
+      for (ptrdiff_t spots = random.pick(0, 30); spots > 0; --spots) {
+        const auto slot = static_cast<size_t>(random.pick(0, 5));
+        const ptrdiff_t size = random.oneIn(2) ? 1 : random.pick(1, 200);
+        random.fill(definition_.slot(slot) + random.pick(0, 2000 - size),
+                    static_cast<size_t>(size));
+      }
+      result_.copyFrom(definition_);
+      const auto width = static_cast<int32_t>(random.pick(1, 1800));
+      const Geometry geometry(RastArea{width, 0, width, 0, 1});
+      const ptrdiff_t at = random.pick(0, 200);
+      const bool inPlace = random.oneIn(2);
+      Layout layout;
+      for (size_t k = 0; k < 3; ++k) {
+        layout.in[k] = {k, at};
+        layout.out[k] = {inPlace ? k : 3 + k, inPlace ? at : random.pick(0, 200)};
+      }
+      layout.buffer = {6, 0};
+      ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random)))
+          << "round " << round << ", width " << width;
+    }
+  });
+}
+
 TEST_P(BufferLevels, OutputsAtTheEndsOfTheBuffer) {
   Random random(23);
   const auto size = static_cast<ptrdiff_t>(operation_.bufferSize);
@@ -391,8 +457,12 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   const uint8_t table[4 * 256] = {};
   const RastHueLut lut{};
   const ColorMatrix matrix{};
+  rows.copy(nullptr, nullptr, 0);
   rows.curve(MonoRow{}, table);
   rows.curveMirrored(MonoRow{}, table);
+  if (rows.thresholdGain) rows.thresholdGain(MonoRow{}, ThresholdGain{});
+  if (rows.monoMatrix) rows.monoMatrix(MonoRow{}, MonoMatrix{});
+  if (rows.monoMatrixMirrored) rows.monoMatrixMirrored(MonoRow{}, MonoMatrix{});
   if (rows.saturation) rows.saturation(ColorRow{}, 0);
   if (rows.matrix) rows.matrix(ColorRow{}, matrix);
   if (rows.matrixMirrored) rows.matrixMirrored(ColorRow{}, matrix);

@@ -12,8 +12,8 @@ void balanceRow(const ColorRow& whole, const uint8_t* curves) {
   const Reciprocals reciprocals;
   const Lookup lookups[] = {Lookup(curves), Lookup(curves + 256), Lookup(curves + 2 * 256),
                             Lookup(curves + 3 * 256)};
-  sweep<Order::straight>(whole, [&](const ColorRow& row) {
-    eachBlock<Order::straight>(row, [&](const ColorRow& block) {
+  sweep(Order::straight, whole, [&](const ColorRow& row) {
+    eachBlock(Order::straight, row, [&](const ColorRow& block) {
       uint8_t chroma[3][kBlock];
       uint8_t gray[kBlock];
       for (size_t x = 0; x < block.width; x += kBytes) {

@@ -8,8 +8,9 @@ inline I16 pairOf(int16_t even, int16_t odd) {
 }
 
 // Components are taken in pairs, of which the last may be one component and zeros.
-template <Order order, size_t N>
-void matrixRow(const Row<N>& whole, const Matrix<N>& matrix) {
+template <size_t N>
+void matrixRow(const Row<N>& whole, const Matrix<N>& matrix, bool mirrored) {
+  const Order order = mirrored ? Order::mirrored : Order::straight;
   constexpr size_t kPairs = (N + 1) / 2;
   I16 factors[N][kPairs];
   U32 constant[N];
@@ -23,8 +24,8 @@ void matrixRow(const Row<N>& whole, const Matrix<N>& matrix) {
     offset[k] = splat((uint32_t)matrix.offset[k]);
   }
   const U8 invert = splat(matrix.invert);
-  sweep<order>(whole, [&](const Row<N>& row) {
-    eachBlock<order>(row, [&](const Row<N>& block) {
+  sweep(order, whole, [&](const Row<N>& row) {
+    eachBlock(order, row, [&](const Row<N>& block) {
       for (size_t x = 0; x < block.width; x += kBytes) {
         I16 half[2 * kPairs][2] = {};
         for (size_t k = 0; k < N; ++k) {
@@ -47,12 +48,7 @@ void matrixRow(const Row<N>& whole, const Matrix<N>& matrix) {
               sum[i] += (U32)dotPairs(pairs[p][i], factors[k][p]);
             }
           }
-          const U8 v = samplesOf(sum, offset[k], invert);
-          if (order == Order::mirrored) {
-            store(block.out[k] + block.width - kBytes - x, mirror(v));
-          } else {
-            store(block.out[k] + x, v);
-          }
+          storeResult(order, block.out[k], block.width, x, samplesOf(sum, offset[k], invert));
         }
       }
     });

@@ -48,8 +48,8 @@ inline void addProducts(const ColorRow& row, size_t x, const RastHueLut& lut, U3
 
 void productsRow(const ColorRow& whole, const RastHueLut& lut) {
   const U8 invert = splat(lut.nReverse == 1 ? uint8_t{0xFF} : uint8_t{0});
-  sweep<Order::straight>(whole, [&](const ColorRow& row) {
-    eachBlock<Order::straight>(row, [&](const ColorRow& block) {
+  sweep(Order::straight, whole, [&](const ColorRow& row) {
+    eachBlock(Order::straight, row, [&](const ColorRow& block) {
       for (size_t x = 0; x < block.width; x += kBytes) {
         U32 sum[3][4];
         addProducts(block, x, lut, sum);

@@ -150,8 +150,7 @@ void colorDirect(const Rows* rows, const RastArea& area, const ColorPlanes& plan
     return;
   }
   const ColorMatrix matrix = matrixOf<3>(param);
-  const auto kernel = mirror ? rows->matrixMirrored : rows->matrix;
-  eachRow(area, planes, [&](const ColorRow& row) { kernel(row, matrix); });
+  eachRow(area, planes, [&](const ColorRow& row) { rows->matrix(row, matrix, mirror); });
 }
 
 void colorThroughLut(const Rows* rows, const RastArea& area, const ColorPlanes& planes,
@@ -160,7 +159,7 @@ void colorThroughLut(const Rows* rows, const RastArea& area, const ColorPlanes& 
                       linesApart(area, planes.out, &lut, sizeof lut);
   ColorMatrix matrix;
   if (served && rows->matrix && matrixOf(lut, matrix)) {
-    eachRow(area, planes, [&](const ColorRow& row) { rows->matrix(row, matrix); });
+    eachRow(area, planes, [&](const ColorRow& row) { rows->matrix(row, matrix, false); });
   } else if (served && rows->products) {
     eachRow(area, planes, [&](const ColorRow& row) { rows->products(row, lut); });
   } else {
@@ -174,8 +173,8 @@ void monoByCurve(const Rows& rows, const RastArea& area, const uint8_t* const (&
                  uint8_t* const (&out)[1], const Source& source, bool mirror) {
   uint8_t curve[256];
   for (size_t i = 0; i < 256; ++i) curve[i] = monoSample(source, static_cast<uint8_t>(i));
-  const auto kernel = mirror ? rows.curveMirrored : rows.curve;
-  eachLine(area, [&](ptrdiff_t line) { kernel(rowOf(in, out, line, area.nWidth), curve); });
+  eachLine(area,
+           [&](ptrdiff_t line) { rows.curve(rowOf(in, out, line, area.nWidth), curve, mirror); });
 }
 
 void monoDirect(const Rows* rows, const RastArea& area, const uint8_t* const (&in)[1],
@@ -184,9 +183,11 @@ void monoDirect(const Rows* rows, const RastArea& area, const uint8_t* const (&i
   const InPlace inPlace = mirror ? InPlace::refused : InPlace::served;
   if (!rows || !planesApart(in, out, area.nWidth, inPlace)) {
     definition::mono(area, in[0], out[0], param, mirror);
-  } else if (const auto kernel = mirror ? rows->monoMatrixMirrored : rows->monoMatrix) {
+  } else if (rows->monoMatrix) {
     const MonoMatrix matrix = matrixOf<1>(param);
-    eachLine(area, [&](ptrdiff_t line) { kernel(rowOf(in, out, line, area.nWidth), matrix); });
+    eachLine(area, [&](ptrdiff_t line) {
+      rows->monoMatrix(rowOf(in, out, line, area.nWidth), matrix, mirror);
+    });
   } else {
     monoByCurve(*rows, area, in, out, param, mirror);
   }

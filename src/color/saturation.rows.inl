@@ -9,7 +9,7 @@ inline I16 moveFromGray(U16 component, U16 gray, int16_t quarters) {
 
 void saturationRow(const ColorRow& whole, uint32_t mode) {
   const int16_t quarters = mode == 0 ? 3 : 5;
-  sweep<Order::groupsMirrored>(whole, [quarters](ColorRow row) {
+  sweep(Order::groupsMirrored, whole, [quarters](ColorRow row) {
     for (size_t x = 0; x < row.width; x += kBytes) {
       U16 low[3];
       U16 high[3];

@@ -7,11 +7,20 @@ enum class Order {
   groupsMirrored  // whole groups of four mirrored in themselves, the rest of the row straight
 };
 
+// Stores the results for column x of a row of whole registers.
+inline void storeResult(Order order, uint8_t* out, size_t width, size_t x, U8 v) {
+  if (order == Order::mirrored) {
+    store(out + width - kBytes - x, mirror(v));
+  } else {
+    store(out + x, v);
+  }
+}
+
 // Runs a row through `body`, which takes rows of whole registers and applies the order itself. The
 // rest of the row goes through it as a zero-filled copy: nothing outside the row is read or
 // written.
-template <Order order, size_t N, size_t M, class Body>
-inline void sweep(const Row<N, M>& row, Body body) {
+template <size_t N, size_t M, class Body>
+inline void sweep(Order order, const Row<N, M>& row, Body body) {
   const size_t rest = row.width % kBytes;
   const size_t whole = row.width - rest;
   Row<N, M> part = row;
@@ -73,8 +82,8 @@ inline bool repeats(const Row<N, M>& row, size_t x) {
 // samples repeat the one before them, as on the paper of a page. Repeats are looked for at every
 // 128th sample of a block: noise pays next to nothing, and paper goes on for a thousand samples and
 // more. Samples are compared before `work` may overwrite them.
-template <Order order, size_t N, size_t M, class Work>
-inline void eachBlock(const Row<N, M>& row, Work work) {
+template <size_t N, size_t M, class Work>
+inline void eachBlock(Order order, const Row<N, M>& row, Work work) {
   constexpr size_t kStep = 128;
   Row<N, M> block;
   for (size_t x = 0; x < row.width;) {
@@ -89,13 +98,10 @@ inline void eachBlock(const Row<N, M>& row, Work work) {
     }
     block.width = end - x;
     x = end;
-    if (!repeated) {
-      work(block);
-      continue;
-    }
     U8 same[N];
-    for (size_t k = 0; k < N; ++k) same[k] = load(row.in[k] + x);
+    for (size_t k = 0; k < N; ++k) same[k] = load(row.in[k] + x - kBytes);
     work(block);
+    if (!repeated) continue;
     U8 result[M];
     for (size_t k = 0; k < M; ++k) {
       result[k] = load(block.out[k] + (order == Order::mirrored ? 0 : block.width - kBytes));
@@ -111,43 +117,44 @@ inline void eachBlock(const Row<N, M>& row, Work work) {
   }
 }
 
-template <Order order, size_t n, class Table>
-inline void lookUpAt(const MonoRow& row, const Table& table, size_t x) {
+template <size_t n, class Table>
+inline void lookUpAt(Order order, const MonoRow& row, const Table& table, size_t x) {
   U8 v[n];
   for (size_t k = 0; k < n; ++k) v[k] = load(row.in[0] + x + k * kBytes);
   table.replace(v);
   for (size_t k = 0; k < n; ++k) {
-    const size_t at = x + k * kBytes;
-    if (order == Order::mirrored) {
-      store(row.out[0] + row.width - kBytes - at, mirror(v[k]));
-    } else {
-      store(row.out[0] + at, v[k]);
-    }
+    storeResult(order, row.out[0], row.width, x + k * kBytes, v[k]);
   }
+}
+
+// Looks up a row sample by sample. Not inlined, for the sake of size.
+template <class Table>
+[[gnu::noinline, gnu::noclone]] void lookUpSamples(Order order, const MonoRow& row, Table table) {
+  const ptrdiff_t mirrored = order == Order::mirrored;
+  const ptrdiff_t step = 1 - 2 * mirrored;
+  const uint8_t* in = row.in[0];
+  const uint8_t* const end = in + row.width;
+  uint8_t* out = row.out[0] + mirrored * ((ptrdiff_t)row.width - 1);
+#pragma GCC unroll 16
+  for (; in < end; ++in, out += step) *out = table[*in];
 }
 
 // Looks up a row of whole registers. `Table` is Lookup, of which each level has one form.
-template <Order order, class Table>
-inline void lookUp(const MonoRow& row, const Table& table) {
+template <class Table>
+inline void lookUp(Order order, const MonoRow& row, const Table& table) {
   constexpr size_t n = Table::kTogether;
   if constexpr (n == 0) {
-    // Copies, because a compiler expects samples that are written to change what is referred to.
-    const MonoRow own = row;
-    const Table entries = table;
-#pragma GCC unroll 16
-    for (size_t x = 0; x < own.width; ++x) {
-      own.out[0][order == Order::mirrored ? own.width - 1 - x : x] = entries[own.in[0][x]];
-    }
+    lookUpSamples(order, row, table);
   } else {
     size_t x = 0;
     if (n > 1) {
-      for (; row.width - x >= n * kBytes; x += n * kBytes) lookUpAt<order, n>(row, table, x);
+      for (; row.width - x >= n * kBytes; x += n * kBytes) lookUpAt<n>(order, row, table, x);
     }
-    for (; x < row.width; x += kBytes) lookUpAt<order, 1>(row, table, x);
+    for (; x < row.width; x += kBytes) lookUpAt<1>(order, row, table, x);
   }
 }
 
-// Looks up a block in place.
-inline void lookUpBlock(uint8_t* block, size_t width, const Lookup& table) {
-  lookUp<Order::straight>({{block}, {block}, width}, table);
+// Looks up a block in place. Not inlined, for the sake of size.
+[[gnu::noinline]] void lookUpBlock(uint8_t* block, size_t width, const Lookup& table) {
+  lookUp(Order::straight, {{block}, {block}, width}, table);
 }

@@ -93,18 +93,15 @@ struct Rows {
   void (*copy)(uint8_t* out, const uint8_t* in, size_t width);
 
   /// out[x] = table[in[x]] for a table of 256 bytes; mirrored, out[width - 1 - x].
-  void (*curve)(const MonoRow& row, const uint8_t* table);
-  void (*curveMirrored)(const MonoRow& row, const uint8_t* table);
+  void (*curve)(const MonoRow& row, const uint8_t* table, bool mirrored);
 
   void (*thresholdGain)(const MonoRow& row, const ThresholdGain& curve);
-  void (*monoMatrix)(const MonoRow& row, const MonoMatrix& matrix);
-  void (*monoMatrixMirrored)(const MonoRow& row, const MonoMatrix& matrix);
+  void (*monoMatrix)(const MonoRow& row, const MonoMatrix& matrix, bool mirrored);
 
   /// Saturation lowered (0) or raised (1) by a quarter, whole groups of four pixels mirrored.
   void (*saturation)(const ColorRow& row, uint32_t mode);
 
-  void (*matrix)(const ColorRow& row, const ColorMatrix& matrix);
-  void (*matrixMirrored)(const ColorRow& row, const ColorMatrix& matrix);
+  void (*matrix)(const ColorRow& row, const ColorMatrix& matrix, bool mirrored);
 
   /// Hue adjustment through a built buffer of any content.
   void (*products)(const ColorRow& row, const RastHueLut& lut);

@@ -31,14 +31,11 @@ constexpr bool kComputesMonoMatrix = kHasVectors && !kHasNeon;
 
 constexpr Rows table{
     .copy = copyRow,
-    .curve = curveRow<Order::straight>,
-    .curveMirrored = curveRow<Order::mirrored>,
+    .curve = curveRow,
     .thresholdGain = kComputesGain ? thresholdGainRow : nullptr,
-    .monoMatrix = kComputesMonoMatrix ? matrixRow<Order::straight, 1> : nullptr,
-    .monoMatrixMirrored = kComputesMonoMatrix ? matrixRow<Order::mirrored, 1> : nullptr,
+    .monoMatrix = kComputesMonoMatrix ? matrixRow<1> : nullptr,
     .saturation = kHasVectors ? saturationRow : nullptr,
-    .matrix = kHasVectors ? matrixRow<Order::straight, 3> : nullptr,
-    .matrixMirrored = kHasVectors ? matrixRow<Order::mirrored, 3> : nullptr,
+    .matrix = kHasVectors ? matrixRow<3> : nullptr,
     .products = kHasVectors ? productsRow : nullptr,
     .balance = kHasVectors ? balanceRow : nullptr,
     .ink = kHasVectors ? inkRow : nullptr,

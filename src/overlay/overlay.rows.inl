@@ -6,7 +6,7 @@ void overlayRow(const Row<onBase ? 2 * Planes : Planes, Planes>& whole, const Bl
   const uint16_t scale = blend.scale;
   const U8 threshold = splat(blend.threshold);
   const U8 maximum = splat(blend.maximum ? uint8_t{0xFF} : uint8_t{0});
-  sweep<Order::straight>(whole, [=](auto row) {
+  sweep(Order::straight, whole, [=](auto row) {
     for (size_t x = 0; x < row.width; x += kBytes) {
       U8 weakened[Planes];
       U8 largest{};

@@ -1,9 +1,9 @@
-// The row kernels of curves. Each level includes this file once.
+// The row kernel of curves. Each level includes this file once.
 
-template <Order order>
-void curveRow(const MonoRow& whole, const uint8_t* table) {
+void curveRow(const MonoRow& whole, const uint8_t* table, bool mirrored) {
+  const Order order = mirrored ? Order::mirrored : Order::straight;
   const Lookup lookup(table);
-  sweep<order>(whole, [&lookup](const MonoRow& row) {
-    eachBlock<order>(row, [&lookup](const MonoRow& block) { lookUp<order>(block, lookup); });
+  sweep(order, whole, [&](const MonoRow& row) {
+    eachBlock(order, row, [&](const MonoRow& block) { lookUp(order, block, lookup); });
   });
 }

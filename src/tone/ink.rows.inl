@@ -38,8 +38,8 @@ inline U16 weighted(U16 amount, U16 saturation, U16 limit, U16 reciprocal) {
 void inkRow(const ColorRow& whole, const Ink& ink) {
   const Reciprocals reciprocals;
   const Lookup saturationLimit(ink.saturationLimit);
-  sweep<Order::straight>(whole, [&](const ColorRow& row) {
-    eachBlock<Order::straight>(row, [&](const ColorRow& block) {
+  sweep(Order::straight, whole, [&](const ColorRow& row) {
+    eachBlock(Order::straight, row, [&](const ColorRow& block) {
       uint8_t limit[kBlock];
       uint8_t saturation[kBlock];
       uint8_t amount[kBlock];

@@ -38,7 +38,7 @@ void process(const Rows* rows, const RastArea& area, const uint8_t* const (&in)[
   }
   eachLine(area, [&](ptrdiff_t line) {
     for (size_t k = 0; k < N; ++k) {
-      rows->curve(rowOf<1>({in[k]}, {out[k]}, line, area.nWidth), curve);
+      rows->curve(rowOf<1>({in[k]}, {out[k]}, line, area.nWidth), curve, false);
     }
   });
 }

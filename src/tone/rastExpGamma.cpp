@@ -68,7 +68,8 @@ uint32_t expGamma(const Rows* rows, const RastArea* pArea, const RastPlaneSet* p
     uint8_t own[kTableSize];
     if (!pLut) fillTable(param, own);
     const uint8_t* const table = pLut ? pLut : own;
-    eachLine(area, [&](ptrdiff_t line) { rows->curve(rowOf(in, out, line, area.nWidth), table); });
+    eachLine(area,
+             [&](ptrdiff_t line) { rows->curve(rowOf(in, out, line, area.nWidth), table, false); });
   } else if (pLut) {
     definition::expGamma(area, in[0], out[0], [pLut](uint8_t x) { return pLut[x]; });
   } else {

@@ -30,7 +30,7 @@ inline U8 gained(U8 excess, const ThresholdGain& curve) {
 
 void thresholdGainRow(const MonoRow& whole, const ThresholdGain& curve) {
   const U8 threshold = splat(curve.threshold);
-  sweep<Order::straight>(whole, [&](const MonoRow& row) {
+  sweep(Order::straight, whole, [&](const MonoRow& row) {
     for (size_t x = 0; x < row.width; x += kBytes) {
       const U8 excess = greater(load(row.in[0] + x), threshold) - threshold;
       store(row.out[0] + x, gained(excess, curve) & (U8)(excess != 0));

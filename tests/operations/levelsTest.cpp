@@ -270,9 +270,9 @@ std::vector<Level> levelsAndPartialOne() {
   static const Rows partial = [] {
     Rows rows = *levels().front().rows;
     rows.thresholdGain = nullptr;
-    rows.monoMatrix = rows.monoMatrixMirrored = nullptr;
+    rows.monoMatrix = nullptr;
     rows.saturation = nullptr;
-    rows.matrix = rows.matrixMirrored = nullptr;
+    rows.matrix = nullptr;
     rows.products = nullptr;
     rows.balance = nullptr;
     rows.ink = nullptr;
@@ -458,14 +458,12 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   const RastHueLut lut{};
   const ColorMatrix matrix{};
   rows.copy(nullptr, nullptr, 0);
-  rows.curve(MonoRow{}, table);
-  rows.curveMirrored(MonoRow{}, table);
+  rows.curve(MonoRow{}, table, false);
+  rows.curve(MonoRow{}, table, true);
   if (rows.thresholdGain) rows.thresholdGain(MonoRow{}, ThresholdGain{});
-  if (rows.monoMatrix) rows.monoMatrix(MonoRow{}, MonoMatrix{});
-  if (rows.monoMatrixMirrored) rows.monoMatrixMirrored(MonoRow{}, MonoMatrix{});
+  if (rows.monoMatrix) rows.monoMatrix(MonoRow{}, MonoMatrix{}, true);
   if (rows.saturation) rows.saturation(ColorRow{}, 0);
-  if (rows.matrix) rows.matrix(ColorRow{}, matrix);
-  if (rows.matrixMirrored) rows.matrixMirrored(ColorRow{}, matrix);
+  if (rows.matrix) rows.matrix(ColorRow{}, matrix, true);
   if (rows.products) rows.products(ColorRow{}, lut);
   if (rows.balance) rows.balance(ColorRow{}, table);
   if (rows.ink) rows.ink(ColorRow{}, Ink{{}, 0, {}, table});

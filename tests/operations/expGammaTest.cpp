@@ -8,8 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "frame/operations.h"
 #include "rast.h"
 #include "support/call.h"
+#include "support/levels.h"
 
 namespace rast::test {
 namespace {
@@ -88,6 +90,23 @@ TEST(ExpGamma, EveryThresholdAndOffsetWithTellingGains) {
           ASSERT_EQ(direct.out[3][static_cast<size_t>(x)], expected(threshold, offset, gain, x))
               << threshold << ' ' << offset << ' ' << gain << ' ' << x;
         }
+      }
+    }
+  }
+}
+
+TEST(ExpGamma, EveryGainAtEveryLevel) {
+  const RastExpGammaParam tellingParams[] = {{0, 0, 0}, {254, 255, 0}, {0, 255, 0}, {127, 128, 0}};
+  Call call;
+  for (const Rows* rows : levelsAndDefinition()) {
+    for (int gain = 0; gain <= 65535; ++gain) {
+      call.param = tellingParams[gain % 4];
+      call.param.nGain = static_cast<uint16_t>(gain);
+      ASSERT_EQ(expGamma(rows, &call.area, &call.set, &call.param, nullptr), RAST_OK);
+      for (int x = 0; x < 256; ++x) {
+        ASSERT_EQ(call.out[3][static_cast<size_t>(x)],
+                  expected(call.param.nThreshold, call.param.nOffset, gain, x))
+            << +call.param.nThreshold << ' ' << gain << ' ' << x;
       }
     }
   }

@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "frame/operations.h"
 #include "rast.h"
 #include "support/call.h"
 #include "support/color.h"
+#include "support/levels.h"
 
 namespace rast::test {
 namespace {
@@ -239,6 +241,33 @@ TEST(HueAdjust, RandomParametersThroughABuffer) {
     call.runWell();
     EXPECT_EQ(call.traced, "");
     expectMono(call, [&](uint8_t sample) { return model(shown, sample); });
+  }
+}
+
+TEST(HueAdjust, MonoWordsAtTheirEndsAtEveryLevel) {
+  const Words ends = {INT16_MIN, INT16_MIN + 1, -257, -256, -255,          -1,       0,
+                      1,         255,           256,  257,  INT16_MAX - 1, INT16_MAX};
+  Samples every(256 + 37);
+  for (size_t i = 0; i < every.size(); ++i) every[i] = static_cast<uint8_t>(i);
+  MonoCall call(every);
+  for (const Rows* rows : levelsAndDefinition()) {
+    for (const int16_t coefficient : ends) {
+      for (const int16_t inOffset : ends) {
+        for (const int16_t outOffset : ends) {
+          call.param.nMatrix[0][0] = coefficient;
+          call.param.nMatrix[0][3] = inOffset;
+          call.param.nMatrix[0][4] = outOffset;
+          call.param.nReverse = outOffset % 2 != 0;
+          call.param.nMirror = inOffset % 2 != 0;
+          printedBy([&] { hueAdjust(rows, &call.area, &call.set, &call.param, nullptr); });
+          for (size_t i = 0; i < every.size(); ++i) {
+            ASSERT_EQ(call.out[3][call.param.nMirror ? every.size() - 1 - i : i],
+                      model(call.param, every[i]))
+                << coefficient << ' ' << inOffset << ' ' << outOffset << ' ' << i;
+          }
+        }
+      }
+    }
   }
 }
 

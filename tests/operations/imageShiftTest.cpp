@@ -5,8 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "frame/operations.h"
 #include "rast.h"
 #include "support/call.h"
+#include "support/levels.h"
+#include "support/memory.h"
 #include "support/nowhere.h"
 
 namespace rast::test {
@@ -128,6 +131,37 @@ TEST(ImageShift, PlanesOfWhichNothingIsTouchedNeedNotBeThere) {
         run({6, 0, 6, 0, fill}, in, out);
         run({0, 2, 0, 3, fill}, in, out);
       }
+    }
+  }
+}
+
+TEST(ImageShift, EveryLevelCopiesTheSame) {
+  Random random(60);
+  Memory source(1, 16384);
+  source.fill(random);
+  for (const Level& level : levels()) {
+    SCOPED_TRACE(level.name);
+    for (int round = 0; round < 1500; ++round) {
+      const auto width = static_cast<int32_t>(random.pick(1, random.oneIn(3) ? 1500 : 300));
+      const auto height = static_cast<int32_t>(random.pick(1, 4));
+      const RastArea area{width + static_cast<int32_t>(random.pick(0, 9)), 0, width, 0, height};
+      const auto x = static_cast<int32_t>(random.pick(-3, 20));
+      const RastShiftParam param{std::max(x, 1 - width), 0,
+                                 width + static_cast<int32_t>(random.pick(20, 40)), height,
+                                 static_cast<uint32_t>(random.pick(0, 2))};
+      // The last line of both ends at a protected page.
+      const auto read = static_cast<size_t>(area.nLineWidth * (height - 1) + width);
+      const auto written = static_cast<size_t>(param.nOutLineWidth * height);
+      RastPlaneSet planes{};
+      planes.pIn[3] = source.slot(0) + source.slotSize() - read;
+      planes.nSize = 1;
+      Memory pages(2, written);
+      for (size_t i = 0; i < 2; ++i) {
+        planes.pOut[3] = pages.slot(i) + pages.slotSize() - written;
+        ASSERT_EQ(imageShift(i ? level.rows : nullptr, &area, &planes, &param, 1), RAST_OK);
+      }
+      ASSERT_EQ(memcmp(pages.slot(0), pages.slot(1), pages.slotSize()), 0)
+          << width << ' ' << param.nShiftX;
     }
   }
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -395,28 +396,36 @@ TEST_P(Levels, OneSampleDiffersFromPaper) {
   });
 }
 
-TEST_P(Levels, RunsOfPaper) {
+/// Fills the input planes of a layout of one line with samples that repeat after `period`.
+void fillWithRepeats(Random& random, const Memory& memory, const Layout& layout, int32_t width,
+                     size_t period) {
+  uint8_t pattern[64];
+  for (const Place& place : layout.in) {
+    random.fill(pattern, period);
+    uint8_t* const line = memory.slot(place.slot) + place.at;
+    for (size_t x = 0; x < static_cast<size_t>(width); ++x) line[x] = pattern[x % period];
+  }
+}
+
+/// Runs that begin and end anywhere, and lines of periods that no register has.
+TEST_P(Levels, RunsAndPeriods) {
   Random random(25);
   printedBy([&] {
-    for (int round = 0; round < 1000; ++round) {
-      fillWithPaper(definition_, random);
-      for (ptrdiff_t spots = random.pick(0, 30); spots > 0; --spots) {
-        const auto slot = static_cast<size_t>(random.pick(0, 5));
-        const ptrdiff_t size = random.oneIn(2) ? 1 : random.pick(1, 200);
-        random.fill(definition_.slot(slot) + random.pick(0, 2000 - size),
-                    static_cast<size_t>(size));
+    for (int round = 0; round < 1500; ++round) {
+      if (round % 50 == 0) refill(random);
+      const auto width = static_cast<int32_t>(random.pick(1, random.oneIn(8) ? 1500 : 700));
+      const Geometry geometry(RastArea{width, 0, width, 0, 1});
+      const Layout layout = drawLayout(random, geometry, definition_, operation_.bufferSize);
+      const size_t periods[] = {1, 2, 8, 15, 16, 17, 31, 32, 33, 63, 64};
+      fillWithRepeats(random, definition_, layout, width,
+                      periods[random.pick(0, std::size(periods) - 1)]);
+      for (const Place& place : layout.in) {
+        if (random.oneIn(2)) continue;
+        const ptrdiff_t from = random.pick(0, width);
+        const ptrdiff_t to = random.pick(from, width);
+        random.fill(definition_.slot(place.slot) + place.at + from, static_cast<size_t>(to - from));
       }
       result_.copyFrom(definition_);
-      const auto width = static_cast<int32_t>(random.pick(1, 1800));
-      const Geometry geometry(RastArea{width, 0, width, 0, 1});
-      const ptrdiff_t at = random.pick(0, 200);
-      const bool inPlace = random.oneIn(2);
-      Layout layout;
-      for (size_t k = 0; k < 3; ++k) {
-        layout.in[k] = {k, at};
-        layout.out[k] = {inPlace ? k : 3 + k, inPlace ? at : random.pick(0, 200)};
-      }
-      layout.buffer = {6, 0};
       ASSERT_TRUE(sameResult(geometry, layout, operation_.draw(random)))
           << "round " << round << ", width " << width;
     }
@@ -473,6 +482,30 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   rows.overlayOnBaseMono(Row<2, 1>{}, Blend{});
   rows.transpose(nullptr, 0, LineGroup{}, LineGroup{}, 0);
   if (rows.reduce) rows.reduce(nullptr, nullptr, LinePlan{}, 0, 0);
+}
+
+/// Copies to each place of a register and of a page, against either protected page.
+TEST_P(Kernels, CopiesOfEveryWidth) {
+  if (!GetParam().rows) GTEST_SKIP() << "this processor does not run " << GetParam().name;
+  Random random(26);
+  Memory expected(2, 8192);
+  Memory result(2, 8192);
+  expected.fill(random);
+  result.copyFrom(expected);
+  const auto last = static_cast<ptrdiff_t>(expected.slotSize());
+  for (ptrdiff_t width = 0; width <= 400; ++width) {
+    for (ptrdiff_t k = 0; k < 64; ++k) {
+      const ptrdiff_t places[] = {k, 4096 + k, last - width - k};
+      const ptrdiff_t from = k % 3 ? random.pick(0, 64) : last - width;
+      const ptrdiff_t to = places[random.pick(0, 2)];
+      const auto size = static_cast<size_t>(width);
+      memcpy(expected.slot(1) + to, expected.slot(0) + from, size);
+      GetParam().rows->copy(result.slot(1) + to, result.slot(0) + from, size);
+    }
+    ASSERT_TRUE(expected == result) << width;
+    random.fill(expected.slot(0), expected.slotSize());
+    result.copyFrom(expected);
+  }
 }
 
 }  // namespace

@@ -207,6 +207,11 @@ class ZoomLevels : public testing::TestWithParam<Level> {};
 INSTANTIATE_TEST_SUITE_P(, ZoomLevels, testing::ValuesIn(levels()),
                          [](const auto& info) { return info.param.name; });
 
+struct Spot {
+  size_t slot;
+  ptrdiff_t at;
+};
+
 /// Where outputs lie: in memory of their own, in the same memory, or in that of their own or the
 /// next plane's input, which is then the middle.
 enum class Outs { apart, together, overSource, overNext };
@@ -360,6 +365,66 @@ TEST_P(ZoomLevels, InPlaceAndOverTheSource) {
     ASSERT_TRUE(memories.same(GetParam().rows, {width, 0, width, 0, height}, param, outAt,
                               Outs::overSource))
         << param.nRatioX << ' ' << param.nRatioY << ' ' << width;
+  }
+}
+
+/// Each plane's output over a source of any plane, in lines that lie apart or over one another: where
+/// planes touch, the order of groups and of planes tells.
+TEST_P(ZoomLevels, OverSourcesOfAnyPlane) {
+  Random random(59);
+  constexpr ptrdiff_t middle = 16384;
+  Memory expected(3, 3 * middle);
+  Memory result(3, 3 * middle);
+  for (int round = 0; round < 1500; ++round) {
+    if (round % 8 == 0) {
+      expected.fill(random);
+      result.copyFrom(expected);
+    }
+    const auto width = static_cast<int32_t>(random.pick(1, random.oneIn(4) ? 600 : 200));
+    const auto height = static_cast<int32_t>(random.pick(1, 20));
+    const int32_t left = random.oneIn(4) ? static_cast<int32_t>(-random.pick(1, width)) : 0;
+    const RastArea area{std::max(1, left + width) + static_cast<int32_t>(random.pick(0, 9)), left,
+                        width, 0, height};
+    const uint32_t ratios[] = {1000, 500, static_cast<uint32_t>(random.pick(4, 1000)),
+                               static_cast<uint32_t>(random.pick(501, 999))};
+    const RastZoomParam param{static_cast<uint32_t>(random.pick(1, 3)), ratios[random.pick(0, 3)],
+                              ratios[random.pick(0, 3)]};
+    Spot from[3];
+    Spot to[3];
+    for (size_t k = 0; k < 3; ++k) from[k] = {k, middle};
+    for (size_t k = 0; k < 3; ++k) {
+      const ptrdiff_t reach = random.oneIn(2) ? 4 : area.nLineWidth * ptrdiff_t{height};
+      const ptrdiff_t distance = random.oneIn(3) ? 0 : random.pick(-reach, reach);
+      to[k] = {random.oneIn(2) ? k : static_cast<size_t>(random.pick(0, 2)), middle + distance};
+    }
+    for (const Memory* memory : {&expected, &result}) {
+      RastPlaneSet planes{};
+      for (size_t k = 0; k < 3; ++k) {
+        planes.pIn[k] = memory->slot(from[k].slot) + from[k].at - left;
+        planes.pOut[k] = memory->slot(to[k].slot) + to[k].at;
+      }
+      planes.nSize = 1;
+      const Rows* const rows = memory == &result ? GetParam().rows : nullptr;
+      ASSERT_EQ(zoom(rows, &area, &planes, &param), RAST_OK);
+    }
+    ASSERT_TRUE(expected == result) << round << ": " << param.nPlaneNum << ' ' << param.nRatioX
+                                    << ' ' << param.nRatioY << ' ' << width;
+  }
+}
+
+TEST_P(ZoomLevels, HalvesOfEveryWidth) {
+  Random random(61);
+  const Rows& rows = *GetParam().rows;
+  Memory memory(2, 4096);
+  for (size_t outputs = rows.registerBytes; outputs <= 400; ++outputs) {
+    uint8_t* const line = memory.slot(0) + (outputs % 2 ? 0 : memory.slotSize() - 2 * outputs);
+    random.fill(line, 2 * outputs);
+    for (size_t x = 0; x < outputs; x += 3) line[2 * x] = line[2 * x + 1] |= 0xFE;
+    uint8_t* const out = memory.slot(1) + (outputs % 2 ? 0 : memory.slotSize() - outputs);
+    rows.halve(out, line, outputs);
+    for (size_t x = 0; x < outputs; ++x) {
+      ASSERT_EQ(out[x], (line[2 * x] + line[2 * x + 1]) / 2) << outputs << ' ' << x;
+    }
   }
 }
 

@@ -308,7 +308,8 @@ class Reduction {
     };
     moveTo(area_.nStartY);
     const auto lines = static_cast<size_t>(area_.nHeight - int64_t{area_.nStartY});
-    if (planesApart(lines, (outputs + (rest != 0)) * lines)) {
+    const auto written = static_cast<size_t>(lines * uint64_t{param_.nRatioY} / kWhole + 1);
+    if (planesApart(lines, (outputs + (rest != 0)) * written)) {
       for (uint32_t p = 0; p < param_.nPlaneNum; ++p) reducePlanes(rows, p, p + 1, emit);
     } else {
       reducePlanes(rows, 0, param_.nPlaneNum, emit);

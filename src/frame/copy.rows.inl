@@ -12,10 +12,13 @@ void copyRow(uint8_t* out, const uint8_t* in, size_t width) {
   }
   store(out, load(in));
   const size_t last = width - kBytes;
-#pragma GCC unroll 4
-  for (size_t x = kBytes - (uintptr_t)out % kBytes; x < last; x += kBytes) {
-    store(out + x, load(in + x));
+  size_t x = kBytes - (uintptr_t)out % kBytes;
+  for (; x + 4 * kBytes <= width; x += 4 * kBytes) {
+    U8 v[4];
+    for (size_t i = 0; i < 4; ++i) v[i] = load(in + x + i * kBytes);
+    for (size_t i = 0; i < 4; ++i) store(out + x + i * kBytes, v[i]);
   }
+  for (; x < last; x += kBytes) store(out + x, load(in + x));
   store(out + last, load(in + last));
 }
 

@@ -129,14 +129,15 @@ inline void lookUpAt(Order order, const MonoRow& row, const Table& table, size_t
 
 // Looks up a row sample by sample. Not inlined, for the sake of size.
 template <class Table>
-[[gnu::noinline, gnu::noclone]] void lookUpSamples(Order order, const MonoRow& row, Table table) {
-  const ptrdiff_t mirrored = order == Order::mirrored;
-  const ptrdiff_t step = 1 - 2 * mirrored;
-  const uint8_t* in = row.in[0];
-  const uint8_t* const end = in + row.width;
-  uint8_t* out = row.out[0] + mirrored * ((ptrdiff_t)row.width - 1);
+[[gnu::noinline, gnu::noclone]] void lookUpSamples(Order order, MonoRow row, Table table) {
+  const uint8_t* const in = row.in[0];
+  uint8_t* const out = row.out[0];
+  if (order == Order::mirrored) {
+    for (size_t x = 0; x < row.width; ++x) out[row.width - 1 - x] = table[in[x]];
+    return;
+  }
 #pragma GCC unroll 16
-  for (; in < end; ++in, out += step) *out = table[*in];
+  for (size_t x = 0; x < row.width; ++x) out[x] = table[in[x]];
 }
 
 // Looks up a row of whole registers. `Table` is Lookup, of which each level has one form.

@@ -73,7 +73,8 @@ uint32_t imageShift(const Rows* rows, const RastArea* pArea, const RastPlaneSet*
   const bool fills = param.nFillMode != 0;
   const int value = param.nFillMode == 2 ? 255 : 0;
   const int32_t pitch = param.nOutLineWidth;
-  const auto copy = rows ? rows->copy : definition::copy;
+  constexpr int32_t leastCopied = 256;  // for a kernel to be faster
+  const auto copy = rows && segments.copied >= leastCopied ? rows->copy : definition::copy;
   const auto fill = [&](ptrdiff_t at, int32_t length) {
     for (size_t p = first; fills && length > 0 && p < end; ++p) {
       memset(planes.pOut[p] + at, value, static_cast<size_t>(length));

@@ -129,13 +129,9 @@ inline void lookUpAt(Order order, const MonoRow& row, const Table& table, size_t
 
 // Looks up a row sample by sample. Not inlined, for the sake of size.
 template <class Table>
-[[gnu::noinline, gnu::noclone]] void lookUpSamples(Order order, MonoRow row, Table table) {
+[[gnu::noinline]] void lookUpSamples(MonoRow row, Table table) {
   const uint8_t* const in = row.in[0];
   uint8_t* const out = row.out[0];
-  if (order == Order::mirrored) {
-    for (size_t x = 0; x < row.width; ++x) out[row.width - 1 - x] = table[in[x]];
-    return;
-  }
 #pragma GCC unroll 16
   for (size_t x = 0; x < row.width; ++x) out[x] = table[in[x]];
 }
@@ -145,7 +141,9 @@ template <class Table>
 inline void lookUp(Order order, const MonoRow& row, const Table& table) {
   constexpr size_t n = Table::kTogether;
   if constexpr (n == 0) {
-    lookUpSamples(order, row, table);
+    if (order != Order::mirrored) return lookUpSamples(row, table);
+    uint8_t* const last = row.out[0] + row.width - 1;
+    for (size_t x = 0; x < row.width; ++x) *(last - x) = table[row.in[0][x]];
   } else {
     size_t x = 0;
     if (n > 1) {

@@ -466,7 +466,6 @@ TEST_P(Kernels, OfNoWidthTouchNoPlane) {
   const uint8_t table[4 * 256] = {};
   const RastHueLut lut{};
   const ColorMatrix matrix{};
-  rows.copy(nullptr, nullptr, 0);
   rows.curve(MonoRow{}, table, false);
   rows.curve(MonoRow{}, table, true);
   if (rows.thresholdGain) rows.thresholdGain(MonoRow{}, ThresholdGain{});

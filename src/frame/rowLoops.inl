@@ -62,7 +62,21 @@ inline void sweep(Order order, const Row<N, M>& row, Body body) {
 // Samples of a block of a row, which stay in the first-level cache while a kernel works in stages.
 constexpr size_t kBlock = 512;
 
-// True where the register of samples at x of every plane is the same as the one before it. Most
+// True where the registers of samples at x of all planes are these.
+template <size_t N, size_t M>
+inline bool equals(const Row<N, M>& row, size_t x, const U8 (&samples)[N]) {
+  U8 differences{};
+  for (size_t k = 0; k < N; ++k) differences |= load(row.in[k] + x) ^ samples[k];
+  return isZero(differences);
+}
+
+// The registers of samples of all planes that end at x.
+template <size_t N, size_t M>
+inline void loadBefore(U8 (&samples)[N], const Row<N, M>& row, size_t x) {
+  for (size_t k = 0; k < N; ++k) samples[k] = load(row.in[k] + x - kBytes);
+}
+
+// True where the registers of samples at x of all planes are the same as those before. Most
 // registers of a noisy page already differ in a word of the first plane.
 template <size_t N, size_t M>
 inline bool repeats(const Row<N, M>& row, size_t x) {
@@ -71,11 +85,9 @@ inline bool repeats(const Row<N, M>& row, size_t x) {
   __builtin_memcpy(&word, row.in[0] + x, sizeof word);
   __builtin_memcpy(&before, row.in[0] + x - kBytes, sizeof before);
   if (word != before) return false;
-  U8 differences{};
-  for (size_t k = 0; k < N; ++k) {
-    differences |= load(row.in[k] + x) ^ load(row.in[k] + x - kBytes);
-  }
-  return isZero(differences);
+  U8 samples[N];
+  loadBefore(samples, row, x);
+  return equals(row, x, samples);
 }
 
 // Calls `work` with blocks of a row of whole registers, and copies what it wrote where registers of
@@ -99,17 +111,14 @@ inline void eachBlock(Order order, const Row<N, M>& row, Work work) {
     block.width = end - x;
     x = end;
     U8 same[N];
-    for (size_t k = 0; k < N; ++k) same[k] = load(row.in[k] + x - kBytes);
+    loadBefore(same, row, x);
     work(block);
     if (!repeated) continue;
     U8 result[M];
     for (size_t k = 0; k < M; ++k) {
       result[k] = load(block.out[k] + (order == Order::mirrored ? 0 : block.width - kBytes));
     }
-    for (; x < row.width; x += kBytes) {
-      U8 differences{};
-      for (size_t k = 0; k < N; ++k) differences |= load(row.in[k] + x) ^ same[k];
-      if (!isZero(differences)) break;
+    for (; x < row.width && equals(row, x, same); x += kBytes) {
       for (size_t k = 0; k < M; ++k) {
         store(row.out[k] + (order == Order::mirrored ? row.width - kBytes - x : x), result[k]);
       }

@@ -24,9 +24,12 @@ namespace {
 #if defined(__AVX512VBMI__)
 constexpr bool kComputesGain = false;
 constexpr bool kComputesMonoMatrix = false;
+#elif defined(__ARM_NEON)
+constexpr bool kComputesGain = true;
+constexpr bool kComputesMonoMatrix = false;
 #else
 constexpr bool kComputesGain = kHasVectors;
-constexpr bool kComputesMonoMatrix = kHasVectors && !kHasNeon;
+constexpr bool kComputesMonoMatrix = kHasVectors;
 #endif
 
 constexpr Rows table{

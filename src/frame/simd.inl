@@ -23,12 +23,6 @@ constexpr bool kHasVectors = true;
 constexpr bool kHasVectors = false;
 #endif
 
-#if defined(__ARM_NEON)
-constexpr bool kHasNeon = true;
-#else
-constexpr bool kHasNeon = false;
-#endif
-
 typedef uint8_t U8 __attribute__((vector_size(kBytes)));
 typedef uint16_t U16 __attribute__((vector_size(kBytes)));
 typedef int16_t I16 __attribute__((vector_size(kBytes)));

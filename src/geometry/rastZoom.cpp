@@ -295,7 +295,7 @@ class Reduction {
     if (plans) planLine(plan, param_.nRatioX, outputs, rows.registerBytes);
     const auto emit = [&](const uint8_t* mean, uint8_t*& out) {
       if (ratio == kWhole) {
-        memcpy(out, mean, width_);
+        rows.copy(out, mean, width_);
       } else if (halves) {
         rows.halve(out, mean, outputs);
       } else if (plans) {

@@ -42,7 +42,8 @@ void meanRow(uint8_t* mean, const uint8_t* lines, ptrdiff_t pitch, size_t count,
   if (count == 2) {
     eachRegister(width, [=](size_t x) {
       const U8 a = load(lines + x);
-      if (x % 64 < kBytes) {
+      constexpr size_t cacheLine = 64;
+      if (x % cacheLine < kBytes) {
         prefetch(lines + x, 2 * pitch);
         prefetch(lines + x, 3 * pitch);
       }
